@@ -1,0 +1,43 @@
+# Thin driver over CMake. `make demo` and `make test` are the quick start.
+BUILD      ?= build
+SAN_BUILD  ?= build-sanitize
+TSAN_BUILD ?= build-tsan
+JOBS       ?= $(shell nproc)
+CMAKE_ARGS ?=
+
+.PHONY: all deps configure build demo test bench sanitize tsan fuzz clean
+
+all: build
+
+deps:
+	@bash scripts/install-deps
+
+configure: deps
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS) > /dev/null
+
+build: configure
+	@cmake --build $(BUILD) -j $(JOBS)
+
+demo: build
+	@bash scripts/demo $(BUILD)
+
+test: build
+	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 300
+
+bench: deps
+	@cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DQOR_BUILD_BENCH=ON -DQOR_BUILD_TESTS=OFF > /dev/null
+	@cmake --build $(BUILD)-bench -j $(JOBS) --target qor_bench
+	@$(BUILD)-bench/bench/qor_bench $(BENCH_ARGS)
+
+sanitize: deps
+	@cmake -S . -B $(SAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DQOR_SANITIZE=address,undefined > /dev/null
+	@cmake --build $(SAN_BUILD) -j $(JOBS)
+	@cd $(SAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure -j $(JOBS) --timeout 600
+
+tsan: deps
+	@cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DQOR_SANITIZE=thread > /dev/null
+	@cmake --build $(TSAN_BUILD) -j $(JOBS)
+	@cd $(TSAN_BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 600
+
+clean:
+	@rm -rf $(BUILD) $(BUILD)-bench $(SAN_BUILD) $(TSAN_BUILD)

@@ -1,0 +1,3 @@
+#include "qor_api.h"
+
+const char* qorGetAPIVersion(void) { return "3.1.0"; }
