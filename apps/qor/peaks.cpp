@@ -1,0 +1,42 @@
+#include "peaks.h"
+
+#include <algorithm>
+
+namespace qortool {
+namespace {
+
+// The lowest level between bin `from` and the nearest bin on one side that is
+// higher than `from`'s level (or the end of the trace).
+double LowestTowardsHigher(const std::vector<double>& trace, int from, int direction) {
+    double lowest = trace[static_cast<std::size_t>(from)];
+    for (int i = from + direction; i >= 0 && i < static_cast<int>(trace.size()); i += direction) {
+        const double v = trace[static_cast<std::size_t>(i)];
+        if (v > trace[static_cast<std::size_t>(from)]) break;
+        lowest = std::min(lowest, v);
+    }
+    return lowest;
+}
+
+}  // namespace
+
+std::vector<Peak> StrongestPeaks(const std::vector<double>& trace, double startFreq, double binSize, int count,
+                                 double prominence) {
+    std::vector<Peak> peaks;
+    const int n = static_cast<int>(trace.size());
+    for (int i = 0; i < n; ++i) {
+        const double v = trace[static_cast<std::size_t>(i)];
+        const bool leftLower = i == 0 || trace[static_cast<std::size_t>(i - 1)] < v;
+        const bool rightNotHigher = i == n - 1 || trace[static_cast<std::size_t>(i + 1)] <= v;
+        if (!leftLower || !rightNotHigher) continue;
+        // A peak's prominence is measured against the higher of its valleys; a
+        // peak on an edge of the trace has only one.
+        double valley = i > 0 ? LowestTowardsHigher(trace, i, -1) : LowestTowardsHigher(trace, i, +1);
+        if (i > 0 && i < n - 1) valley = std::max(valley, LowestTowardsHigher(trace, i, +1));
+        if (v - valley >= prominence) peaks.push_back({i, startFreq + i * binSize, v});
+    }
+    std::sort(peaks.begin(), peaks.end(), [](const Peak& a, const Peak& b) { return a.level > b.level; });
+    if (static_cast<int>(peaks.size()) > count) peaks.resize(static_cast<std::size_t>(count));
+    return peaks;
+}
+
+}  // namespace qortool

@@ -1,0 +1,28 @@
+// A trace drawn as a PNG: labelled axes with round ticks, both traces, the
+// strongest peaks marked and the settings in a caption.
+#ifndef QOR_TOOL_PLOT_H
+#define QOR_TOOL_PLOT_H
+
+#include <string>
+#include <vector>
+
+#include "peaks.h"
+#include "trace_csv.h"
+
+namespace qortool {
+
+struct PlotText {
+    std::string title;    // e.g. the unit
+    std::string caption;  // the settings of the sweep
+};
+
+// Round tick positions covering [low, high], about `wanted` of them (1-2-5 steps).
+std::vector<double> NiceTicks(double low, double high, int wanted);
+
+// False when the image cannot be written.
+bool WriteTracePng(const std::string& path, const Trace& trace, const std::vector<Peak>& peaks,
+                   const PlotText& text);
+
+}  // namespace qortool
+
+#endif

@@ -1,0 +1,153 @@
+#include "sweep_command.h"
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <vector>
+
+#include "peaks.h"
+#include "plot.h"
+#include "session.h"
+#include "si_units.h"
+#include "trace_csv.h"
+#include "virtual_instrument.h"
+
+namespace qortool {
+namespace {
+
+std::atomic<bool> interrupted{false};
+
+double Frequency(const std::string& text, const char* option) {
+    const auto value = ParseSi(text);
+    if (!value) throw ToolError(std::string(option) + ": not a frequency: " + text);
+    return *value;
+}
+
+// The span from either --center/--span or --start/--stop.
+void FrequencyRange(const SweepOptions& o, double* center, double* span) {
+    const bool byCenter = !o.center.empty() || !o.span.empty();
+    const bool byEdges = !o.start.empty() || !o.stop.empty();
+    if (byCenter && byEdges) throw ToolError("give either --center/--span or --start/--stop, not both");
+    if (byEdges) {
+        if (o.start.empty() || o.stop.empty()) throw ToolError("--start and --stop go together");
+        const double start = Frequency(o.start, "--start"), stop = Frequency(o.stop, "--stop");
+        *center = (start + stop) / 2.0;
+        *span = stop - start;
+        return;
+    }
+    *center = o.center.empty() ? 1e9 : Frequency(o.center, "--center");
+    *span = o.span.empty() ? 20e6 : Frequency(o.span, "--span");
+}
+
+class ProgressBar {
+public:
+    void Show(int done, int total) {
+        const double elapsed = std::chrono::duration<double>(Clock::now() - begin_).count();
+        if (elapsed < 1.0 || total <= 0) return;
+        const int width = 40, filled = width * done / total;
+        std::fprintf(stderr, "\r[%.*s%*s] %3d%%", filled, "########################################",
+                     width - filled, "", 100 * done / total);
+        shown_ = true;
+    }
+    ~ProgressBar() {
+        if (shown_) std::fprintf(stderr, "\r%*s\r", 50, "");
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    Clock::time_point begin_ = Clock::now();
+    bool shown_ = false;
+};
+
+// One whole sweep through the partial calls, so that a long one shows progress.
+void MeasureSweep(int device, Trace* trace) {
+    const int length = static_cast<int>(trace->max.size());
+    std::vector<float> min(static_cast<std::size_t>(length)), max(static_cast<std::size_t>(length));
+    ProgressBar bar;
+    int start = 0, stop = 0;
+    do {
+        Check("qorGetPartialSweep_32f", qorGetPartialSweep_32f(device, min.data(), max.data(), &start, &stop));
+        bar.Show(stop, length);
+    } while (stop < length && !interrupted);
+    for (int i = 0; i < length; ++i) {
+        trace->min[static_cast<std::size_t>(i)] = min[static_cast<std::size_t>(i)];
+        trace->max[static_cast<std::size_t>(i)] = max[static_cast<std::size_t>(i)];
+    }
+}
+
+std::string Caption(const SweepOptions& o, double center, double span, double rbw, double vbw) {
+    char text[400];
+    std::snprintf(text, sizeof text, "center %s   span %s   RBW %s   VBW %s   ref %.1f dBm   atten %s   gain %s%s%s   %s",
+                  FormatHz(center, 9).c_str(), FormatHz(span, 6).c_str(), FormatHz(rbw, 4).c_str(),
+                  FormatHz(vbw, 4).c_str(), o.refLevel, o.atten < 0 ? "auto" : std::to_string(o.atten).c_str(),
+                  o.gain < 0 ? "auto" : std::to_string(o.gain).c_str(), o.preamp ? "   preamp" : "",
+                  o.reject ? "   image rejection" : "", o.detector == "average" ? "average detector" : "min/max detector");
+    return text;
+}
+
+void PrintPeaks(const std::vector<Peak>& peaks, bool millivolts, int serial, bool showInjected) {
+    std::printf("%-4s %-18s %12s\n", "peak", "frequency", millivolts ? "level (mV)" : "level (dBm)");
+    for (std::size_t k = 0; k < peaks.size(); ++k) {
+        std::printf("%-4zu %-18s %12.2f\n", k + 1, FormatHz(peaks[k].frequency, 9).c_str(), peaks[k].level);
+    }
+    if (!showInjected) return;
+    const std::vector<InjectedSignal> injected = InjectedSignals(serial);
+    if (injected.empty()) return;
+    std::printf("\ninjected by the virtual instrument:\n%-4s %-18s %12s\n", "kind", "frequency", "level (dBm)");
+    for (const InjectedSignal& s : injected) {
+        std::printf("%-4s %-18s %12.2f\n", s.kind.c_str(), FormatHz(s.frequency, 9).c_str(), s.level);
+    }
+}
+
+}  // namespace
+
+int RunSweep(const SweepOptions& o) {
+    double center = 0, span = 0;
+    FrequencyRange(o, &center, &span);
+    const double rbw = Frequency(o.rbw, "--rbw");
+    const double vbw = o.vbw.empty() ? rbw : Frequency(o.vbw, "--vbw");
+    if (o.detector != "minmax" && o.detector != "average") throw ToolError("--detector: minmax or average");
+    if (o.scale != "dbm" && o.scale != "mv") throw ToolError("--scale: dbm or mv");
+    if (o.sweeps < 0) throw ToolError("--sweeps: 0 (until interrupted) or more");
+
+    OpenedUnit unit(o.serial);
+    const int d = unit.device();
+    int serialNumber = 0;
+    Check("qorGetSerialNumber", qorGetSerialNumber(d, &serialNumber));
+    Check("qorConfigCenterSpan", qorConfigCenterSpan(d, center, span));
+    Check("qorConfigSweepCoupling", qorConfigSweepCoupling(d, rbw, vbw, o.reject));
+    Check("qorConfigAcquisition", qorConfigAcquisition(d, o.detector == "average" ? 1 : 0, o.scale == "mv" ? 1 : 0));
+    Check("qorConfigLevel", qorConfigLevel(d, o.refLevel));
+    if (o.atten >= 0 || o.gain >= 0 || o.preamp) Check("qorConfigGainAtten", qorConfigGainAtten(d, o.atten, o.gain, o.preamp));
+    if (Check("qorInitiate", qorInitiate(d, ModeSweep)) == qorBandwidthClamped) {
+        std::fprintf(stderr, "note: %s\n", qorGetErrorString(qorBandwidthClamped));
+    }
+
+    Trace trace;
+    int length = 0;
+    Check("qorQuerySweepInfo", qorQuerySweepInfo(d, &length, &trace.startFreq, &trace.binSize));
+    trace.min.assign(static_cast<std::size_t>(length), -200.0);
+    trace.max.assign(static_cast<std::size_t>(length), -200.0);
+    trace.millivolts = o.scale == "mv";
+
+    interrupted = false;
+    std::signal(SIGINT, [](int) { interrupted = true; });
+    for (int n = 0; (o.sweeps == 0 || n < o.sweeps) && !interrupted; ++n) MeasureSweep(d, &trace);
+    std::signal(SIGINT, SIG_DFL);
+
+    const std::vector<Peak> peaks = StrongestPeaks(trace.max, trace.startFreq, trace.binSize, o.peaks);
+    PrintPeaks(peaks, trace.millivolts, serialNumber, o.showInjected);
+    if (!o.csv.empty() && !WriteTraceCsv(o.csv, trace)) throw ToolError("--csv: cannot write " + o.csv);
+    if (!o.png.empty()) {
+        char title[64];
+        std::snprintf(title, sizeof title, "qor sweep, unit %08d", serialNumber);
+        if (!WriteTracePng(o.png, trace, peaks, {title, Caption(o, center, span, rbw, vbw)})) {
+            throw ToolError("--png: cannot write " + o.png);
+        }
+    }
+    return 0;
+}
+
+}  // namespace qortool

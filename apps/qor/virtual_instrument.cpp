@@ -1,0 +1,85 @@
+#include "virtual_instrument.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+namespace qortool {
+namespace {
+
+std::string ExecutableDir() {
+    char path[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
+    if (length <= 0) return ".";
+    path[length] = '\0';
+    std::string dir(path);
+    return dir.substr(0, dir.find_last_of('/'));
+}
+
+// The instrument next to the tool: in the build tree, or installed beside the library.
+std::string FindSimLibrary() {
+    if (const char* named = std::getenv("QOR_SIM_LIBRARY")) return named;
+    const std::string dir = ExecutableDir();
+    for (const char* relative : {"/../../sim/libqor_sim.so", "/../lib/libqor_sim.so", "/libqor_sim.so"}) {
+        const std::string candidate = dir + relative;
+        if (access(candidate.c_str(), R_OK) == 0) return candidate;
+    }
+    return {};
+}
+
+}  // namespace
+
+bool EnterVirtualInstrument(int argc, char** argv, std::string* error) {
+    bool wantSim = false;
+    const char* bench = nullptr;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--sim") == 0) wantSim = true;
+        if (std::strcmp(argv[i], "--bench") == 0 && i + 1 < argc) bench = argv[i + 1];
+        if (std::strncmp(argv[i], "--bench=", 8) == 0) bench = argv[i] + 8;
+    }
+    if (!wantSim || std::getenv("QOR_TOOL_IN_SIM") != nullptr) return true;
+    const std::string library = FindSimLibrary();
+    if (library.empty()) {
+        *error = "the virtual instrument (libqor_sim.so) was not found next to the tool; set QOR_SIM_LIBRARY";
+        return false;
+    }
+    setenv("QOR_D2XX_LIBRARY", library.c_str(), 1);
+    if (bench != nullptr) setenv("QOR_SIM_BENCH", bench, 1);
+    setenv("QOR_TOOL_IN_SIM", "1", 1);
+    execv("/proc/self/exe", argv);
+    *error = std::string("cannot restart the tool: ") + std::strerror(errno);
+    return false;
+}
+
+std::vector<InjectedSignal> InjectedSignals(int serial) {
+    std::vector<InjectedSignal> signals;
+    const char* library = std::getenv("QOR_D2XX_LIBRARY");
+    if (library == nullptr) return signals;
+    // The library has loaded it already; this only finds the same instance.
+    void* handle = dlopen(library, RTLD_NOW | RTLD_NOLOAD);
+    if (handle == nullptr) return signals;
+    using BenchJson = const char* (*)();
+    auto benchJson = reinterpret_cast<BenchJson>(dlsym(handle, "qorsim_bench_json"));
+    if (benchJson != nullptr) {
+        const nlohmann::json bench = nlohmann::json::parse(benchJson(), nullptr, false);
+        if (bench.is_object() && bench.contains("units")) {
+            for (const auto& unit : bench["units"]) {
+                if (unit.value("serial", 0) != serial || !unit.contains("signals")) continue;
+                for (const auto& s : unit["signals"]) {
+                    signals.push_back({s.value("kind", "cw"), s.value("frequency", 0.0), s.value("level", 0.0)});
+                }
+            }
+        }
+    }
+    dlclose(handle);
+    std::sort(signals.begin(), signals.end(),
+              [](const InjectedSignal& a, const InjectedSignal& b) { return a.level > b.level; });
+    return signals;
+}
+
+}  // namespace qortool

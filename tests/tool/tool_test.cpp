@@ -1,0 +1,91 @@
+// The command-line tool's own logic: SI numbers, peaks, ticks and its files.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+#include "peaks.h"
+#include "plot.h"
+#include "si_units.h"
+#include "trace_csv.h"
+
+namespace {
+
+using qortool::ParseSi;
+
+TEST(SiUnits, ParsesSuffixesAndRefusesJunk) {
+    EXPECT_DOUBLE_EQ(*ParseSi("2.4G"), 2.4e9);
+    EXPECT_DOUBLE_EQ(*ParseSi("100M"), 1e8);
+    EXPECT_DOUBLE_EQ(*ParseSi("10k"), 1e4);
+    EXPECT_DOUBLE_EQ(*ParseSi("10kHz"), 1e4);
+    EXPECT_DOUBLE_EQ(*ParseSi("1.5e6"), 1.5e6);
+    EXPECT_DOUBLE_EQ(*ParseSi("-3"), -3.0);
+    for (const char* bad : {"", "G", "10x", "1.0GG", "nan", "1 M"}) EXPECT_FALSE(ParseSi(bad)) << bad;
+    EXPECT_EQ(qortool::FormatHz(2.4e9), "2.4 GHz");
+    EXPECT_EQ(qortool::FormatHz(950.0), "950 Hz");
+}
+
+std::vector<double> Floor(int n) { return std::vector<double>(static_cast<std::size_t>(n), -100.0); }
+
+TEST(Peaks, StrongestFirstAndNoiseIgnored) {
+    std::vector<double> trace = Floor(100);
+    for (int i = 0; i < 100; ++i) trace[static_cast<std::size_t>(i)] += (i % 3) * 1.0;  // ripple below prominence
+    trace[20] = -30.0;
+    trace[21] = -35.0;
+    trace[70] = -50.0;
+    trace[99] = -60.0;  // a peak on the edge counts
+    const auto peaks = qortool::StrongestPeaks(trace, 1e6, 1e3, 10);
+    ASSERT_EQ(peaks.size(), 3u);
+    EXPECT_EQ(peaks[0].bin, 20);
+    EXPECT_DOUBLE_EQ(peaks[0].frequency, 1e6 + 20e3);
+    EXPECT_EQ(peaks[1].bin, 70);
+    EXPECT_EQ(peaks[2].bin, 99);
+    EXPECT_EQ(qortool::StrongestPeaks(trace, 0, 1, 1).size(), 1u);
+}
+
+TEST(Peaks, ShoulderOfAStrongerPeakIsNoPeak) {
+    std::vector<double> trace = Floor(50);
+    trace[10] = -20.0;
+    trace[12] = -24.0;  // 1 dB above the dip between them
+    trace[11] = -25.0;
+    const auto peaks = qortool::StrongestPeaks(trace, 0, 1, 10);
+    ASSERT_EQ(peaks.size(), 1u);
+    EXPECT_EQ(peaks[0].bin, 10);
+}
+
+TEST(Plot, TicksAreRoundAndCoverTheRange) {
+    const auto ticks = qortool::NiceTicks(0.95e9, 1.05e9, 10);
+    ASSERT_FALSE(ticks.empty());
+    EXPECT_DOUBLE_EQ(ticks.front(), 0.95e9);
+    EXPECT_NEAR(ticks[1] - ticks[0], 1e7, 1.0);
+    EXPECT_LE(ticks.back(), 1.05e9 + 1.0);
+    EXPECT_EQ(qortool::NiceTicks(-120, 0, 6).front(), -120.0);
+    EXPECT_TRUE(qortool::NiceTicks(5, 5, 4).empty());
+}
+
+TEST(ToolFiles, CsvAndPngOfATrace) {
+    qortool::Trace trace;
+    trace.startFreq = 1e9;
+    trace.binSize = 1e4;
+    trace.min = Floor(1001);
+    trace.max = Floor(1001);
+    for (int i = 0; i < 1001; ++i) trace.max[static_cast<std::size_t>(i)] = -90.0 + 60.0 * std::exp(-0.01 * (i - 500) * (i - 500));
+    const std::string dir = ::testing::TempDir();
+    ASSERT_TRUE(qortool::WriteTraceCsv(dir + "/trace.csv", trace));
+    std::ifstream csv(dir + "/trace.csv");
+    std::string header, first;
+    std::getline(csv, header);
+    std::getline(csv, first);
+    EXPECT_EQ(header, "frequency_hz,min_dbm,max_dbm");
+    EXPECT_EQ(first.substr(0, first.find(',')), "1000000000.000");
+
+    const auto peaks = qortool::StrongestPeaks(trace.max, trace.startFreq, trace.binSize, 3);
+    ASSERT_TRUE(qortool::WriteTracePng(dir + "/trace.png", trace, peaks, {"title", "caption"}));
+    std::ifstream png(dir + "/trace.png", std::ios::binary | std::ios::ate);
+    EXPECT_GT(png.tellg(), 10000);
+    EXPECT_FALSE(qortool::WriteTraceCsv("/nonexistent-dir/x.csv", trace));
+}
+
+}  // namespace
