@@ -1,0 +1,375 @@
+// The channels, the framing and the sample stream of AnalyzerLink. The
+// command set is in analyzer_commands.cpp.
+#include "analyzer_link.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "ipp_memory.h"
+#include "os.h"
+
+namespace qor {
+namespace {
+
+constexpr char kStreamDescription[] = "Tarven Works A";
+constexpr char kCommandDescription[] = "Tarven Works B";
+constexpr int kDescriptionLength = 14;
+
+constexpr uint8_t kFrameEnd = 0xC0;
+constexpr uint8_t kEscape = 0xDB;
+constexpr uint8_t kEscapedEnd = 0xDC;
+constexpr uint8_t kEscapedEscape = 0xDD;
+
+constexpr uint8_t kCaptureSync[4] = {0xA5, 0x5A, 0xF0, 0x0F};
+constexpr uint8_t kHeaderFirst = 0xE1;
+constexpr uint8_t kHeaderSecond = 0x1E;
+
+constexpr int kOpenTries = 10;
+constexpr uint32_t kOpenRetryMs = 250;
+constexpr int kResyncReads = 2560;
+
+struct ChannelInfo {
+    DWORD flags = 0;
+    char serial[FT_SERIAL_SIZE] = {};
+    char description[FT_DESCRIPTION_SIZE] = {};
+};
+
+ChannelInfo ReadChannelInfo(const d2xx::Table& ft, DWORD index) {
+    ChannelInfo info;
+    DWORD type = 0, id = 0, location = 0;
+    FT_HANDLE handle = nullptr;
+    ft.GetDeviceInfoDetail(index, &info.flags, &type, &id, &location, info.serial, info.description, &handle);
+    info.serial[AnalyzerLink::kSerialLength] = '\0';
+    info.description[kDescriptionLength] = '\0';
+    return info;
+}
+
+bool IsFrameHeader(const uint8_t* bytes) { return bytes[0] == kHeaderFirst && bytes[1] == kHeaderSecond; }
+
+}  // namespace
+
+int32_t DecimalSerial(const char* serial) {
+    int32_t value = 0;
+    int digits = 0;
+    for (; digits < AnalyzerLink::kSerialLength && serial[digits] != '\0'; ++digits) {
+        const char c = serial[digits];
+        if (c < '0' || c > '9') return 0;
+        value = value * 10 + (c - '0');
+    }
+    return digits == 0 ? 0 : value;
+}
+
+AnalyzerLink::AnalyzerLink() : AnalyzerLink(d2xx::Functions()) {}
+
+AnalyzerLink::AnalyzerLink(const d2xx::Table& d2xx)
+    : plan(std::make_unique<TuningPlan>()), workBuffer(ippsMalloc_8u(kWorkBufferBytes)), ft_(d2xx) {
+    if (!workBuffer) throw std::bad_alloc();
+    std::memset(workBuffer, 0, kWorkBufferBytes);
+}
+
+AnalyzerLink::~AnalyzerLink() {
+    Close();
+    ippsFree(workBuffer);
+}
+
+// ---- Channels --------------------------------------------------------------
+
+DWORD AnalyzerLink::RefreshDeviceList() {
+    DWORD count = 0;
+    if (ft_.CreateDeviceInfoList(&count) != FT_OK) return 0;
+    return count;
+}
+
+void AnalyzerLink::EnumerateChannels(int serials[kMaxUnits], int streamIndex[kMaxUnits], int commandIndex[kMaxUnits],
+                                     int* pairCount, int* channelCount) {
+    const int channels = *channelCount;
+    int units = 0;
+    for (int i = 0; i < channels && units < kMaxUnits; ++i) {
+        const ChannelInfo info = ReadChannelInfo(ft_, static_cast<DWORD>(i));
+        if (std::strcmp(info.description, kStreamDescription) != 0) continue;
+        if (info.flags & FT_FLAGS_OPENED) continue;  // held by another process
+        serials[units] = DecimalSerial(info.serial);
+        streamIndex[units] = i;
+        commandIndex[units] = -1;
+        ++units;
+    }
+    for (int i = 0; i < channels && *pairCount < kMaxUnits; ++i) {
+        const ChannelInfo info = ReadChannelInfo(ft_, static_cast<DWORD>(i));
+        if (std::strcmp(info.description, kCommandDescription) != 0) continue;
+        const int serial = DecimalSerial(info.serial);
+        for (int u = 0; u < units; ++u) {
+            if (serials[u] == serial && commandIndex[u] < 0) {
+                commandIndex[u] = i;
+                ++*pairCount;
+                break;
+            }
+        }
+    }
+    // Entries past the units found stay as the caller gave them.
+}
+
+int AnalyzerLink::Open(int streamIndex, int commandIndex) {
+    if (isOpen) return 1;
+    if (streamIndex < 0) return -1;
+
+    FT_STATUS status = FT_DEVICE_NOT_FOUND;
+    for (int attempt = 0; attempt < kOpenTries; ++attempt) {
+        status = ft_.Open(streamIndex, &streamChannel);
+        if (status == FT_OK) break;
+        streamChannel = nullptr;
+        if (attempt + 1 < kOpenTries) os::SleepMs(kOpenRetryMs);
+    }
+    if (status != FT_OK) return -1;
+    if (ft_.Open(commandIndex, &commandChannel) != FT_OK) {
+        commandChannel = nullptr;
+        Close();  // a half-open link would be taken for open by the next call
+        return -1;
+    }
+    isOpen = true;
+    orskPath = -100;
+
+    ft_.SetBaudRate(commandChannel, kCommandBaud);
+    ft_.SetTimeouts(commandChannel, 5000, 5000);
+    ft_.SetTimeouts(streamChannel, 1000, 1000);
+    ft_.SetLatencyTimer(commandChannel, 2);
+    ft_.SetLatencyTimer(streamChannel, 16);
+
+    os::SleepMs(50);
+    StopStream();  // also drains what an earlier use left
+    Command({'L', 0x00, 0x00, 0x4C, 0x42});
+    InitAdc();
+    RestoreSynthModulus();
+    return 1;
+}
+
+void AnalyzerLink::Close() {
+    if (streamChannel) ft_.Close(streamChannel);
+    if (commandChannel) ft_.Close(commandChannel);
+    streamChannel = nullptr;
+    commandChannel = nullptr;
+    isOpen = false;
+    referenceLocked = false;
+}
+
+void AnalyzerLink::CyclePort() {
+    if (streamChannel) ft_.CyclePort(streamChannel);
+}
+
+void AnalyzerLink::ReadSerialString(char out[16]) {
+    char serial[FT_SERIAL_SIZE] = {};
+    char description[FT_DESCRIPTION_SIZE] = {};
+    FT_DEVICE type = 0;
+    DWORD id = 0;
+    ft_.GetDeviceInfo(commandChannel, &type, &id, serial, description, nullptr);
+    serial[kSerialLength] = '\0';
+    std::memcpy(out, serial, FT_SERIAL_SIZE);
+}
+
+DWORD AnalyzerLink::ReadUserArea(uint8_t data[16]) {
+    DWORD received = 0;
+    ft_.EE_UARead(commandChannel, data, 16, &received);
+    return std::min<DWORD>(received, 16);
+}
+
+void AnalyzerLink::WriteUserArea(const uint8_t data[16]) {
+    uint8_t copy[16];
+    std::memcpy(copy, data, sizeof copy);
+    ft_.EE_UAWrite(commandChannel, copy, sizeof copy);
+}
+
+// ---- Framing -----------------------------------------------------------------
+
+void AnalyzerLink::SendPayload(int length, FT_HANDLE channel, bool noDelay) {
+    uint8_t wire[2 * sizeof txBuffer + 1];
+    DWORD size = 0;
+    const int count = std::min<int>(length, sizeof txBuffer);
+    for (int i = 0; i < count; ++i) {
+        const uint8_t b = txBuffer[i];
+        if (b == kFrameEnd) {
+            wire[size++] = kEscape;
+            wire[size++] = kEscapedEnd;
+        } else if (b == kEscape) {
+            wire[size++] = kEscape;
+            wire[size++] = kEscapedEscape;
+        } else {
+            wire[size++] = b;
+        }
+    }
+    wire[size++] = kFrameEnd;
+    DWORD written = 0;
+    ft_.Write(channel ? channel : commandChannel, wire, size, &written);
+    if (!noDelay) os::SleepMs(static_cast<uint32_t>(commandDelay));
+}
+
+void AnalyzerLink::Command(std::initializer_list<uint8_t> payload, uint32_t extraPauseMs) {
+    const int length = std::min<int>(static_cast<int>(payload.size()), sizeof txBuffer);
+    std::copy_n(payload.begin(), length, txBuffer);
+    SendPayload(length);
+    if (extraPauseMs) os::SleepMs(extraPauseMs);
+}
+
+DWORD AnalyzerLink::ReadReply(void* out, DWORD count) {
+    DWORD received = 0;
+    ft_.Read(commandChannel, out, count, &received);
+    return std::min(received, count);
+}
+
+void AnalyzerLink::WriteRegister(int address, int value) { Command({'I', LowByte(address), LowByte(value)}); }
+
+// ---- The stream -------------------------------------------------------------
+
+DWORD AnalyzerLink::StreamQueued() {
+    DWORD queued = 0;
+    ft_.GetQueueStatus(streamChannel, &queued);
+    return queued;
+}
+
+void AnalyzerLink::PurgeStream(ULONG mask) { ft_.Purge(streamChannel, mask); }
+
+DWORD AnalyzerLink::ReadStreamBytes(void* out, DWORD count) {
+    DWORD received = 0;
+    ft_.Read(streamChannel, out, count, &received);
+    return std::min(received, count);
+}
+
+bool AnalyzerLink::WaitForStream(DWORD bytes, uint32_t limitMs, uint32_t pollMs) {
+    const uint32_t start = os::TickMs();
+    for (;;) {
+        if (StreamQueued() >= bytes) return true;
+        if (os::TickMs() - start > limitMs) return false;
+        os::SleepMs(pollMs);
+    }
+}
+
+void AnalyzerLink::DropStreamBytes(int64_t bytes) {
+    while (bytes > 0) {
+        const DWORD piece = static_cast<DWORD>(std::min<int64_t>(bytes, kStreamBytes));
+        const DWORD received = ReadStreamBytes(workBuffer, piece);
+        if (received == 0) return;  // the stream went silent: nothing more to drop
+        bytes -= received;
+    }
+}
+
+void AnalyzerLink::Widen(Ipp64fc* out, int samples) const {
+    constexpr double kFullScale = 1.0 / 32768.0;
+    const uint8_t* bytes = workBuffer;
+    for (int i = 0; i < samples; ++i, bytes += 4) {
+        out[i].re = static_cast<int16_t>(bytes[0] | bytes[1] << 8) * kFullScale;
+        out[i].im = static_cast<int16_t>(bytes[2] | bytes[3] << 8) * kFullScale;
+    }
+}
+
+int AnalyzerLink::CaptureBlock(Ipp64fc* out, int count, int timeoutMs) {
+    Command({'S', LowByte(count / kBlockSamples)});
+    uint8_t sync[4] = {};
+    ReadStreamBytes(sync, sizeof sync);
+    if (std::memcmp(sync, kCaptureSync, sizeof sync) != 0) {
+        PurgeStream(FT_PURGE_RX);
+        return 6;
+    }
+    for (int done = 0; done < count;) {
+        const int chunk = std::min(count - done, kStreamSamples);
+        if (!WaitForStream(static_cast<DWORD>(4 * chunk), static_cast<uint32_t>(std::max(timeoutMs, 0)), 5)) {
+            PurgeStream(FT_PURGE_RX);
+            return 5;
+        }
+        ReadStreamBytes(workBuffer, static_cast<DWORD>(4 * chunk));
+        Widen(out + done, chunk);
+        done += chunk;
+    }
+    return 0;
+}
+
+int AnalyzerLink::ReadSamples512(Ipp64fc* out) {
+    if (!WaitForStream(kBlockBytes, 100, 1)) return 0;
+    ReadStreamBytes(workBuffer, kBlockBytes);
+    Widen(out, kBlockSamples);
+    return 1;
+}
+
+int AnalyzerLink::ReadSamples4096(Ipp64fc* out) {
+    if (!WaitForStream(kStreamBytes, 275, 1)) {
+        PurgeStream(FT_PURGE_RX);
+        return -1;
+    }
+    ReadStreamBytes(workBuffer, kStreamBytes);
+    Widen(out, kStreamSamples);
+    return 0;
+}
+
+void AnalyzerLink::StartStream() {
+    Command({'T'});
+    ReadStreamBytes(syncWord, sizeof syncWord);
+}
+
+void AnalyzerLink::StopStream() {
+    for (int stop = 0; stop < 3; ++stop) {
+        Command({'3'});
+        for (int drain = 0; drain < 5; ++drain) {
+            os::SleepMs(12);
+            const DWORD queued = StreamQueued();
+            if (queued == 0) break;
+            ReadStreamBytes(workBuffer, std::min<DWORD>(queued, kStreamBytes));
+        }
+    }
+}
+
+int AnalyzerLink::CaptureStream(Ipp64fc* out, int count) {
+    StartStream();
+    int status = 0;
+    for (int i = 0; i < count / kStreamSamples; ++i) {
+        if (ReadSamples4096(out + static_cast<size_t>(i) * kStreamSamples) != 0) {
+            status = -1;
+            break;
+        }
+    }
+    Command({'3'});
+    os::SleepMs(10);
+    os::SleepMs(25);
+    StreamQueued();
+    PurgeStream(FT_PURGE_RX);
+    return status;
+}
+
+int AnalyzerLink::ReadFrame(Ipp64fc* out, int expectedSamples) {
+    std::memset(syncWord, 0, sizeof syncWord);
+    ReadStreamBytes(syncWord, sizeof syncWord);
+    if (!IsFrameHeader(syncWord) && (ResyncFrames() != 0 || !IsFrameHeader(syncWord))) return -1;
+
+    frameTag = syncWord[2];
+    const int blocks = (syncWord[3] + 1) * blocksPerStep;
+    if (expectedSamples == kBlockSamples * blocks) {
+        for (frameBlock = 0; frameBlock < blocks; ++frameBlock) {
+            // A block that misses its limit leaves the frame torn; the next
+            // call finds its place again through the header.
+            if (ReadSamples512(out + static_cast<size_t>(frameBlock) * kBlockSamples) == 0) return -1;
+        }
+        return frameTag;
+    }
+    DropStreamBytes(static_cast<int64_t>(kBlockBytes) * blocks);
+    return -blocks - (expectedSamples / kBlockSamples) * 10000;
+}
+
+int AnalyzerLink::ResyncFrames() {
+    for (int reads = 0; reads < kResyncReads; ++reads) {
+        const DWORD received = ReadStreamBytes(workBuffer, kBlockBytes);
+        if (received == 0) return -1;  // the stream is silent: nothing to find
+        for (DWORD offset = 0; offset + 1 < received; offset += 2) {
+            if (!IsFrameHeader(workBuffer + offset)) continue;
+            // The header may reach past this read: complete it from the stream.
+            uint8_t header[4] = {};
+            const DWORD inRead = std::min<DWORD>(4, received - offset);
+            std::memcpy(header, workBuffer + offset, inRead);
+            if (inRead < 4) ReadStreamBytes(header + inRead, 4 - inRead);
+            const int64_t frameRead = static_cast<int64_t>(received) - offset - inRead;
+            const int64_t frameBytes = static_cast<int64_t>(kBlockBytes) * (header[3] + 1) * blocksPerStep;
+            DropStreamBytes(frameBytes - frameRead);
+            std::memset(syncWord, 0, sizeof syncWord);
+            ReadStreamBytes(syncWord, sizeof syncWord);
+            return 0;
+        }
+    }
+    return -1;
+}
+
+}  // namespace qor

@@ -1,0 +1,177 @@
+// AnalyzerLink: the one door to the analyzer. The unit shows up as a
+// dual-channel USB chip: channel A ("stream") carries the samples, channel B
+// ("command") the framed commands and their short replies.
+//
+// Commands are SLIP-stuffed payloads of 1 to 5 bytes, ended by 0xC0, one
+// FT_Write each, followed by a pause of commandDelay on the caller's thread.
+// The unit never acknowledges: a command always counts as done, and a reply
+// that does not come shows as zeros in the parsed value.
+//
+// Threads: txBuffer and workBuffer are single, so one thread drives the link
+// at a time: the API thread while no engine runs, else the engine's
+// acquisition thread. compressionFlag alone is shared between an engine and
+// the retrieval calls, hence atomic.
+#ifndef QOR_ANALYZER_LINK_H
+#define QOR_ANALYZER_LINK_H
+
+#include <atomic>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+
+#include "d2xx.h"
+#include "ipp_types.h"
+#include "tuning_plan.h"
+
+namespace qor {
+
+class AnalyzerLink {
+public:
+    static constexpr int kMaxUnits = 8;
+    static constexpr int kSerialLength = 8;                    // digits of a unit's serial
+    static constexpr int kBlockSamples = 512;                  // one hop of the unit
+    static constexpr int kBlockBytes = 4 * kBlockSamples;      // 16-bit I and Q
+    static constexpr int kStreamSamples = 4096;                // one block of the continuous stream
+    static constexpr int kStreamBytes = 4 * kStreamSamples;
+    static constexpr int kWorkBufferBytes = 65536;
+    static constexpr uint32_t kCommandBaud = 46667;
+
+    AnalyzerLink();                                   // on the process D2XX table
+    explicit AnalyzerLink(const d2xx::Table& d2xx);   // on another one (tests)
+    ~AnalyzerLink();
+    AnalyzerLink(const AnalyzerLink&) = delete;
+    AnalyzerLink& operator=(const AnalyzerLink&) = delete;
+
+    // ---- Channels ----------------------------------------------------------
+    // Pairs the channels of the driver's list (the caller refreshed it and
+    // gives its length in *channelCount; *pairCount comes in as 0). A unit
+    // counts when its A channel is free and its B channel is listed.
+    void EnumerateChannels(int serials[kMaxUnits], int streamIndex[kMaxUnits], int commandIndex[kMaxUnits],
+                           int* pairCount, int* channelCount);
+    // Refreshes the driver's list and gives its length.
+    DWORD RefreshDeviceList();
+    // Opens and configures both channels, drains the stream, resets the
+    // synthesizer and the ADC (about 860 ms of pauses). Returns the open
+    // mark (1) or -1; a failed open leaves both channels closed.
+    int Open(int streamIndex, int commandIndex);
+    // FT_Close of the stream channel, then the command channel; clears the
+    // open mark and referenceLocked.
+    void Close();
+    // Re-enumerates the whole unit (FT_CyclePort on the stream channel); the
+    // handles are dead afterwards and must be closed.
+    void CyclePort();
+    // The serial as the chip reports it, cut to 8 characters.
+    void ReadSerialString(char out[16]);
+    // The 16-byte user area of the chip's EEPROM, on the command channel.
+    DWORD ReadUserArea(uint8_t data[16]);
+    void WriteUserArea(const uint8_t data[16]);
+
+    // ---- Framing and the stream (see the .cpp for each) ---------------------
+    void SendPayload(int length, FT_HANDLE channel = nullptr, bool noDelay = false);
+    int CaptureBlock(Ipp64fc* out, int count, int timeoutMs);
+    int CaptureStream(Ipp64fc* out, int count);
+    int ReadSamples512(Ipp64fc* out);
+    int ReadSamples4096(Ipp64fc* out);
+    void StartStream();
+    void StopStream();
+    int ReadFrame(Ipp64fc* out, int expectedSamples);
+    int ResyncFrames();
+    void PurgeStream(ULONG mask);
+    DWORD StreamQueued();
+    // One FT_Read of raw bytes on the stream channel; the count received.
+    DWORD ReadStreamBytes(void* out, DWORD count);
+
+    // ---- Commands ------------------------------------------------------------
+    void WriteRegister(int address, int value);
+    void InitAdc();
+    void RestoreSynthModulus();
+    void ProgramSynth(int integer, int fraction, int modulus, int dividerLog2);
+    void ProgramSynthDivided(int integer, int fraction, int modulus, int dividerLog2);
+    void TuneLO(double frequency);
+    void SetGainRegisters(int a, int b);
+    void SetAttenuation(double dB);
+    void SetSelfTestSource(bool on);
+    void SetDividerFour();
+    bool SelectExternalReference();
+    void EnableReferenceOutput();
+    void ReleaseReference();
+    void SelectSampleClock(int n);
+    float ReadVoltage();
+    void SetPathFilter(int a, int band);
+    void SetOrskFilter(int band, int a);
+    void SetOrskPath(int path);
+    // One 4-byte word of the unit's calibration memory at byte `address`,
+    // after the usual pause and `extraPauseMs`; the count received.
+    DWORD ReadCalPage(int address, uint8_t out[4], uint32_t extraPauseMs = 0);
+    // Asks for the calibration bulk (no pause); it arrives on the stream
+    // channel, to be read with ReadStreamBytes.
+    void ReadCalBulk(bool orskFamily);
+    void ReadFirmwareString(char out[16]);
+    void SetPreamp(bool on);
+    float ReadTemperature();
+    void LoadSweepSegment(int segment, int startStep, int stepsMinusOne);
+    void StartFrames(int segments, int blocks);
+    void SetSweepWindow(int first, int last);
+    void SetGateWindow(int windowFirst, int windowLast);
+    void StartGatedSweep(int gateStep, int gateFirst);
+    void StopGatedSweep();
+    void ReadOcxoStatus();
+    float ReadOcxoCurrent();
+    bool ReadOcxoWarmup(int* raw);
+    void SetOcxoDac(int word);
+    void SetZ2(int word);
+    void SetClockShift(int n);
+    void SetIFAttenLow();
+    void SetIFAttenHigh();
+    // Detector read-out of the LO sweep from `first` to `last` MHz in 3 MHz
+    // steps: 2 bytes per step into `out`; the count received.
+    DWORD ReadSweepTable(int first, int last, uint8_t* out);
+    void TuneIFOutput(double frequency, double ifOffset, int inputAtten, int outputGain, int band);
+
+    // ---- State ---------------------------------------------------------------
+    std::unique_ptr<TuningPlan> plan;
+    std::atomic<bool> compressionFlag{false};
+    double attenStep = 5.0;
+    FT_HANDLE commandChannel = nullptr;  // channel B
+    FT_HANDLE streamChannel = nullptr;   // channel A
+    bool isOpen = false;
+    uint8_t txBuffer[5] = {};
+    int32_t commandDelay = 5;
+    uint8_t* workBuffer;  // kWorkBufferBytes, 64-byte aligned
+    uint8_t syncWord[4] = {};
+    int32_t blocksPerStep = 1;
+    int32_t frameTag = 0;
+    int32_t frameBlock = 0;
+    int32_t orskPath = -100;  // nothing sent yet: the first SetOrskPath always sends
+    int32_t deviceType = 0;
+    bool referenceLocked = false;
+    bool ifOutputOn = false;
+    bool diagnosticsAvailable = false;
+
+private:
+    // Fills txBuffer, sends it and pauses commandDelay plus `extraPauseMs`.
+    void Command(std::initializer_list<uint8_t> payload, uint32_t extraPauseMs = 0);
+    DWORD ReadReply(void* out, DWORD count);
+    // Waits for `bytes` on the stream channel, polling every `pollMs`;
+    // false when `limitMs` passed first.
+    bool WaitForStream(DWORD bytes, uint32_t limitMs, uint32_t pollMs);
+    // Reads and drops `bytes` from the stream channel in pieces of at most
+    // one stream block.
+    void DropStreamBytes(int64_t bytes);
+    // Widens `samples` 16-bit I, Q pairs of workBuffer to full scale 1.0.
+    void Widen(Ipp64fc* out, int samples) const;
+
+    const d2xx::Table& ft_;
+};
+
+// Payload bytes of the command set: the low and high byte of a value.
+inline uint8_t LowByte(int value) { return static_cast<uint8_t>(value & 0xFF); }
+inline uint8_t HighByte(int value) { return static_cast<uint8_t>((value >> 8) & 0xFF); }
+
+// Decimal value of a serial string (at most 8 digits); 0 when it is empty or
+// holds anything but digits.
+int32_t DecimalSerial(const char* serial);
+
+}  // namespace qor
+
+#endif
