@@ -35,12 +35,19 @@ void AnalyzerLink::InitAdc() {
 // The synthesizer word of modulus 100.
 void AnalyzerLink::RestoreSynthModulus() { Command({'L', 0x08, 0x00, 0x83, 0x21}); }
 
-void AnalyzerLink::ProgramSynth(int integer, int fraction, int modulus, int dividerLog2) {
-    Command({'L', 0x00, LowByte(dividerLog2 * 16 + 0x86), 0x41, 0xBC});
-    Command({'D', 0x04});
+// The four frames of a tuning: the synthesizer's own output divider, the
+// outboard divider, the modulus word and the integer/fraction word.
+void AnalyzerLink::SendSynthWords(int synthDividerLog2, int outboardDivider, int integer, int fraction,
+                                  int modulus) {
+    Command({'L', 0x00, LowByte(synthDividerLog2 * 16 + 0x86), 0x41, 0xBC});
+    Command({'D', LowByte(outboardDivider)});
     Command({'L', 0x08, 0x00, LowByte(modulus / 32 + 0x80), LowByte(modulus % 32 * 8 + 1)});
     Command({'L', 0x00, LowByte(integer / 2), LowByte((integer % 2 ? 0x80 : 0) + fraction / 32),
              LowByte(fraction % 32 * 8)});
+}
+
+void AnalyzerLink::ProgramSynth(int integer, int fraction, int modulus, int dividerLog2) {
+    SendSynthWords(dividerLog2, 0x04, integer, fraction, modulus);
 }
 
 // Below 150 MHz the division is shared between the synthesizer's divider
@@ -57,11 +64,7 @@ void AnalyzerLink::ProgramSynthDivided(int integer, int fraction, int modulus, i
                 ++s;
         }
     }
-    Command({'L', 0x00, LowByte(s * 16 + 0x86), 0x41, 0xBC});
-    Command({'D', LowByte(d)});
-    Command({'L', 0x08, 0x00, LowByte(modulus / 32 + 0x80), LowByte(modulus % 32 * 8 + 1)});
-    Command({'L', 0x00, LowByte(integer / 2), LowByte((integer % 2 ? 0x80 : 0) + fraction / 32),
-             LowByte(fraction % 32 * 8)});
+    SendSynthWords(s, d, integer, fraction, modulus);
 }
 
 void AnalyzerLink::TuneLO(double frequency) {

@@ -152,6 +152,7 @@ private:
     // Fills txBuffer, sends it and pauses commandDelay plus `extraPauseMs`.
     void Command(std::initializer_list<uint8_t> payload, uint32_t extraPauseMs = 0);
     DWORD ReadReply(void* out, DWORD count);
+    void SendSynthWords(int synthDividerLog2, int outboardDivider, int integer, int fraction, int modulus);
     // Waits for `bytes` on the stream channel, polling every `pollMs`;
     // false when `limitMs` passed first.
     bool WaitForStream(DWORD bytes, uint32_t limitMs, uint32_t pollMs);
