@@ -1,9 +1,12 @@
 #include "device.h"
 
+#include <algorithm>
 #include <array>
+#include <cstring>
 #include <mutex>
 
 #include "engine_rule.h"
+#include "os.h"
 
 namespace qor {
 namespace {
@@ -13,6 +16,57 @@ std::mutex claimLock;
 // Built at library load, freed at unload.
 std::array<Device, Device::kCount> deviceTable;
 std::array<Settings, Device::kCount> settingsTable;
+
+// The unit re-enumerates on the bus in this time after a port cycle.
+constexpr uint32_t kReenumerateMs = 2500;
+// An oven still warming up reads at or above this; its current, when running, at or above the other.
+constexpr int kOvenWarmingRaw = 194;
+constexpr float kOvenCurrentLow = 30.0f;
+
+// The unit pairs on the bus, complete ones only, in the driver's order.
+struct UnitList {
+    int serials[Device::kCount] = {};
+    int stream[Device::kCount] = {};
+    int command[Device::kCount] = {};
+    int count = 0;
+};
+
+// Empty with fewer than 2 channels on the bus.
+UnitList ListUnits(AnalyzerLink& link) {
+    UnitList found;
+    int all[Device::kCount], stream[Device::kCount], command[Device::kCount];
+    std::fill(std::begin(stream), std::end(stream), -1);
+    std::fill(std::begin(command), std::end(command), -1);
+    int channels = static_cast<int>(link.RefreshDeviceList());
+    if (channels < 2) return found;
+    int pairs = 0;
+    link.EnumerateChannels(all, stream, command, &pairs, &channels);
+    for (int u = 0; u < Device::kCount; ++u) {
+        if (stream[u] < 0 || command[u] < 0) continue;  // an A channel whose B is not listed
+        found.serials[found.count] = all[u];
+        found.stream[found.count] = stream[u];
+        found.command[found.count] = command[u];
+        ++found.count;
+    }
+    return found;
+}
+
+// Port cycle, both channels closed: the unit starts afresh on the bus.
+void CycleAndClose(AnalyzerLink& link) {
+    link.CyclePort();
+    link.Close();
+    os::SleepMs(kReenumerateMs);
+}
+
+// The timebase correction stored in the unit's user area; 0.0 for none or
+// when the area could not be read whole.
+double StoredTimebase(AnalyzerLink& link) {
+    uint8_t area[16] = {};
+    if (link.ReadUserArea(area) != sizeof area) return 0.0;
+    double stored = 0.0;
+    std::memcpy(&stored, area + 8, sizeof stored);  // little-endian IEEE 754, as the host
+    return stored;
+}
 
 }  // namespace
 
@@ -37,36 +91,134 @@ Device::~Device() {
     if (m_open) Close();
 }
 
-qorStatus Device::ListSerials(int /*serials*/[8], int* count) {
-    *count = 0;
+qorStatus Device::ListSerials(int serials[8], int* count) {
+    AnalyzerLink lister;
+    const UnitList units = ListUnits(lister);
+    std::copy_n(units.serials, units.count, serials);
+    *count = units.count;
     return qorNoError;
 }
 
-qorStatus Device::Open(int /*serialNumber*/) { return qorDeviceNotFoundErr; }
+qorStatus Device::Open(int serialNumber) {
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        const UnitList units = ListUnits(m_link);
+        const int* end = units.serials + units.count;
+        const int u = static_cast<int>(std::find(units.serials, end, serialNumber) - units.serials);
+        if (u == units.count) return qorDeviceNotFoundErr;
+
+        // The first open resets the unit; the port cycle makes it start afresh.
+        m_link.Open(units.stream[u], units.command[u]);
+        CycleAndClose(m_link);
+        if (m_link.Open(units.stream[u], units.command[u]) < 0) return qorDeviceNotFoundErr;
+
+        m_link.ReadSerialString(m_serialString);
+        m_serialNumber = DecimalSerial(m_serialString);
+        m_link.ReadFirmwareString(m_firmware);
+        m_onDeviceCalibration = m_firmware[10] == '1';
+
+        switch (m_firmware[8]) {
+            case '1':
+                m_deviceType = DeviceTypeVelm;
+                break;
+            case '2':
+                m_deviceType = DeviceTypeVelmB;
+                break;
+            case '3': {
+                m_deviceType = m_firmware[10] == '0' ? DeviceTypeOrskA : DeviceTypeOrskB;
+                const qorStatus oven = CheckOven();
+                if (oven != qorNoError) return oven;
+                break;
+            }
+            default:
+                // A unit that answered nothing sensible gets one more port cycle.
+                if (attempt == 0) {
+                    CycleAndClose(m_link);
+                    continue;
+                }
+                m_link.Close();
+                return qorDeviceNotFoundErr;
+        }
+        break;
+    }
+
+    const bool orsk = m_deviceType == DeviceTypeOrskA || m_deviceType == DeviceTypeOrskB;
+    m_link.deviceType = m_deviceType;
+    m_link.plan->orskFamily = orsk;
+    m_link.attenStep = orsk ? 10.0 : 5.0;
+    m_link.diagnosticsAvailable =
+        m_deviceType == DeviceTypeOrskB || (m_deviceType == DeviceTypeVelmB && m_firmware[10] == '1');
+    m_link.orskPath = -100;
+    m_settings = Settings();
+
+    // Calibration call point: the calibration store is fetched here, with the
+    // link up and the type known, giving 0 or -12. Until it exists there is
+    // nothing to fetch.
+    const qorStatus calibration = qorNoError;
+    // The stored timebase correction is read whatever the fetch gave; the
+    // correction object takes a value other than 0.0 as its timebaseFactor.
+    const double storedTimebase = StoredTimebase(m_link);
+    (void)storedTimebase;
+
+    if (calibration < 0) {
+        Abort();
+        m_link.Close();
+        m_open = false;
+        return calibration;
+    }
+    m_open = true;
+    return qorNoError;
+}
+
+// The 12.4 GHz family's oven oscillator: a B unit's oven must be warm, and
+// both must draw their current. Leaves the link closed on failure.
+qorStatus Device::CheckOven() {
+    if (m_deviceType == DeviceTypeOrskB) {
+        os::SleepMs(3000);
+        int raw = 0;
+        m_link.ReadOcxoWarmup(&raw);
+        if (raw >= kOvenWarmingRaw) {
+            CycleAndClose(m_link);
+            return qorOcxoWarmupErr;
+        }
+    }
+    m_link.ReadOcxoStatus();
+    if (m_link.ReadOcxoCurrent() < kOvenCurrentLow) {
+        os::SleepMs(1000);
+        m_link.ReadOcxoStatus();
+        if (m_link.ReadOcxoCurrent() < kOvenCurrentLow) {
+            m_link.Close();
+            return qorOcxoCurrentErr;
+        }
+    }
+    return qorNoError;
+}
 
 void Device::Close() {
     Abort();
+    m_link.Close();
     m_open = false;
     m_claimed = false;
 }
 
 void Device::Preset() {
     Abort();
+    CycleAndClose(m_link);
     m_open = false;
     m_claimed = false;
 }
 
 qorStatus Device::ReadTemperature(float* temperature) {
+    m_temperature = m_link.ReadTemperature();
     *temperature = m_temperature;
     return qorNoError;
 }
 
 qorStatus Device::ReadVoltage(float* voltage) {
-    *voltage = 5.0f;
+    *voltage = m_link.ReadVoltage();
     return qorNoError;
 }
 
-bool Device::TakeCompressionMark() { return false; }
+bool Device::TakeCompressionMark() { return m_link.compressionFlag.exchange(false); }
 
 void Device::Abort() {
     m_mode = ModeIdle;

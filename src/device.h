@@ -9,6 +9,7 @@
 
 #include <memory>
 
+#include "analyzer_link.h"
 #include "settings.h"
 #include "sweep_engine.h"
 
@@ -54,11 +55,13 @@ public:
     bool m_onDeviceCalibration = false;
     int32_t m_deviceType = DeviceTypeNone;
     float m_temperature = 0.0f;
+    AnalyzerLink m_link;
     Settings m_settings;
     SweepInfo m_sweepInfo;
     std::unique_ptr<SweepEngine> m_engine;
 
 private:
+    qorStatus CheckOven();
     qorStatus InitiateSweep();
     qorStatus InitiateRealTime();
 };
