@@ -1,0 +1,235 @@
+// CorrectionsOrsk against a synthetic unit whose path response is a simple
+// closed form: column base + 0.5 dB per record + 1 dB per GHz, so that the
+// expected correction follows directly for any band, state and temperature.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "cal_images.h"
+#include "corrections_orsk.h"
+
+namespace {
+
+using caltest::Image;
+namespace ot = caltest::orsk_table;
+
+constexpr double kColumnBase[5] = {0.0, 1.0, 3.0, 7.0, 15.0};
+double RecordTemperature(int r) { return -10.0 + 5.0 * r; }
+
+struct UnitShape {
+    double lf0Offset = -1.0;    // the unit's own data below 375 kHz; 0 asks for the generic repair
+    int band4RiseFrom = 1000;   // band 4 point from which its low-IF response rises above band 3
+};
+
+double PathValue(int r, double f, int column) { return kColumnBase[column] + 0.5 * r + f / 1e9; }
+
+Image MakeTable(const UnitShape& shape) {
+    Image t(768000);
+    for (int r = 0; r < 12; ++r) {
+        const int rec = r * ot::kRecord;
+        for (int k = 0; k < 52; ++k) {
+            t.F32(rec + 8 * k, r == 6 ? 0.5 : 7.0);
+            t.F32(rec + 8 * k + 4, r == 6 ? 1.0 : 7.0);
+        }
+        for (int s = 0; s < 9; ++s) {
+            const ot::Segment& seg = ot::kSegments[s];
+            for (int p = 0; p < seg.points; ++p) {
+                const double f = seg.start + p * seg.step;
+                for (int c = 0; c < 5; ++c) {
+                    double v = PathValue(r, f, c);
+                    if (s == 0) v += shape.lf0Offset;
+                    if (s == 7 && p >= shape.band4RiseFrom) v += 0.5;
+                    t.F32(rec + ot::kPath + 4 * (c * ot::kColumn + seg.first + p), v);
+                }
+            }
+        }
+        // Detector tables stored relative to curve A at code 300 (0.04 dB).
+        for (int i = 0; i < 1286; ++i) {
+            t.U16(rec + ot::kRf + 6 * i, 300);
+            t.F32(rec + ot::kRf + 6 * i + 2, 0.01 * i + 0.1 * r + 0.04);
+        }
+        for (int i = 0; i < 100; ++i) {
+            t.U16(rec + ot::kFine + 6 * i, 300);
+            t.F32(rec + ot::kFine + 6 * i + 2, 0.02 * i + 0.3 * r + 0.04);
+        }
+        for (int i = 0; i < 21; ++i) {
+            t.U16(rec + ot::kCurveACode + 2 * i, 100 + 100 * i);
+            t.F32(rec + ot::kCurveALevel + 4 * i, 0.01 * i * i);
+        }
+        for (int i = 0; i < 16; ++i) {
+            t.U16(rec + ot::kCurveBCode + 2 * i, 50 + 200 * i);
+            t.F32(rec + ot::kCurveBLevel + 4 * i, -0.5 * i);
+        }
+        t.F32(rec + ot::kGainStep, 10.0 + 0.1 * r);
+        t.F32(rec + ot::kTemperature, RecordTemperature(r));
+    }
+    t.U16(ot::kOcxoDac, 0x1234);
+    t.U16(ot::kTimebase, 32768 - 500);
+    return t;
+}
+
+// Offset of the path state from column 0: highIf 1 reads c0, c1, c1-c2+c3,
+// c1-c2+c4; highIf 0 reads c0-c1+c2, c2, c3, c4.
+double StateValue(int highIf, int att) {
+    const double* c = kColumnBase;
+    if (highIf) return att == 0 ? c[0] : att == 1 ? c[1] : c[1] - c[2] + c[att + 1];
+    return att == 0 ? c[0] - c[1] + c[2] : c[att + 1];
+}
+
+int ExpectedBand(double f) {
+    if (f < 150e6) return 0;
+    if (f < 4.0064e9) return 1;
+    if (f < 6.5024e9) return 2;
+    if (f < 42496 * 200000.0) return 3;  // no crossing: 8.505 GHz to a multiple of 12.8 MHz
+    if (f < 9.7536e9) return 4;
+    return 5;
+}
+
+double Rolloff(double ifOffset) { return ifOffset == 0.0 ? 0.0 : 0.582; }  // at 0 and +-50 kHz
+
+double ExpectedCorrection(double f, int att, int gain, int highIf, double ifOffset, int band, double t) {
+    f = std::min(f, 12.98e9);
+    if (band < 0) band = ExpectedBand(f);
+    const double r = std::min(std::max((t + 10.0) / 5.0, 4.0), 10.0);
+    double value = StateValue(highIf, att) + 0.5 * r + f / 1e9;
+    if (band == 0 && f < 375e3) value -= 1.0;
+    const double gainOffset = gain == 0 ? 0.0 : gain == 2 ? 22.0 + 0.1 * r : 10.0 + 0.1 * r;
+    const double ifTerm = 10 * std::log10(highIf ? 1.0 : 0.5) - Rolloff(ifOffset);
+    return -value - gainOffset + ifTerm - 3.0;
+}
+
+class OrskTest : public ::testing::Test {
+protected:
+    qor::CorrectionsOrsk& Loaded(const UnitShape& shape = {}) {
+        table = MakeTable(shape);
+        corr = std::make_unique<qor::CorrectionsOrsk>(4, table.data(), unit.data());
+        corr->Load(nullptr);
+        return *corr;
+    }
+    Image table{0};
+    Image unit{4096};
+    std::unique_ptr<qor::CorrectionsOrsk> corr;
+};
+
+TEST_F(OrskTest, AgreesWithTheClosedFormsEverywhere) {
+    qor::CorrectionsOrsk& c = Loaded();
+    const double frequencies[] = {50e3,  120e3, 374e3, 500e3, 990e3,  10e6,    40e6,   149e6,  1e9,  4.0063e9,
+                                  5e9,   6.6e9, 8.45e9, 8.6e9, 9.7e9,  9.76e9, 12.5e9, 12.98e9, 13.5e9};
+    const double temperatures[] = {-5.0, 10.0, 12.0, 27.5, 40.0, 45.0, 60.0};
+    for (double f : frequencies)
+        for (int att = 0; att < 4; ++att)
+            for (int gain = 0; gain < 3; ++gain)
+                for (int highIf = 0; highIf < 2; ++highIf)
+                    for (double offset : {0.0, 50000.0, -50000.0})
+                        for (double t : temperatures)
+                            for (int band : {-1, ExpectedBand(std::min(f, 12.98e9))}) {
+                                c.temperature = t;
+                                ASSERT_NEAR(c.GetCorrection(f, att, gain, highIf, offset, band),
+                                            ExpectedCorrection(f, att, gain, highIf, offset, band, t), 2e-4)
+                                    << "f " << f << " att " << att << " gain " << gain << " highIf " << highIf
+                                    << " offset " << offset << " t " << t << " band " << band;
+                            }
+}
+
+TEST_F(OrskTest, LoadTakesTimebaseAndFindsNoCrossingAsDefault) {
+    qor::CorrectionsOrsk& c = Loaded();
+    EXPECT_DOUBLE_EQ(c.timebaseFactor, 1.0 - 500e-9);
+    EXPECT_DOUBLE_EQ(c.crossoverFrequency, 8.505e9);
+    EXPECT_EQ(c.crossoverWord, 42496u);
+    EXPECT_EQ(c.BandOf(42496 * 200000.0), 4);
+    EXPECT_EQ(c.BandOf(42496 * 200000.0 - 1.0), 3);
+}
+
+TEST_F(OrskTest, CrossoverIsWhereBand4RisesAboveBand3) {
+    UnitShape shape;
+    shape.band4RiseFrom = 5;  // 8.30 GHz
+    qor::CorrectionsOrsk& c = Loaded(shape);
+    EXPECT_DOUBLE_EQ(c.crossoverFrequency, 8.295e9);
+    EXPECT_EQ(c.crossoverWord, 648u * 64u);  // 8.2944 GHz, a multiple of 12.8 MHz
+    EXPECT_EQ(c.BandOf(8.2944e9), 4);
+    EXPECT_EQ(c.BandOf(8.2943e9), 3);
+}
+
+TEST_F(OrskTest, LowFrequencyRepairBuildsOnThe2MHzPoint) {
+    UnitShape shape;
+    shape.lf0Offset = 0.0;  // no roll-off of its own: the unit gets the generic one
+    qor::CorrectionsOrsk& c = Loaded(shape);
+    const double e1[6] = {-1.96, -0.8, -0.13, 0.1, 0.19, 0.25};
+    const double e2[6] = {-0.63, -0.34, 0.0, 0.0, 0.0, 0.0};
+    const double e3[6] = {0.25, 0.44, 0.2, 0.0, 0.0, 0.0};
+    const double e4[6] = {0.0, 0.23, -0.1, 0.0, 0.0, 0.0};
+    c.temperature = 25.0;  // record 7 exactly
+    const double gain1 = 10.0 + 0.1 * 7 + 3.0;  // gain step of record 7 and the window's 3 dB
+    for (int i = 0; i < 6; ++i) {
+        const double lf0 = 100e3 + 50e3 * i;
+        const double lf1 = 400e3 + 100e3 * i;
+        const double at2MHz = 0.5 * 7 + 0.002;
+        EXPECT_NEAR(c.GetCorrection(lf0, 0, 1, 1, 0.0, 0), -(at2MHz + e1[i]) - gain1, 1e-5) << i;
+        EXPECT_NEAR(c.GetCorrection(lf0, 1, 1, 0, 0.0, 0),
+                    -(at2MHz + 3.0 + e2[i]) - gain1 + 10 * std::log10(0.5), 1e-5)
+            << i;
+        EXPECT_NEAR(c.GetCorrection(lf1, 1, 1, 1, 0.0, 0), -(at2MHz + 1.0 + e3[i]) - gain1, 1e-5) << i;
+        EXPECT_NEAR(c.GetCorrection(lf1, 3, 1, 0, 0.0, 0),
+                    -(at2MHz + 15.0 + e4[i]) - gain1 + 10 * std::log10(0.5), 1e-5)
+            << i;
+    }
+    // The 1 MHz point takes the 2 MHz point's values.
+    EXPECT_NEAR(c.GetCorrection(1e6, 2, 1, 1, 0.0, 0), c.GetCorrection(2e6, 2, 1, 1, 0.0, 0), 1e-6);
+}
+
+TEST_F(OrskTest, SelectAttenGainRows) {
+    qor::CorrectionsOrsk& c = Loaded();
+    struct Row {
+        double v;
+        int atten, gain;
+    };
+    const Row rows[] = {{-32.5, 0, 2}, {-32.0, 0, 1}, {-20.0, 1, 1}, {-10.0, 2, 1},
+                        {0.0, 3, 1},   {10.0, 2, 0},  {16.0, 3, 0},  {99.0, 3, 0}};
+    for (const Row& row : rows) {
+        int atten = -1, gain = -1;
+        c.SelectAttenGain(0.0, row.v - 3.0, &atten, &gain);
+        EXPECT_EQ(atten, row.atten) << row.v;
+        EXPECT_EQ(gain, row.gain) << row.v;
+    }
+}
+
+// Curve A of the synthetic unit is 0.01 i^2 dB at code 100 + 100 i; curve B
+// is -0.5 dB per 200 codes from code 50. The detector tables hold 0.01 dB per
+// 10 MHz from 200 MHz (fine: 0.02 dB per 3 MHz from 8.3 GHz) plus their record.
+TEST_F(OrskTest, DetectorPowerRatioCombinesCurvePathAndRfTables) {
+    qor::CorrectionsOrsk& c = Loaded();
+    c.temperature = 27.5;  // records 7 and 8, half way
+    const double r = 7.5;
+    struct Probe {
+        double f;
+        int att, setting;
+        uint16_t code;
+        double curve;  // the detector curve's value at the code
+        double rf;     // the detector table's value at f
+    };
+    const Probe probes[] = {
+        {1e9, 1, 11, 350, 0.065, 0.01 * 80 + 0.1 * r},              // inside curve A
+        {1e9, 0, 11, 50, -0.01, 0.01 * 80 + 0.1 * r},               // below: points 0 and 2
+        {1e9, 2, 11, 2300, 3.24 + 2 * 0.76, 0.01 * 80 + 0.1 * r},   // above: points 18 and 20
+        {1e9, 3, 41, 1250, -3.0, 0.01 * 80 + 0.1 * r},              // curve B
+        {8.301e9, 1, 41, 850, -2.0, 0.02 * 0 + 0.3 * r},            // fine table
+        {8.299e9, 1, 41, 850, -2.0, 0.01 * 809.9 + 0.1 * r},        // just outside it
+        {8.45e9, 2, 11, 350, 0.065, 0.02 * 50 + 0.3 * r},
+    };
+    for (const Probe& p : probes) {
+        const int refAtt = p.setting >= 15 ? 3 : 1;
+        const double sigMinusRef = StateValue(1, refAtt) - StateValue(1, p.att);
+        const double expected = std::pow(10.0, (p.rf + sigMinusRef + p.curve) * 0.1);
+        EXPECT_NEAR(c.DetectorPowerRatio(p.f, p.att, p.setting, p.code, 0) / expected, 1.0, 1e-5)
+            << p.f << " " << p.code;
+    }
+}
+
+TEST_F(OrskTest, TemperatureOutsideTheDetectorRecordsExtrapolates) {
+    qor::CorrectionsOrsk& c = Loaded();
+    c.temperature = 55.0;  // record index 13: beyond the table, not clamped for the detector
+    const double expected = std::pow(10.0, (0.01 * 80 + 0.1 * 13 + 0.065) * 0.1);
+    EXPECT_NEAR(c.DetectorPowerRatio(1e9, 1, 11, 350, 0) / expected, 1.0, 1e-5);
+}
+
+}  // namespace
