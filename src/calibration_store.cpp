@@ -1,0 +1,127 @@
+#include "calibration_store.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "analyzer_link.h"
+#include "corrections_orsk.h"
+#include "corrections_velm.h"
+#include "folders.h"
+#include "qor_api.h"
+#include "qor_lib.h"
+
+namespace qor {
+namespace {
+
+constexpr int kPageGroup = 4;
+constexpr uint32_t kRepairPauseMs = 10;
+
+constexpr uint32_t kBulkDropped = 4;  // leading bytes of the bulk answer
+constexpr uint32_t kVelmBulkTable = 0x70000;
+constexpr uint32_t kOrskBulkTable = 0x8D000;
+constexpr uint32_t kVelmBulkBytes = 0x72000 + 4;
+constexpr uint32_t kOrskBulkBytes = 0x8D000 + 4;
+constexpr uint32_t kBulkPiece = 4096;
+
+bool IsVelm(uint32_t deviceType) { return deviceType == 1 || deviceType == 2; }
+
+std::string CacheFileName(const std::string& folder, const char* pattern, int32_t serial) {
+    char name[32];
+    std::snprintf(name, sizeof name, pattern, serial);
+    return folder + name;
+}
+
+// Copies the part of [from, from + count) of the received bytes that came.
+void CopyReceived(const uint8_t* received, uint32_t receivedCount, uint32_t from, uint32_t count, uint8_t* dst) {
+    if (receivedCount <= from) return;
+    std::memcpy(dst, received + from, std::min(count, receivedCount - from));
+}
+
+}  // namespace
+
+CalibrationStore::CalibrationStore()
+    : tableBlock(new uint8_t[kTableBlockBytes]()),
+      // Zeroed too, so that the unit file of a unit that has no unit block is
+      // not left to chance.
+      unitBlock(new uint8_t[kUnitBlockBytes]()) {}
+
+uint32_t TableFileBytes(uint32_t deviceType) { return IsVelm(deviceType) ? kVelmTableBytes : kOrskTableBytes; }
+
+int FetchCalibration(CalibrationStore& store, const CalIdentity& identity, AnalyzerLink* link) {
+    const uint32_t type = identity.deviceType;
+    store.deviceType = type;
+    store.corr.reset();
+    if (IsVelm(type))
+        store.corr = std::make_unique<CorrectionsVelm>(type, store.tableBlock.get(), store.unitBlock.get());
+    else
+        store.corr = std::make_unique<CorrectionsOrsk>(type, store.tableBlock.get(), store.unitBlock.get());
+
+    uint8_t* unit = store.unitBlock.get();
+    uint8_t* table = store.tableBlock.get();
+    const uint32_t tableBytes = TableFileBytes(type);
+    const std::string folder = CalFolder();
+    const std::string unitFile = CacheFileName(folder, "%08d.qmi", identity.serialNumber);
+    const std::string tableFile = CacheFileName(folder, "D%08d.bin", identity.serialNumber);
+
+    // A short file still counts: the rest of its block keeps what it held.
+    std::size_t got = 0;
+    const bool haveUnit = folders::ReadFile(unitFile, unit, CalibrationStore::kUnitFileBytes, &got);
+    const bool haveTable = folders::ReadFile(tableFile, table, tableBytes, &got);
+
+    if (!haveUnit || !haveTable) {
+        if (identity.onDeviceCalibration) {
+            if (link) ReadCalBulk(*link, unit, table, !IsVelm(type));
+        } else {
+            if (!haveUnit && link) ReadCalPage(*link, unit);
+            // The first model keeps no table data at all.
+            if (!haveTable && type != 1) {
+                uint32_t size = 0;
+                if (!DownloadTableFile(identity.serialNumber, table, &size)) return qorInternetErr;
+            }
+        }
+        // The cache is only a cache: a folder that refuses the files leaves
+        // the calibration in the blocks usable.
+        folders::WriteFileAtomic(unitFile, unit, CalibrationStore::kUnitFileBytes);
+        folders::WriteFileAtomic(tableFile, table, tableBytes);
+    }
+    store.corr->Load(link);
+    return qorNoError;
+}
+
+void ReadCalPage(AnalyzerLink& link, uint8_t* unitBlock) {
+    constexpr int kBytes = CalibrationStore::kUnitBlockBytes;
+    // The two passes start from different fillings, so that a group that
+    // neither received shows as a mismatch.
+    std::vector<uint8_t> first(kBytes, 0x7F);
+    for (int address = 0; address < kBytes; address += kPageGroup) link.ReadCalPage(address, &first[address]);
+    std::memset(unitBlock, 0x80, kBytes);
+    for (int address = 0; address < kBytes; address += kPageGroup) link.ReadCalPage(address, unitBlock + address);
+    for (int address = 0; address < kBytes; address += kPageGroup) {
+        if (std::memcmp(&first[address], unitBlock + address, kPageGroup) != 0)
+            link.ReadCalPage(address, unitBlock + address, kRepairPauseMs);
+    }
+}
+
+void ReadCalBulk(AnalyzerLink& link, uint8_t* unitBlock, uint8_t* tableBlock, bool isOrsk) {
+    std::vector<uint8_t> received(CalibrationStore::kTableBlockBytes);
+    const uint32_t expected = isOrsk ? kOrskBulkBytes : kVelmBulkBytes;
+    link.ReadCalBulk(isOrsk);
+    uint32_t count = 0;
+    while (count < expected) {
+        const uint32_t n = link.ReadStreamBytes(received.data() + count, std::min(kBulkPiece, expected - count));
+        if (n == 0) break;
+        count += n;
+    }
+    if (isOrsk) {
+        CopyReceived(received.data(), count, kBulkDropped, kOrskBulkTable, tableBlock);
+    } else {
+        CopyReceived(received.data(), count, kBulkDropped, CalibrationStore::kUnitBlockBytes, unitBlock);
+        CopyReceived(received.data(), count, kBulkDropped + CalibrationStore::kUnitBlockBytes, kVelmBulkTable,
+                     tableBlock);
+    }
+}
+
+}  // namespace qor
