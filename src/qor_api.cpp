@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "device.h"
+#include "qor_lib.h"
 #include "status_text.h"
 #include "trace_units.h"
 
@@ -146,7 +147,10 @@ qorStatus qorPreset(int device) {
     });
 }
 
-qorStatus qorSetCalFilePath(const char* /*path*/) { return qorNoError; }
+qorStatus qorSetCalFilePath(const char* path) {
+    qor::SetCalFilePath(path);
+    return qorNoError;
+}
 
 // ---- Information -----------------------------------------------------------
 
