@@ -50,7 +50,7 @@ CalibrationStore::CalibrationStore()
 
 uint32_t TableFileBytes(uint32_t deviceType) { return IsVelm(deviceType) ? kVelmTableBytes : kOrskTableBytes; }
 
-int FetchCalibration(CalibrationStore& store, const CalIdentity& identity, AnalyzerLink* link) {
+qorStatus FetchCalibration(CalibrationStore& store, const CalIdentity& identity, AnalyzerLink* link) {
     const uint32_t type = identity.deviceType;
     store.deviceType = type;
     store.corr.reset();

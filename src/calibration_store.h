@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "corrections.h"
+#include "qor_api.h"
 
 namespace qor {
 
@@ -48,7 +49,7 @@ uint32_t TableFileBytes(uint32_t deviceType);
 // 0, or qorInternetErr (-12) when the table file can't be downloaded: then
 // nothing is written and the corrections aren't loaded. A null link stands
 // for a unit that answers nothing.
-int FetchCalibration(CalibrationStore& store, const CalIdentity& identity, AnalyzerLink* link);
+qorStatus FetchCalibration(CalibrationStore& store, const CalIdentity& identity, AnalyzerLink* link);
 
 // The unit block from the unit's calibration memory, 4 bytes a command, read
 // twice; a group whose passes differ is read a third time and kept as it

@@ -150,14 +150,13 @@ qorStatus Device::Open(int serialNumber) {
     m_link.orskPath = -100;
     m_settings = Settings();
 
-    // Calibration call point: the calibration store is fetched here, with the
-    // link up and the type known, giving 0 or -12. Until it exists there is
-    // nothing to fetch.
-    const qorStatus calibration = qorNoError;
+    // Calibration, with the link up and the type known: 0 or -12.
+    const qorStatus calibration = FetchCalibration(
+        m_calibration, {m_serialNumber, static_cast<uint32_t>(m_deviceType), m_onDeviceCalibration}, &m_link);
     // The stored timebase correction is read whatever the fetch gave; the
     // correction object takes a value other than 0.0 as its timebaseFactor.
     const double storedTimebase = StoredTimebase(m_link);
-    (void)storedTimebase;
+    if (storedTimebase != 0.0 && m_calibration.corr) m_calibration.corr->timebaseFactor = storedTimebase;
 
     if (calibration < 0) {
         Abort();

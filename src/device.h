@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "analyzer_link.h"
+#include "calibration_store.h"
 #include "settings.h"
 #include "sweep_engine.h"
 
@@ -58,6 +59,7 @@ public:
     AnalyzerLink m_link;
     Settings m_settings;
     SweepInfo m_sweepInfo;
+    CalibrationStore m_calibration;
     std::unique_ptr<SweepEngine> m_engine;
 
 private:
