@@ -4,5 +4,18 @@
 
 #include "ipp_types.h"
 #include "ipp_memory.h"
+#include "ipp_dispatch.h"
+#include "ipps_convert.h"
+#include "ipps_arith.h"
+#include "ipps_transcend.h"
+#include "ipps_complex.h"
+#include "ipps_tone.h"
+#include "ipps_window.h"
+#include "ipps_filter_design.h"
+#include "ipps_fir.h"
+#include "ipps_iir.h"
+#include "ipps_sample.h"
+#include "ipps_fft.h"
+#include "ippi_transpose.h"
 
 #endif

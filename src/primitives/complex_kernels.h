@@ -1,0 +1,19 @@
+// The code paths of the complex vector primitives on the display and mixer loops.
+#ifndef QOR_PRIMITIVES_COMPLEX_KERNELS_H
+#define QOR_PRIMITIVES_COMPLEX_KERNELS_H
+
+#include "ipp_types.h"
+
+namespace qor_prim {
+
+using MulKernel = void (*)(const Ipp64fc* a, const Ipp64fc* b, Ipp64fc* d, int length);
+using PowerKernel = void (*)(const Ipp64fc* src, Ipp64f* dst, int length);
+
+void MulGeneric(const Ipp64fc* a, const Ipp64fc* b, Ipp64fc* d, int length);
+void MulAvx2(const Ipp64fc* a, const Ipp64fc* b, Ipp64fc* d, int length);
+void PowerGeneric(const Ipp64fc* src, Ipp64f* dst, int length);
+void PowerAvx2(const Ipp64fc* src, Ipp64f* dst, int length);
+
+}  // namespace qor_prim
+
+#endif

@@ -1,0 +1,197 @@
+#include "fft_core.h"
+
+#include <cstring>
+
+#include "dispatch_row.h"
+#include "fft_twiddles.h"
+
+namespace qor_prim {
+
+namespace {
+
+// From this order on, the two-sweep scheme.
+constexpr int kSplitMinOrder = 17;
+// Columns gathered together: four complex doubles fill one 64-byte cache line.
+constexpr int kBlock = 4;
+constexpr size_t kAlign = 64;
+
+size_t AlignUp(size_t bytes) { return (bytes + kAlign - 1) & ~(kAlign - 1); }
+
+template <typename T>
+T* AlignPointer(void* p) {
+    const auto address = reinterpret_cast<uintptr_t>(p);
+    return reinterpret_cast<T*>((address + kAlign - 1) & ~uintptr_t{kAlign - 1});
+}
+
+// Twiddles of the radix-4 passes of length 8 and more: 3 n / 4 per pass.
+size_t StockhamTwiddleCount(int order) {
+    size_t count = 0;
+    for (long long len = 1LL << order; len >= 8; len /= 4) count += 3 * static_cast<size_t>(len / 4);
+    return count;
+}
+
+int ColumnOrder(int order) { return order / 2; }
+
+const DispatchRow<const FftKernels*> kKernelRow(&kFftKernelsGeneric, &kFftKernelsAvx2);
+
+void FillStockham(Ipp64fc* twiddles, int order, const TwiddleSource& source, int sourceOrder) {
+    const int shift = sourceOrder - order;
+    const long long n = 1LL << order;
+    for (long long len = n; len >= 8; len /= 4) {
+        const long long m = len / 4, step = n / len;
+        for (int l = 1; l <= 3; ++l) {
+            for (long long p = 0; p < m; ++p) twiddles[(l - 1) * m + p] = source((l * p * step) << shift);
+        }
+        twiddles += 3 * m;
+    }
+}
+
+void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* src, Ipp64fc* dst, Ipp64fc* scratch,
+                 double scale, bool inverse) {
+    if (plan.order == 0) {
+        dst[0] = {src[0].re * scale, src[0].im * scale};
+        return;
+    }
+    const int twiddled = (plan.order - 1) / 2;
+    const Ipp64fc* in = src;
+    Ipp64fc* out;
+    if ((twiddled + 1) % 2 == 0) {
+        out = scratch;
+    } else if (src != dst) {
+        out = dst;
+    } else {
+        // An odd pass count in place: start from a copy so that the last pass lands in dst.
+        std::memcpy(static_cast<void*>(scratch), src, sizeof(Ipp64fc) << plan.order);
+        in = scratch;
+        out = dst;
+    }
+    int len = 1 << plan.order, stride = 1;
+    const Ipp64fc* twiddles = plan.twiddles;
+    for (int t = 0; t < twiddled; ++t) {
+        k.radix4(len, stride, in, out, twiddles, inverse);
+        twiddles += 3 * (len / 4);
+        len /= 4;
+        stride *= 4;
+        in = out;
+        out = out == dst ? scratch : dst;
+    }
+    if (len == 4) {
+        k.radix4Last(stride, in, out, scale, inverse);
+    } else {
+        k.radix2Last(stride, in, out, scale);
+    }
+}
+
+void RunSplit(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, Ipp64fc* work, bool inverse,
+              double scale) {
+    const FftKernels& k = *spec.kernels;
+    const long n1 = 1L << spec.columns.order, n2 = 1L << spec.rows.order;
+    const long widest = n1 > n2 ? n1 : n2;
+    Ipp64fc* middle = work;  // N1 rows of N2
+    Ipp64fc* gathered = middle + n1 * n2;
+    Ipp64fc* out = gathered + kBlock * widest;
+    Ipp64fc* scratch = out + kBlock * widest;
+
+    // Sweep 1: input n = n1 N2 + n2; a transform over n1 for each column n2.
+    for (long c = 0; c < n2; c += kBlock) {
+        for (long i = 0; i < n1; ++i) {
+            const Ipp64fc* row = src + i * n2 + c;
+            for (int b = 0; b < kBlock; ++b) gathered[b * n1 + i] = row[b];
+        }
+        for (int b = 0; b < kBlock; ++b) {
+            RunStockham(spec.columns, k, gathered + b * n1, out + b * n1, scratch, 1.0, inverse);
+            k.twiddle(out + b * n1, spec.middle + (c + b) * n1, out + b * n1, static_cast<int>(n1), inverse);
+        }
+        for (long i = 0; i < n1; ++i) {
+            Ipp64fc* row = middle + i * n2 + c;
+            for (int b = 0; b < kBlock; ++b) row[b] = out[b * n1 + i];
+        }
+    }
+    // Sweep 2: a transform over n2 for each row k1; output k1 + N1 k2.
+    for (long r = 0; r < n1; r += kBlock) {
+        for (int b = 0; b < kBlock; ++b) {
+            RunStockham(spec.rows, k, middle + (r + b) * n2, out + b * n2, scratch, 1.0, inverse);
+        }
+        for (long i = 0; i < n2; ++i) {
+            Ipp64fc* row = dst + i * n1 + r;
+            for (int b = 0; b < kBlock; ++b) row[b] = {out[b * n2 + i].re * scale, out[b * n2 + i].im * scale};
+        }
+    }
+}
+
+}  // namespace
+
+FftSizes FftMemorySizes(int order) {
+    const size_t point = sizeof(Ipp64fc);
+    const size_t n = size_t{1} << order;
+    size_t spec = AlignUp(sizeof(IppsFFTSpec_C_64fc)) + kAlign;
+    size_t work;
+    if (order >= kSplitMinOrder) {
+        const int o1 = ColumnOrder(order), o2 = order - o1;
+        const size_t widest = size_t{1} << (o1 > o2 ? o1 : o2);
+        spec += AlignUp(StockhamTwiddleCount(o1) * point) + AlignUp(StockhamTwiddleCount(o2) * point) +
+                AlignUp(n * point);
+        work = (n + (2 * kBlock + 1) * widest) * point;
+    } else {
+        spec += AlignUp(StockhamTwiddleCount(order) * point);
+        work = n * point;
+    }
+    return {spec, TwiddleSource::ScratchBytes(order) + kAlign, work + kAlign};
+}
+
+IppsFFTSpec_C_64fc* FftBuild(int order, double forwardScale, double inverseScale, void* specMemory, void* initMemory) {
+    auto* spec = AlignPointer<IppsFFTSpec_C_64fc>(specMemory);
+    auto* next = reinterpret_cast<Ipp64fc*>(reinterpret_cast<char*>(spec) + AlignUp(sizeof(IppsFFTSpec_C_64fc)));
+    const TwiddleSource source(order, AlignPointer<void>(initMemory));
+    const auto take = [&next](size_t count) {
+        Ipp64fc* p = next;
+        next += AlignUp(count * sizeof(Ipp64fc)) / sizeof(Ipp64fc);
+        return p;
+    };
+    spec->magic = kFftMagic;
+    spec->order = order;
+    spec->forwardScale = forwardScale;
+    spec->inverseScale = inverseScale;
+    spec->kernels = kKernelRow.Pick();
+    spec->split = order >= kSplitMinOrder;
+    spec->whole = {0, nullptr};
+    spec->columns = {0, nullptr};
+    spec->rows = {0, nullptr};
+    spec->middle = nullptr;
+    if (!spec->split) {
+        Ipp64fc* twiddles = take(StockhamTwiddleCount(order));
+        FillStockham(twiddles, order, source, order);
+        spec->whole = {order, twiddles};
+        return spec;
+    }
+    const int o1 = ColumnOrder(order), o2 = order - o1;
+    Ipp64fc* t1 = take(StockhamTwiddleCount(o1));
+    Ipp64fc* t2 = take(StockhamTwiddleCount(o2));
+    Ipp64fc* middle = take(size_t{1} << order);
+    FillStockham(t1, o1, source, order);
+    FillStockham(t2, o2, source, order);
+    const long long n1 = 1LL << o1, n2 = 1LL << o2;
+    for (long long c = 0; c < n2; ++c) {
+        for (long long k1 = 0; k1 < n1; ++k1) middle[c * n1 + k1] = source(c * k1);
+    }
+    spec->columns = {o1, t1};
+    spec->rows = {o2, t2};
+    spec->middle = middle;
+    return spec;
+}
+
+void FftRunScaled(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, bool inverse,
+                  double scale) {
+    auto* scratch = AlignPointer<Ipp64fc>(work);
+    if (spec.split) {
+        RunSplit(spec, src, dst, scratch, inverse, scale);
+    } else {
+        RunStockham(spec.whole, *spec.kernels, src, dst, scratch, scale, inverse);
+    }
+}
+
+void FftRun(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, bool inverse) {
+    FftRunScaled(spec, src, dst, work, inverse, inverse ? spec.inverseScale : spec.forwardScale);
+}
+
+}  // namespace qor_prim

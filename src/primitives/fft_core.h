@@ -1,0 +1,71 @@
+// The complex FFT behind the ippsFFT primitives, shared with the fast FIR.
+//
+// Up to 2^16 points, radix-4 Stockham passes (one radix-2 pass last for odd
+// orders) ping-pong between the destination and one scratch array. Above,
+// the data no longer fit the caches and the transform is split in two
+// sweeps of short row transforms N = N1 x N2: blocks of four columns are
+// gathered, transformed, multiplied by the middle twiddles and written as
+// rows; then each row is transformed and scattered to its output columns.
+// Each sweep reads and writes memory once, instead of once per pass.
+#ifndef QOR_PRIMITIVES_FFT_CORE_H
+#define QOR_PRIMITIVES_FFT_CORE_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "fft_kernels.h"
+#include "ipp_types.h"
+
+namespace qor_prim {
+
+constexpr int kFftMaxOrder = 24;
+
+// A Stockham transform of 2^order points with its twiddles.
+struct StockhamPlan {
+    int order;
+    const Ipp64fc* twiddles;
+};
+
+// Memory of a transform of 2^order points, in bytes, alignment slack included.
+struct FftSizes {
+    size_t spec;
+    size_t init;
+    size_t work;
+};
+FftSizes FftMemorySizes(int order);
+
+}  // namespace qor_prim
+
+// The specification: read only after initialisation, so one serves any
+// number of threads, each with its own work buffer.
+struct IppsFFTSpec_C_64fc {
+    uint64_t magic;
+    int order;
+    double forwardScale;
+    double inverseScale;
+    const qor_prim::FftKernels* kernels;
+    bool split;                      // the two-sweep scheme of the large sizes
+    qor_prim::StockhamPlan whole;    // the whole transform when not split
+    qor_prim::StockhamPlan columns;  // N1 points, the first sweep
+    qor_prim::StockhamPlan rows;     // N2 points, the second sweep
+    const Ipp64fc* middle;           // W_N^(n2 k1) at n2 x N1 + k1
+};
+
+namespace qor_prim {
+
+// Builds a specification in `specMemory` (FftMemorySizes(order).spec bytes),
+// using `initMemory` (.init bytes) as scratch; null `initMemory` is refused by the caller.
+IppsFFTSpec_C_64fc* FftBuild(int order, double forwardScale, double inverseScale, void* specMemory, void* initMemory);
+
+// Transform of src into dst (the same array allowed) with work (.work bytes).
+void FftRun(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, bool inverse);
+
+// The same with an explicit scale instead of the specification's.
+void FftRunScaled(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, bool inverse,
+                  double scale);
+
+constexpr uint64_t kFftMagic = 0x71FF7C64A11C0DE5ULL;
+
+}  // namespace qor_prim
+
+#endif

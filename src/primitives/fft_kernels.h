@@ -1,0 +1,30 @@
+// The passes of the radix-4 Stockham FFT, one set per processor level.
+//
+// A pass of length n and stride s reads x[q + s (p + k m)] (m = n / 4,
+// k = 0..3) and writes y[q + s (4 p + l)], so that the output lands in natural
+// order after the last pass without a bit reversal. The twiddles of a pass are
+// three arrays of m values, W_n^p, W_n^2p and W_n^3p (W_n = exp(-2 pi j / n)).
+#ifndef QOR_PRIMITIVES_FFT_KERNELS_H
+#define QOR_PRIMITIVES_FFT_KERNELS_H
+
+#include "ipp_types.h"
+
+namespace qor_prim {
+
+struct FftKernels {
+    // A twiddled radix-4 pass, n >= 8.
+    void (*radix4)(int n, int s, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* twiddles, bool inverse);
+    // The last pass when it has length 4: no twiddles, outputs times scale.
+    void (*radix4Last)(int s, const Ipp64fc* x, Ipp64fc* y, double scale, bool inverse);
+    // The last pass when it has length 2.
+    void (*radix2Last)(int s, const Ipp64fc* x, Ipp64fc* y, double scale);
+    // d[i] = a[i] x w[i] (x conj(w[i]) for the inverse), the middle twiddles of the large sizes.
+    void (*twiddle)(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc* d, int length, bool inverse);
+};
+
+extern const FftKernels kFftKernelsGeneric;
+extern const FftKernels kFftKernelsAvx2;
+
+}  // namespace qor_prim
+
+#endif

@@ -1,0 +1,23 @@
+// The direct-form FIR sums, one set per processor level: out[i] = sum over j
+// of reversed[j] line[i + j], j from 0 to taps - 1, where `line` holds the
+// taps - 1 samples before the block followed by the block itself.
+#ifndef QOR_PRIMITIVES_FIR_KERNELS_H
+#define QOR_PRIMITIVES_FIR_KERNELS_H
+
+#include "ipp_types.h"
+
+namespace qor_prim {
+
+struct FirKernels {
+    void (*directReal)(const double* line, const double* reversed, int taps, int count, double* out);
+    void (*directComplex)(const Ipp64fc* line, const Ipp64fc* reversed, int taps, int count, Ipp64fc* out);
+    // d = a x b, complex, for the spectra of the fast convolution.
+    void (*multiply)(const Ipp64fc* a, const Ipp64fc* b, Ipp64fc* d, int length);
+};
+
+extern const FirKernels kFirKernelsGeneric;
+extern const FirKernels kFirKernelsAvx2;
+
+}  // namespace qor_prim
+
+#endif

@@ -1,0 +1,81 @@
+#include "ipps_convert.h"
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "ipp_check.h"
+
+using qor_prim::CheckVector;
+
+namespace {
+
+template <typename T>
+IppStatus Zero(T* dst, int length) {
+    if (IppStatus s = CheckVector(length, dst)) return s;
+    std::memset(static_cast<void*>(dst), 0, sizeof(T) * static_cast<size_t>(length));
+    return ippStsNoErr;
+}
+
+template <typename T>
+IppStatus Copy(const T* src, T* dst, int length) {
+    if (IppStatus s = CheckVector(length, src, dst)) return s;
+    std::memcpy(static_cast<void*>(dst), src, sizeof(T) * static_cast<size_t>(length));
+    return ippStsNoErr;
+}
+
+template <typename From, typename To>
+IppStatus Widen(const From* src, To* dst, int length, To factor) {
+    if (IppStatus s = CheckVector(length, src, dst)) return s;
+    for (int i = 0; i < length; ++i) dst[i] = static_cast<To>(src[i]) * factor;
+    return ippStsNoErr;
+}
+
+}  // namespace
+
+IppStatus ippsZero_32s(Ipp32s* dst, int length) { return Zero(dst, length); }
+IppStatus ippsZero_32f(Ipp32f* dst, int length) { return Zero(dst, length); }
+IppStatus ippsZero_64f(Ipp64f* dst, int length) { return Zero(dst, length); }
+IppStatus ippsZero_64fc(Ipp64fc* dst, int length) { return Zero(dst, length); }
+
+IppStatus ippsCopy_32s(const Ipp32s* src, Ipp32s* dst, int length) { return Copy(src, dst, length); }
+IppStatus ippsCopy_32f(const Ipp32f* src, Ipp32f* dst, int length) { return Copy(src, dst, length); }
+IppStatus ippsCopy_64f(const Ipp64f* src, Ipp64f* dst, int length) { return Copy(src, dst, length); }
+IppStatus ippsCopy_64fc(const Ipp64fc* src, Ipp64fc* dst, int length) { return Copy(src, dst, length); }
+
+IppStatus ippsMove_32f(const Ipp32f* src, Ipp32f* dst, int length) {
+    if (IppStatus s = CheckVector(length, src, dst)) return s;
+    std::memmove(dst, src, sizeof(Ipp32f) * static_cast<size_t>(length));
+    return ippStsNoErr;
+}
+
+IppStatus ippsConvert_32f64f(const Ipp32f* src, Ipp64f* dst, int length) { return Widen(src, dst, length, 1.0); }
+IppStatus ippsConvert_32s32f(const Ipp32s* src, Ipp32f* dst, int length) { return Widen(src, dst, length, 1.0f); }
+
+IppStatus ippsConvert_64f32f(const Ipp64f* src, Ipp32f* dst, int length) {
+    if (IppStatus s = CheckVector(length, src, dst)) return s;
+    for (int i = 0; i < length; ++i) dst[i] = static_cast<Ipp32f>(src[i]);
+    return ippStsNoErr;
+}
+
+IppStatus ippsConvert_16s64f_Sfs(const Ipp16s* src, Ipp64f* dst, int length, int scaleFactor) {
+    return Widen(src, dst, length, std::ldexp(1.0, -scaleFactor));
+}
+
+IppStatus ippsConvert_32f32s_Sfs(const Ipp32f* src, Ipp32s* dst, int length, IppRoundMode rounding,
+                                 int scaleFactor) {
+    if (IppStatus s = CheckVector(length, src, dst)) return s;
+    if (rounding != ippRndNear && rounding != ippRndZero) return ippStsBadArgErr;
+    const double factor = std::ldexp(1.0, -scaleFactor);
+    constexpr double lo = std::numeric_limits<Ipp32s>::min();
+    constexpr double hi = std::numeric_limits<Ipp32s>::max();
+    for (int i = 0; i < length; ++i) {
+        // A float times a power of two is exact in double, so only the rounding rounds.
+        const double v = static_cast<double>(src[i]) * factor;
+        const double r = rounding == ippRndNear ? std::nearbyint(v) : std::trunc(v);
+        dst[i] = std::isnan(r) ? 0 : r <= lo ? std::numeric_limits<Ipp32s>::min()
+                                  : r >= hi ? std::numeric_limits<Ipp32s>::max()
+                                            : static_cast<Ipp32s>(r);
+    }
+    return ippStsNoErr;
+}

@@ -1,0 +1,285 @@
+#include "ipps_fir.h"
+
+#include <cstring>
+
+#include "dispatch_row.h"
+#include "fft_core.h"
+#include "fir_kernels.h"
+#include "ipp_check.h"
+#include "ipp_memory.h"
+
+namespace {
+
+// From this tap count on, fast convolution.
+constexpr int kFastMinTaps = 128;
+// Samples per direct-form step.
+constexpr int kDirectChunk = 1024;
+constexpr uint64_t kFirMagic = 0xF14C0DE5F14C0DE5ULL;
+constexpr size_t kAlign = 64;
+
+size_t AlignUp(size_t bytes) { return (bytes + kAlign - 1) & ~(kAlign - 1); }
+
+const qor_prim::DispatchRow<const qor_prim::FirKernels*> kKernelRow(&qor_prim::kFirKernelsGeneric,
+                                                                     &qor_prim::kFirKernelsAvx2);
+
+int CeilLog2(int v) {
+    int order = 0;
+    while ((1 << order) < v) ++order;
+    return order;
+}
+
+// Where each part of a state lies in its memory, as offsets from the aligned start.
+struct Layout {
+    bool fast;
+    int order;  // of the FFT
+    int chunk;  // samples handled per step
+    size_t reversed, line, out, realLine, spectrum, freq, fftSpec, fftWork, total;
+};
+
+Layout PlanLayout(int taps, bool complex);
+
+}  // namespace
+
+// Every state type is this one record; `kind` tells them apart.
+struct FirCore {
+    uint64_t magic;
+    int kind;
+    int taps;
+    Layout layout;
+    const qor_prim::FirKernels* kernels;
+    void* block;  // what ippsFIRInitAlloc_64f allocated, else null
+    IppsFFTSpec_C_64fc* fft;
+    char* base;   // the aligned start that the layout offsets count from
+
+    template <typename T>
+    T* At(size_t offset) const {
+        return reinterpret_cast<T*>(base + offset);
+    }
+};
+
+struct IppsFIRState_32f { FirCore core; };
+struct IppsFIRState_64f { FirCore core; };
+struct IppsFIRState_32fc { FirCore core; };
+struct IppsFIRState_64fc { FirCore core; };
+
+namespace {
+
+Layout PlanLayout(int taps, bool complex) {
+    const size_t domain = complex ? sizeof(Ipp64fc) : sizeof(double);
+    Layout l{};
+    size_t at = AlignUp(sizeof(FirCore));
+    const auto take = [&at](size_t bytes) {
+        const size_t offset = at;
+        at += AlignUp(bytes);
+        return offset;
+    };
+    l.reversed = take(taps * domain);
+    if (taps < kFastMinTaps) {
+        l.chunk = kDirectChunk;
+        l.line = take((taps - 1 + kDirectChunk) * domain);
+        l.out = take(kDirectChunk * domain);
+    } else {
+        // An FFT of about four times the taps: 3/4 of each transform is new output.
+        l.fast = true;
+        l.order = CeilLog2(taps) + 2;
+        const size_t n = size_t{1} << l.order;
+        const size_t fresh = n - taps + 1;
+        l.chunk = static_cast<int>(complex ? fresh : 2 * fresh);
+        const qor_prim::FftSizes sizes = qor_prim::FftMemorySizes(l.order);
+        l.line = take(n * sizeof(Ipp64fc));
+        if (!complex) l.realLine = take((taps - 1 + 2 * fresh) * sizeof(double));
+        l.spectrum = take(n * sizeof(Ipp64fc));
+        l.freq = take(n * sizeof(Ipp64fc));
+        l.fftSpec = take(sizes.spec);
+        l.fftWork = take(sizes.work);
+    }
+    l.total = at + kAlign;
+    return l;
+}
+
+template <typename S> struct Traits;
+template <> struct Traits<Ipp32f> { using Domain = double; using State = IppsFIRState_32f; static constexpr int kKind = 1; };
+template <> struct Traits<Ipp64f> { using Domain = double; using State = IppsFIRState_64f; static constexpr int kKind = 2; };
+template <> struct Traits<Ipp32fc> { using Domain = Ipp64fc; using State = IppsFIRState_32fc; static constexpr int kKind = 3; };
+template <> struct Traits<Ipp64fc> { using Domain = Ipp64fc; using State = IppsFIRState_64fc; static constexpr int kKind = 4; };
+
+inline double Widen(Ipp32f v) { return v; }
+inline double Widen(Ipp64f v) { return v; }
+inline Ipp64fc Widen(Ipp32fc v) { return {v.re, v.im}; }
+inline Ipp64fc Widen(Ipp64fc v) { return v; }
+inline Ipp64fc ToComplex(double v) { return {v, 0.0}; }
+inline Ipp64fc ToComplex(Ipp64fc v) { return v; }
+inline void Put(double v, Ipp32f* d) { *d = static_cast<Ipp32f>(v); }
+inline void Put(double v, Ipp64f* d) { *d = v; }
+inline void Put(Ipp64fc v, Ipp32fc* d) { *d = {static_cast<float>(v.re), static_cast<float>(v.im)}; }
+inline void Put(Ipp64fc v, Ipp64fc* d) { *d = v; }
+
+void Direct(const FirCore& c, const double* line, int count, double* out) {
+    c.kernels->directReal(line, c.At<double>(c.layout.reversed), c.taps, count, out);
+}
+void Direct(const FirCore& c, const Ipp64fc* line, int count, Ipp64fc* out) {
+    c.kernels->directComplex(line, c.At<Ipp64fc>(c.layout.reversed), c.taps, count, out);
+}
+
+// The samples before the next block: in the real line of a fast real filter, else in the line.
+template <typename D>
+D* History(const FirCore& c) {
+    return c.layout.fast && sizeof(D) == sizeof(double) ? c.At<D>(c.layout.realLine) : c.At<D>(c.layout.line);
+}
+
+// Direct form pays taps per sample; fast convolution about two transforms per chunk.
+bool DirectIsCheaper(const FirCore& c, int count) {
+    return static_cast<long long>(count) * c.taps <= (static_cast<long long>(c.layout.order) << c.layout.order) / 2;
+}
+
+// Circular convolution of the line with the taps, into freq.
+void Convolve(const FirCore& c) {
+    const int n = 1 << c.layout.order;
+    Ipp64fc* freq = c.At<Ipp64fc>(c.layout.freq);
+    void* work = c.At<void>(c.layout.fftWork);
+    qor_prim::FftRunScaled(*c.fft, c.At<Ipp64fc>(c.layout.line), freq, work, false, 1.0);
+    c.kernels->multiply(freq, c.At<Ipp64fc>(c.layout.spectrum), freq, n);
+    qor_prim::FftRunScaled(*c.fft, freq, freq, work, true, 1.0);
+}
+
+template <typename S>
+void FilterChunk(const FirCore& c, const S* src, S* dst, int count) {
+    using D = typename Traits<S>::Domain;
+    const int keep = c.taps - 1;
+    D* line = History<D>(c);
+    for (int i = 0; i < count; ++i) line[keep + i] = Widen(src[i]);
+    if (!c.layout.fast || DirectIsCheaper(c, count)) {
+        D* out = c.layout.fast ? c.At<D>(c.layout.freq) : c.At<D>(c.layout.out);
+        Direct(c, line, count, out);
+        for (int i = 0; i < count; ++i) Put(out[i], dst + i);
+    } else if constexpr (sizeof(D) == sizeof(Ipp64fc)) {
+        const int n = 1 << c.layout.order;
+        for (int i = keep + count; i < n; ++i) line[i] = {0.0, 0.0};
+        Convolve(c);
+        const Ipp64fc* y = c.At<Ipp64fc>(c.layout.freq) + keep;
+        for (int i = 0; i < count; ++i) Put(y[i], dst + i);
+    } else {
+        // Two real chunks ride in one complex transform: the first in the real
+        // parts, the next (with its own history) in the imaginary parts.
+        const int n = 1 << c.layout.order;
+        const int fresh = c.layout.chunk / 2;
+        const int first = count < fresh ? count : fresh, second = count - first;
+        Ipp64fc* packed = c.At<Ipp64fc>(c.layout.line);
+        for (int i = 0; i < n; ++i) {
+            packed[i] = {i < keep + first ? line[i] : 0.0, i < keep + second ? line[fresh + i] : 0.0};
+        }
+        Convolve(c);
+        const Ipp64fc* y = c.At<Ipp64fc>(c.layout.freq) + keep;
+        for (int i = 0; i < first; ++i) Put(y[i].re, dst + i);
+        for (int i = 0; i < second; ++i) Put(y[i].im, dst + fresh + i);
+    }
+    std::memmove(static_cast<void*>(line), line + count, sizeof(D) * keep);
+}
+
+template <typename S>
+IppStatus GetStateSize(int tapCount, int* size) {
+    if (size == nullptr) return ippStsNullPtrErr;
+    if (tapCount < 1) return ippStsFIRLenErr;
+    const bool complex = sizeof(typename Traits<S>::Domain) == sizeof(Ipp64fc);
+    *size = static_cast<int>(PlanLayout(tapCount, complex).total);
+    return ippStsNoErr;
+}
+
+template <typename S>
+IppStatus Init(typename Traits<S>::State** state, const S* taps, int tapCount, const S* delayLine, Ipp8u* memory) {
+    using D = typename Traits<S>::Domain;
+    if (qor_prim::AnyNull(state, taps, memory)) return ippStsNullPtrErr;
+    if (tapCount < 1) return ippStsFIRLenErr;
+    const bool complex = sizeof(D) == sizeof(Ipp64fc);
+    char* base = reinterpret_cast<char*>((reinterpret_cast<uintptr_t>(memory) + kAlign - 1) & ~uintptr_t{kAlign - 1});
+    auto* core = reinterpret_cast<FirCore*>(base);
+    *core = FirCore{};
+    core->magic = kFirMagic;
+    core->kind = Traits<S>::kKind;
+    core->taps = tapCount;
+    core->layout = PlanLayout(tapCount, complex);
+    core->kernels = kKernelRow.Pick();
+    core->base = base;
+    D* reversed = core->At<D>(core->layout.reversed);
+    for (int j = 0; j < tapCount; ++j) reversed[j] = Widen(taps[tapCount - 1 - j]);
+    D* history = History<D>(*core);
+    for (int i = 0; i < tapCount - 1; ++i) history[i] = delayLine ? Widen(delayLine[i]) : D{};
+    if (core->layout.fast) {
+        const int n = 1 << core->layout.order;
+        // The frequency buffer is free until the first call: scratch for the twiddles.
+        core->fft = qor_prim::FftBuild(core->layout.order, 1.0, 1.0, core->At<void>(core->layout.fftSpec),
+                                       core->At<void>(core->layout.freq));
+        Ipp64fc* spectrum = core->At<Ipp64fc>(core->layout.spectrum);
+        for (int i = 0; i < n; ++i) spectrum[i] = i < tapCount ? ToComplex(Widen(taps[i])) : Ipp64fc{0.0, 0.0};
+        // Scaled by 1 / N here, so that the inverse transform of each chunk needs no scaling.
+        qor_prim::FftRunScaled(*core->fft, spectrum, spectrum, core->At<void>(core->layout.fftWork), false, 1.0 / n);
+    }
+    *state = reinterpret_cast<typename Traits<S>::State*>(core);
+    return ippStsNoErr;
+}
+
+template <typename S>
+IppStatus Filter(const S* src, S* dst, int length, typename Traits<S>::State* state) {
+    if (IppStatus s = qor_prim::CheckVector(length, src, dst, state)) return s;
+    const FirCore& core = state->core;
+    if (core.magic != kFirMagic || core.kind != Traits<S>::kKind) return ippStsContextMatchErr;
+    for (int pos = 0; pos < length; pos += core.layout.chunk) {
+        const int count = length - pos < core.layout.chunk ? length - pos : core.layout.chunk;
+        FilterChunk(core, src + pos, dst + pos, count);
+    }
+    return ippStsNoErr;
+}
+
+}  // namespace
+
+IppStatus ippsFIRGetStateSize_32f(int tapCount, int* size) { return GetStateSize<Ipp32f>(tapCount, size); }
+IppStatus ippsFIRGetStateSize_32fc(int tapCount, int* size) { return GetStateSize<Ipp32fc>(tapCount, size); }
+IppStatus ippsFIRGetStateSize_64fc(int tapCount, int* size) { return GetStateSize<Ipp64fc>(tapCount, size); }
+
+IppStatus ippsFIRInit_32f(IppsFIRState_32f** state, const Ipp32f* taps, int tapCount, const Ipp32f* delayLine,
+                          Ipp8u* memory) {
+    return Init(state, taps, tapCount, delayLine, memory);
+}
+IppStatus ippsFIRInit_32fc(IppsFIRState_32fc** state, const Ipp32fc* taps, int tapCount, const Ipp32fc* delayLine,
+                           Ipp8u* memory) {
+    return Init(state, taps, tapCount, delayLine, memory);
+}
+IppStatus ippsFIRInit_64fc(IppsFIRState_64fc** state, const Ipp64fc* taps, int tapCount, const Ipp64fc* delayLine,
+                           Ipp8u* memory) {
+    return Init(state, taps, tapCount, delayLine, memory);
+}
+
+IppStatus ippsFIRInitAlloc_64f(IppsFIRState_64f** state, const Ipp64f* taps, int tapCount, const Ipp64f* delayLine) {
+    if (qor_prim::AnyNull(state, taps)) return ippStsNullPtrErr;
+    int size = 0;
+    if (IppStatus s = GetStateSize<Ipp64f>(tapCount, &size)) return s;
+    Ipp8u* memory = ippsMalloc_8u(size);
+    if (memory == nullptr) return ippStsMemAllocErr;
+    Init(state, taps, tapCount, delayLine, memory);
+    (*state)->core.block = memory;
+    return ippStsNoErr;
+}
+
+IppStatus ippsFIRFree_64f(IppsFIRState_64f* state) {
+    if (state == nullptr) return ippStsNullPtrErr;
+    if (state->core.magic != kFirMagic || state->core.kind != Traits<Ipp64f>::kKind || state->core.block == nullptr) {
+        return ippStsContextMatchErr;
+    }
+    void* block = state->core.block;
+    state->core.magic = 0;
+    ippsFree(block);
+    return ippStsNoErr;
+}
+
+IppStatus ippsFIR_32f(const Ipp32f* src, Ipp32f* dst, int length, IppsFIRState_32f* state) {
+    return Filter(src, dst, length, state);
+}
+IppStatus ippsFIR_32fc(const Ipp32fc* src, Ipp32fc* dst, int length, IppsFIRState_32fc* state) {
+    return Filter(src, dst, length, state);
+}
+IppStatus ippsFIR_64f(const Ipp64f* src, Ipp64f* dst, int length, IppsFIRState_64f* state) {
+    return Filter(src, dst, length, state);
+}
+IppStatus ippsFIR_64fc(const Ipp64fc* src, Ipp64fc* dst, int length, IppsFIRState_64fc* state) {
+    return Filter(src, dst, length, state);
+}

@@ -1,0 +1,64 @@
+#include "ipps_transcend.h"
+
+#include <cmath>
+
+#include "dispatch_row.h"
+#include "ipp_check.h"
+#include "transcend_kernels.h"
+
+using qor_prim::CheckVector;
+
+namespace qor_prim {
+
+void LnGeneric64(const double* src, double* dst, int length) {
+    for (int i = 0; i < length; ++i) dst[i] = std::log(src[i]);
+}
+
+void LnGeneric32(const float* src, float* dst, int length) {
+    for (int i = 0; i < length; ++i) dst[i] = static_cast<float>(std::log(static_cast<double>(src[i])));
+}
+
+}  // namespace qor_prim
+
+namespace {
+
+constexpr qor_prim::DispatchRow<qor_prim::LnKernel64> kLn64(qor_prim::LnGeneric64, qor_prim::LnAvx2_64);
+constexpr qor_prim::DispatchRow<qor_prim::LnKernel32> kLn32(qor_prim::LnGeneric32, qor_prim::LnAvx2_32);
+
+}  // namespace
+
+IppStatus ippsLn_64f(const Ipp64f* src, Ipp64f* dst, int length) {
+    if (IppStatus s = CheckVector(length, src, dst)) return s;
+    // Classify before computing: in place, the results would hide the arguments.
+    bool zero = false, negative = false;
+    for (int i = 0; i < length; ++i) {
+        zero |= src[i] == 0.0;
+        negative |= src[i] < 0.0;
+    }
+    kLn64.Pick()(src, dst, length);
+    return negative ? ippStsLnNegArg : zero ? ippStsLnZeroArg : ippStsNoErr;
+}
+
+IppStatus ippsLn_32f_A11(const Ipp32f* src, Ipp32f* dst, int length) {
+    if (IppStatus s = CheckVector(length, src, dst)) return s;
+    kLn32.Pick()(src, dst, length);
+    return ippStsNoErr;
+}
+
+IppStatus ippsSqrt_32f_A11(const Ipp32f* src, Ipp32f* dst, int length) {
+    if (IppStatus s = CheckVector(length, src, dst)) return s;
+    for (int i = 0; i < length; ++i) dst[i] = std::sqrt(src[i]);
+    return ippStsNoErr;
+}
+
+IppStatus ippsExp_32f_A21(const Ipp32f* src, Ipp32f* dst, int length) {
+    if (IppStatus s = CheckVector(length, src, dst)) return s;
+    for (int i = 0; i < length; ++i) dst[i] = std::exp(src[i]);
+    return ippStsNoErr;
+}
+
+IppStatus ippsExp_64f_I(Ipp64f* array, int length) {
+    if (IppStatus s = CheckVector(length, array)) return s;
+    for (int i = 0; i < length; ++i) array[i] = std::exp(array[i]);
+    return ippStsNoErr;
+}

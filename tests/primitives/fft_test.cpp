@@ -1,0 +1,227 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <complex>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "ipps.h"
+#include "path_guard.h"
+#include "python_oracle.h"
+
+namespace {
+
+using Vec = std::vector<Ipp64fc>;
+constexpr double kEps = std::numeric_limits<double>::epsilon();
+
+// Owns the three memories of one transform size.
+class Fft {
+public:
+    explicit Fft(int order, int flag = IPP_FFT_DIV_FWD_BY_N) {
+        int specSize = 0, initSize = 0, workSize = 0;
+        EXPECT_EQ(ippsFFTGetSize_C_64fc(order, flag, ippAlgHintFast, &specSize, &initSize, &workSize), ippStsNoErr);
+        specMemory_ = ippsMalloc_8u(specSize);
+        initMemory_ = ippsMalloc_8u(initSize);
+        work_ = ippsMalloc_8u(workSize);
+        EXPECT_EQ(ippsFFTInit_C_64fc(&spec_, order, flag, ippAlgHintFast, specMemory_, initMemory_), ippStsNoErr);
+        ippsFree(initMemory_);
+        initMemory_ = nullptr;
+    }
+    ~Fft() {
+        ippsFree(specMemory_);
+        ippsFree(work_);
+    }
+    Fft(const Fft&) = delete;
+    Fft& operator=(const Fft&) = delete;
+    void Forward(const Ipp64fc* src, Ipp64fc* dst) { ASSERT_EQ(ippsFFTFwd_CToC_64fc(src, dst, spec_, work_), ippStsNoErr); }
+    void Inverse(const Ipp64fc* src, Ipp64fc* dst) { ASSERT_EQ(ippsFFTInv_CToC_64fc(src, dst, spec_, work_), ippStsNoErr); }
+    const IppsFFTSpec_C_64fc* spec() const { return spec_; }
+    Ipp8u* work() const { return work_; }
+
+private:
+    Ipp8u* specMemory_ = nullptr;
+    Ipp8u* initMemory_ = nullptr;
+    Ipp8u* work_ = nullptr;
+    IppsFFTSpec_C_64fc* spec_ = nullptr;
+};
+
+Vec RandomSignal(size_t n, unsigned seed) {
+    std::mt19937_64 rng(seed);
+    std::uniform_real_distribution<double> u(-1.0, 1.0);
+    Vec x(n);
+    for (auto& v : x) v = {u(rng), u(rng)};
+    return x;
+}
+
+// max |a - b| over max |b|.
+double RelativeError(const Vec& a, const Vec& b) {
+    double diff = 0.0, peak = 0.0;
+    for (size_t i = 0; i < a.size(); ++i) {
+        diff = std::max(diff, std::hypot(a[i].re - b[i].re, a[i].im - b[i].im));
+        peak = std::max(peak, std::hypot(b[i].re, b[i].im));
+    }
+    return diff / peak;
+}
+
+// A few ulps times log N.
+double Bound(int order) { return 4.0 * kEps * (order + 1); }
+
+// The DFT in long double, exact angles from reduced index products.
+Vec ReferenceDft(const Vec& x, bool inverse) {
+    const size_t n = x.size();
+    const long double pi2 = 6.283185307179586476925286766559L;
+    Vec y(n);
+    for (size_t k = 0; k < n; ++k) {
+        long double re = 0.0L, im = 0.0L;
+        for (size_t i = 0; i < n; ++i) {
+            const long double angle = (inverse ? pi2 : -pi2) * static_cast<long double>((i * k) % n) / n;
+            const long double c = std::cos(angle), s = std::sin(angle);
+            re += x[i].re * c - x[i].im * s;
+            im += x[i].re * s + x[i].im * c;
+        }
+        y[k] = {static_cast<double>(re), static_cast<double>(im)};
+    }
+    return y;
+}
+
+Vec Scaled(Vec x, long double scale) {
+    for (auto& v : x) v = {static_cast<double>(v.re * scale), static_cast<double>(v.im * scale)};
+    return x;
+}
+
+TEST(Fft, RefusesBadArguments) {
+    int a = 0, b = 0, c = 0;
+    EXPECT_EQ(ippsFFTGetSize_C_64fc(-1, 1, ippAlgHintFast, &a, &b, &c), ippStsFFTOrderErr);
+    EXPECT_EQ(ippsFFTGetSize_C_64fc(25, 1, ippAlgHintFast, &a, &b, &c), ippStsFFTOrderErr);
+    EXPECT_EQ(ippsFFTGetSize_C_64fc(4, 3, ippAlgHintFast, &a, &b, &c), ippStsFFTFlagErr);
+    EXPECT_EQ(ippsFFTGetSize_C_64fc(4, 1, ippAlgHintFast, nullptr, &b, &c), ippStsNullPtrErr);
+    IppsFFTSpec_C_64fc* spec = nullptr;
+    std::vector<Ipp8u> memory(1 << 16, 0);
+    EXPECT_EQ(ippsFFTInit_C_64fc(&spec, 4, 1, ippAlgHintFast, memory.data(), nullptr), ippStsNullPtrErr);
+    EXPECT_EQ(ippsFFTInit_C_64fc(&spec, 4, 0, ippAlgHintFast, memory.data(), memory.data()), ippStsFFTFlagErr);
+    Vec x(16);
+    const auto* garbage = reinterpret_cast<const IppsFFTSpec_C_64fc*>(memory.data() + 64);
+    EXPECT_EQ(ippsFFTFwd_CToC_64fc(x.data(), x.data(), garbage, memory.data()), ippStsContextMatchErr);
+    Fft fft(4);
+    EXPECT_EQ(ippsFFTFwd_CToC_64fc(nullptr, x.data(), fft.spec(), fft.work()), ippStsNullPtrErr);
+    EXPECT_EQ(ippsFFTInv_CToC_64fc(x.data(), x.data(), fft.spec(), nullptr), ippStsNullPtrErr);
+}
+
+// Small sizes against the long-double DFT, both directions and every flag.
+TEST(Fft, SmallSizesMatchLongDoubleDft) {
+    qor_test::OnEachCodePath([](int) {
+        for (int order = 0; order <= 9; ++order) {
+            SCOPED_TRACE(order);
+            const size_t n = size_t{1} << order;
+            const Vec x = RandomSignal(n, order);
+            const Vec forward = ReferenceDft(x, false), inverse = ReferenceDft(x, true);
+            struct Case { int flag; long double fwd, inv; };
+            const long double rn = 1.0L / n, rs = 1.0L / std::sqrt(static_cast<long double>(n));
+            for (const Case& c : {Case{IPP_FFT_DIV_FWD_BY_N, rn, 1.0L}, Case{IPP_FFT_DIV_INV_BY_N, 1.0L, rn},
+                                  Case{IPP_FFT_DIV_BY_SQRTN, rs, rs}, Case{IPP_FFT_NODIV_BY_ANY, 1.0L, 1.0L}}) {
+                Fft fft(order, c.flag);
+                Vec y(n);
+                fft.Forward(x.data(), y.data());
+                EXPECT_LE(RelativeError(y, Scaled(forward, c.fwd)), Bound(order)) << "flag " << c.flag;
+                fft.Inverse(x.data(), y.data());
+                EXPECT_LE(RelativeError(y, Scaled(inverse, c.inv)), Bound(order)) << "flag " << c.flag;
+            }
+        }
+    });
+}
+
+// Every size up to 2^20 against numpy, and back again, in place and out of place.
+TEST(Fft, LargeSizesMatchNumpyAndRoundTrip) {
+    QOR_REQUIRE_PYTHON_ORACLE();
+    constexpr int kMaxOrder = 20;
+    std::vector<double> packed;
+    std::vector<Vec> inputs;
+    for (int order = 10; order <= kMaxOrder; ++order) {
+        inputs.push_back(RandomSignal(size_t{1} << order, 100 + order));
+        for (const Ipp64fc& v : inputs.back()) packed.insert(packed.end(), {v.re, v.im});
+    }
+    const std::vector<double> expected = qor_test::PythonOracle::Run(R"(
+x = inp(0).view(np.complex128)
+parts, at = [], 0
+for order in range(10, 21):
+    n = 1 << order
+    parts.append(np.fft.fft(x[at:at + n]) / n)
+    at += n
+out(np.concatenate(parts).view(np.float64))
+)", {packed});
+    qor_test::OnEachCodePath([&](int) {
+        size_t at = 0;
+        for (int order = 10; order <= kMaxOrder; ++order) {
+            SCOPED_TRACE(order);
+            const size_t n = size_t{1} << order;
+            const Vec& x = inputs[order - 10];
+            Vec reference(n);
+            for (size_t i = 0; i < n; ++i) reference[i] = {expected[2 * (at + i)], expected[2 * (at + i) + 1]};
+            at += n;
+            Fft fft(order);
+            Vec y(n);
+            fft.Forward(x.data(), y.data());
+            EXPECT_LE(RelativeError(y, reference), Bound(order));
+            Vec back = y;
+            fft.Inverse(back.data(), back.data());
+            EXPECT_LE(RelativeError(back, x), 2 * Bound(order));
+            Vec inPlace = x;
+            fft.Forward(inPlace.data(), inPlace.data());
+            EXPECT_LE(RelativeError(inPlace, reference), Bound(order));
+        }
+    });
+}
+
+// The smaller sizes round trip in place on both paths, and the paths agree.
+TEST(Fft, EveryOrderRoundTripsAndPathsAgree) {
+    for (int order = 0; order <= 16; ++order) {
+        SCOPED_TRACE(order);
+        const size_t n = size_t{1} << order;
+        const Vec x = RandomSignal(n, 7 * order);
+        std::vector<Vec> results;
+        qor_test::OnEachCodePath([&](int) {
+            Fft fft(order);
+            Vec y = x;
+            fft.Forward(y.data(), y.data());
+            results.push_back(y);
+            fft.Inverse(y.data(), y.data());
+            EXPECT_LE(RelativeError(y, x), 2 * Bound(order));
+        });
+        if (results.size() == 2) {
+            EXPECT_LE(RelativeError(results[1], results[0]), Bound(order));
+        }
+    }
+}
+
+// 2^24 once: a sparse input whose transform is known exactly at chosen bins, and the round trip.
+TEST(Fft, LargestSize) {
+    constexpr int kOrder = 24;
+    const size_t n = size_t{1} << kOrder;
+    Vec x(n, Ipp64fc{0.0, 0.0});
+    const size_t positions[] = {0, 1, 12345, n / 3, n - 1};
+    const Ipp64fc values[] = {{0.5, -0.25}, {1.0, 0.0}, {-0.75, 0.5}, {0.125, 1.0}, {0.3, -0.9}};
+    for (int i = 0; i < 5; ++i) x[positions[i]] = values[i];
+    Fft fft(kOrder);
+    Vec y(n);
+    fft.Forward(x.data(), y.data());
+    const long double pi2 = 6.283185307179586476925286766559L;
+    double worst = 0.0;
+    for (size_t k : {size_t{0}, size_t{1}, size_t{777}, n / 2, n / 5, n - 3}) {
+        long double re = 0.0L, im = 0.0L;
+        for (int i = 0; i < 5; ++i) {
+            const unsigned __int128 product = static_cast<unsigned __int128>(positions[i]) * k;
+            const long double angle = -pi2 * static_cast<long double>(static_cast<size_t>(product % n)) / n;
+            re += values[i].re * std::cos(angle) - values[i].im * std::sin(angle);
+            im += values[i].re * std::sin(angle) + values[i].im * std::cos(angle);
+        }
+        worst = std::max(worst, static_cast<double>(std::hypot(y[k].re - re / n, y[k].im - im / n)));
+    }
+    EXPECT_LE(worst * n / 2.0, Bound(kOrder));  // the largest output is near 2 / N
+    fft.Inverse(y.data(), y.data());
+    double roundTrip = 0.0;
+    for (size_t i = 0; i < n; ++i) roundTrip = std::max(roundTrip, std::hypot(y[i].re - x[i].re, y[i].im - x[i].im));
+    EXPECT_LE(roundTrip, 2 * Bound(kOrder));
+}
+
+}  // namespace
