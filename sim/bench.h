@@ -1,0 +1,94 @@
+// The bench: which units are on the bus, what their inputs see, and how the
+// instrument keeps time. Read from the bench file (JSON) or from the built-in
+// default bench.
+#ifndef QOR_SIM_BENCH_H
+#define QOR_SIM_BENCH_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace qorsim {
+
+enum class SignalKind { Cw, Am, Fm, Burst };
+
+// One signal at an analyzer input. Levels in dBm (carrier power), frequencies in Hz.
+struct SignalSpec {
+    SignalKind kind = SignalKind::Cw;
+    double frequency = 0.0;
+    double level = -200.0;
+    double depth = 0.0;      // AM modulation depth, 0..1
+    double tone = 1000.0;    // AM or FM modulating frequency
+    double deviation = 0.0;  // FM peak deviation
+    double period = 0.01;    // burst repetition, seconds
+    double duration = 0.001; // burst on-time, seconds
+    double phase = 0.0;      // starting phase, radians
+};
+
+// Faults a unit starts with; the control API changes them at run time.
+struct FaultSpec {
+    bool heldElsewhere = false;    // channel A open in another process
+    int unknownFirmware = 0;       // firmware replies that are unrecognisable
+    int missingReplies = 0;        // replies not sent (-1: all)
+    int garbageReplies = 0;        // replies replaced by noise (-1: all)
+    bool stalled = false;          // the stream channel delivers nothing
+};
+
+struct UnitSpec {
+    uint32_t serial = 0;
+    int type = 1;
+    bool onDeviceCalibration = false;
+    double temperature = 30.0;       // degrees C
+    double noiseFloor = -165.0;      // dBm/Hz at the input
+    bool voltageOption = true;       // the supply voltage read-back exists
+    double voltage = 5.02;           // volts
+    bool reference = false;          // a reference at the reference input
+    double ovenCurrent = 48.0;       // oven oscillator current reading, mA
+    double ovenWarmupMs = 0.0;       // instrument-clock time the oven still needs
+    double timebaseCorrection = 0.0; // stored in the user EEPROM area; 0: none
+    std::vector<SignalSpec> signals;
+    FaultSpec faults;
+};
+
+enum class DutKind { Thru, Attenuator, Filter };
+
+struct DutSpec {
+    DutKind kind = DutKind::Thru;
+    double loss = 0.0;       // attenuator: dB
+    double center = 1.0e9;   // filter: centre frequency, Hz
+    double bandwidth = 1.0e8;// filter: 3 dB bandwidth, Hz
+};
+
+struct GeneratorSpec {
+    uint32_t serial = 0;
+    int family = 1;          // 1: 4.4 GHz family, 2: 12.4 GHz family
+    uint32_t cabledTo = 0;   // analyzer serial, 0: none
+    bool calibrated = true;
+    DutSpec dut;
+};
+
+// The order of the channels in the driver's list.
+enum class ListOrder {
+    ByUnit,   // A then B of each unit, in bench order
+    Reversed, // the whole list backwards
+    Mixed     // all A channels in bench order, then all B channels backwards
+};
+
+struct Bench {
+    double clockScale = 1.0;    // "real": 1, "fast": kFastClockScale
+    bool realtime = true;       // pacing "realtime" or "immediate"
+    ListOrder listOrder = ListOrder::ByUnit;
+    std::vector<UnitSpec> units;
+    std::vector<GeneratorSpec> generators;
+};
+
+constexpr double kFastClockScale = 100.0;
+
+// Parses a bench; throws std::runtime_error with a message on a bad one.
+Bench ParseBench(const std::string& json);
+Bench ReadBenchFile(const std::string& path);
+const char* DefaultBenchJson();
+
+}  // namespace qorsim
+
+#endif

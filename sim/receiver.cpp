@@ -1,0 +1,117 @@
+#include "receiver.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace qorsim {
+
+namespace {
+
+constexpr double kTwoPi = 6.283185307179586476925286766559;
+// Farther from the IF centre than this a signal is gone behind the IF filter.
+constexpr double kIfReach = 400e3;
+
+// 2 pi times the fractional part of `cycles`, computed in extended precision.
+double TurnsToRadians(long double cycles) {
+    long double whole;
+    const long double frac = std::modf(cycles, &whole);
+    return kTwoPi * static_cast<double>(frac);
+}
+
+}  // namespace
+
+Receiver::Receiver(const UnitModel& model, uint32_t seed)
+    : model_(model), rng_(0x9E3779B97F4A7C15ull ^ (static_cast<uint64_t>(seed) << 17 | seed)),
+      scratch_(kBlockSamples) {}
+
+bool Receiver::Placement(const FrontEnd& fe, double rf, double* b, bool* mirrored) {
+    double f1 = rf;
+    bool inverted = false;
+    if (fe.firstLo > 0.0) {
+        f1 = std::fabs(rf - fe.firstLo);
+        inverted = rf < fe.firstLo;
+    }
+    const double ifFrequency = std::fabs(f1 - fe.lo);
+    inverted ^= f1 > fe.lo;
+    *b = fe.ifCenter - ifFrequency;
+    *mirrored = inverted;
+    return std::fabs(*b) < kIfReach;
+}
+
+void Receiver::AddSignal(const FrontEnd& fe, const SignalSpec& s, double amplitude, double b, bool mirrored,
+                         uint64_t start, std::complex<double>* out) const {
+    const double fs = fe.sampleRate;
+    const double sign = mirrored ? -1.0 : 1.0;
+    std::complex<double> carrier = std::polar(amplitude, TurnsToRadians((long double)b * start / fs) + sign * s.phase);
+    const std::complex<double> step = std::polar(1.0, kTwoPi * b / fs);
+    for (int i = 0; i < kBlockSamples; ++i, carrier *= step) {
+        const double t = static_cast<double>(start + i) / fs;
+        std::complex<double> envelope(1.0, 0.0);
+        switch (s.kind) {
+            case SignalKind::Cw:
+                break;
+            case SignalKind::Am:
+                envelope = 1.0 + s.depth * std::cos(TurnsToRadians((long double)s.tone * t));
+                break;
+            case SignalKind::Fm: {
+                const double beta = s.tone > 0.0 ? s.deviation / s.tone : 0.0;
+                envelope = std::polar(1.0, sign * beta * std::sin(TurnsToRadians((long double)s.tone * t)));
+                break;
+            }
+            case SignalKind::Burst:
+                envelope = std::fmod(t, s.period) < s.duration ? 1.0 : 0.0;
+                break;
+        }
+        out[i] += carrier * envelope;
+    }
+}
+
+double Receiver::Gaussian() {
+    // xorshift64* and Box-Muller; two uniform draws per normal value.
+    auto uniform = [this] {
+        rng_ ^= rng_ >> 12;
+        rng_ ^= rng_ << 25;
+        rng_ ^= rng_ >> 27;
+        return ((rng_ * 2685821657736338717ull) >> 11) * (1.0 / 9007199254740992.0);
+    };
+    const double u1 = 1.0 - uniform();
+    const double u2 = uniform();
+    return std::sqrt(-2.0 * std::log(u1)) * std::cos(kTwoPi * u2);
+}
+
+void Receiver::AddNoise(double power, std::complex<double>* out) {
+    const double sigma = std::sqrt(power / 2.0);
+    for (int i = 0; i < kBlockSamples; ++i) out[i] += std::complex<double>(sigma * Gaussian(), sigma * Gaussian());
+}
+
+void Receiver::RenderComplex(const FrontEnd& fe, const std::vector<SignalSpec>& signals, double noiseFloor,
+                             double temperature, uint64_t start, std::complex<double>* out) {
+    std::fill(out, out + kBlockSamples, std::complex<double>());
+    for (const auto& s : signals) {
+        double b;
+        bool mirrored;
+        if (!Placement(fe, s.frequency, &b, &mirrored)) continue;
+        const double levelDb = s.level + model_.PathGainDb(fe, s.frequency, b, temperature);
+        if (levelDb < -200.0) continue;
+        AddSignal(fe, s, std::pow(10.0, levelDb / 20.0), b, mirrored, start, out);
+    }
+    if (noiseFloor > -250.0) {
+        const double densityDb = noiseFloor + model_.NoiseGainDb(fe, temperature);
+        AddNoise(std::pow(10.0, densityDb / 10.0) * fe.sampleRate, out);
+    }
+}
+
+void Receiver::Render(const FrontEnd& fe, const std::vector<SignalSpec>& signals, double noiseFloor,
+                      double temperature, uint64_t start, int16_t* iq) {
+    RenderComplex(fe, signals, noiseFloor, temperature, start, scratch_.data());
+    auto quantise = [](double v) {
+        const double x = std::nearbyint(v * 32768.0);
+        return static_cast<int16_t>(std::clamp(x, -32768.0, 32767.0));
+    };
+    for (int i = 0; i < kBlockSamples; ++i) {
+        iq[2 * i] = quantise(scratch_[i].real());
+        iq[2 * i + 1] = quantise(scratch_[i].imag());
+    }
+}
+
+}  // namespace qorsim

@@ -1,0 +1,49 @@
+// The receiver chain from the scene at the input to the 16-bit samples: both
+// mixers with the responses on both sides of each LO, the path gain of the
+// unit model, the input noise floor, quantisation and clipping at full scale.
+#ifndef QOR_SIM_RECEIVER_H
+#define QOR_SIM_RECEIVER_H
+
+#include <complex>
+#include <cstdint>
+#include <vector>
+
+#include "bench.h"
+#include "front_end.h"
+#include "unit_model.h"
+
+namespace qorsim {
+
+class Receiver {
+public:
+    Receiver(const UnitModel& model, uint32_t seed);
+
+    // Renders kBlockSamples samples (I then Q, signed 16-bit) of the samples
+    // that start at absolute sample index `start`. Signals keep their phase
+    // as a function of that index, so consecutive blocks at one tuning join
+    // without a seam.
+    void Render(const FrontEnd& fe, const std::vector<SignalSpec>& signals, double noiseFloor,
+                double temperature, uint64_t start, int16_t* iq);
+
+    // The same before quantisation, in full-scale units.
+    void RenderComplex(const FrontEnd& fe, const std::vector<SignalSpec>& signals, double noiseFloor,
+                       double temperature, uint64_t start, std::complex<double>* out);
+
+    // Where a signal at `rf` lands in the samples (Hz), and whether its
+    // spectrum arrives mirrored; false when it falls outside the IF.
+    static bool Placement(const FrontEnd& fe, double rf, double* b, bool* mirrored);
+
+private:
+    void AddSignal(const FrontEnd& fe, const SignalSpec& s, double amplitude, double b, bool mirrored,
+                   uint64_t start, std::complex<double>* out) const;
+    void AddNoise(double power, std::complex<double>* out);
+    double Gaussian();
+
+    const UnitModel& model_;
+    uint64_t rng_;
+    std::vector<std::complex<double>> scratch_;
+};
+
+}  // namespace qorsim
+
+#endif

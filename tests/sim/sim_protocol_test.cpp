@@ -1,0 +1,211 @@
+// The virtual instrument's USB surface and firmware replies.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+#include "sim_host.h"
+
+using namespace simtest;
+
+TEST(SimBus, ListsBothChannelsOfEachUnitWithExactNames) {
+    LoadBench(FourUnitBench());
+    const auto list = List();
+    ASSERT_EQ(list.size(), 8u);
+    EXPECT_EQ(list[0].description, "Tarven Works A");
+    EXPECT_EQ(list[0].serial, "10000001A");
+    EXPECT_EQ(list[1].description, "Tarven Works B");
+    EXPECT_EQ(list[1].serial, "10000001B");
+    for (const auto& e : list) EXPECT_EQ(e.flags & FT_FLAGS_OPENED, 0u);
+}
+
+TEST(SimBus, MixedOrderAndAChannelHeldElsewhere) {
+    LoadBench(R"({"clock": "fast", "listOrder": "mixed", "units": [
+        {"serial": 42, "type": 2}, {"serial": 43, "type": 4, "faults": {"heldElsewhere": true}}]})");
+    const auto list = List();
+    ASSERT_EQ(list.size(), 4u);
+    EXPECT_EQ(list[0].serial, "00000042A");
+    EXPECT_EQ(list[1].serial, "00000043A");
+    EXPECT_EQ(list[2].serial, "00000043B");
+    EXPECT_EQ(list[3].serial, "00000042B");
+    EXPECT_EQ(list[0].flags & FT_FLAGS_OPENED, 0u);
+    EXPECT_EQ(list[1].flags & FT_FLAGS_OPENED, 1u);
+    EXPECT_EQ(list[2].flags & FT_FLAGS_OPENED, 0u);
+    FT_HANDLE h = nullptr;
+    EXPECT_NE(FT_Open(1, &h), FT_OK);
+    ASSERT_EQ(qorsim_hold_stream_channel(43, 0), 0);
+    ASSERT_EQ(FT_Open(1, &h), FT_OK);
+    EXPECT_EQ(List()[1].flags & FT_FLAGS_OPENED, 1u); // open by us now
+    EXPECT_NE(FT_Open(1, &h), FT_OK);                 // and not twice
+    FT_Close(h);
+}
+
+TEST(SimBus, DeviceInfoGivesTheChannelSerial) {
+    LoadBench(FourUnitBench());
+    Unit u(10000003);
+    ASSERT_TRUE(u.Ok());
+    char serial[16] = {}, description[64] = {};
+    FT_DEVICE type = 0;
+    DWORD id = 0;
+    ASSERT_EQ(FT_GetDeviceInfo(u.command, &type, &id, serial, description, nullptr), FT_OK);
+    EXPECT_STREQ(serial, "10000003B");
+    EXPECT_STREQ(description, "Tarven Works B");
+}
+
+TEST(SimFirmware, FirmwareStringCarriesTypeAndOption) {
+    LoadBench(FourUnitBench());
+    const struct {
+        unsigned serial;
+        char type, option;
+    } cases[] = {{10000001, '1', '0'}, {10000002, '2', '1'}, {10000003, '3', '0'}, {10000004, '3', '1'}};
+    for (const auto& c : cases) {
+        Unit u(c.serial);
+        ASSERT_TRUE(u.Ok());
+        u.Send({'V'});
+        FT_SetTimeouts(u.command, 500, 500);
+        const auto reply = u.Reply(16);
+        ASSERT_GE(reply.size(), 11u) << c.serial;
+        EXPECT_EQ(reply[8], c.type) << c.serial;
+        EXPECT_EQ(reply[10], c.option) << c.serial;
+    }
+}
+
+TEST(SimFirmware, UnknownFirmwareOnlyOnTheFirstTry) {
+    LoadBench(FourUnitBench());
+    ASSERT_EQ(qorsim_unknown_firmware(10000002, 1), 0);
+    Unit u(10000002);
+    FT_SetTimeouts(u.command, 500, 500);
+    u.Send({'V'});
+    EXPECT_EQ(u.Reply(16).at(8), '?');
+    u.Send({'V'});
+    EXPECT_EQ(u.Reply(16).at(8), '2');
+}
+
+TEST(SimFirmware, TemperatureVoltageAndOvenReplies) {
+    LoadBench(FourUnitBench());
+    {
+        Unit u(10000002);
+        u.Send({'K', 0});
+        const auto t = u.Reply(2);
+        ASSERT_EQ(t.size(), 2u);
+        const int raw = (t[0] & 0x1F) * 256 + t[1];
+        EXPECT_DOUBLE_EQ(static_cast<int16_t>(raw * 8) * 0.0078125, 31.5);
+        u.Send({'U', 0});
+        const auto v = u.Reply(2);
+        ASSERT_EQ(v.size(), 2u);
+        EXPECT_NEAR((v[0] * 256 + v[1]) * 0.0009765625 * 3.3 * 2.0, 5.02, 0.01);
+    }
+    {
+        Unit u(10000004);
+        u.Send({'K', 0});
+        const auto t = u.Reply(2);
+        const int raw = (t.at(0) & 0x1F) * 256 + t.at(1);
+        EXPECT_DOUBLE_EQ(static_cast<int16_t>(raw * 8) * 0.0078125, -5.0);
+        u.Send({'R', 'x'});
+        const auto w = u.Reply(2);
+        EXPECT_LT(w.at(0) * 256 + w.at(1), 65);
+        u.Send({'R', 'a'});
+        const auto a = u.Reply(2);
+        EXPECT_GT((a.at(0) * 256 + a.at(1)) * 0.1611, 30.0);
+        ASSERT_EQ(qorsim_oven_warming(10000004, 5000.0), 0);
+        u.Send({'R', 'x'});
+        const auto warming = u.Reply(2);
+        EXPECT_GE(warming.at(0) * 256 + warming.at(1), 194);
+        u.Send({'C', 2});
+        EXPECT_EQ(u.Reply(1), std::vector<uint8_t>{0}); // no reference at the connector
+        qorsim_reference_present(10000004, 1);
+        u.Send({'C', 2});
+        EXPECT_EQ(u.Reply(1), std::vector<uint8_t>{1});
+    }
+}
+
+TEST(SimFirmware, MissingAndGarbledRepliesAndTheReadTimeOut) {
+    LoadBench(FourUnitBench());
+    Unit u(10000003);
+    qorsim_reply_faults(10000003, 1, 1);
+    FT_SetTimeouts(u.command, 500, 500); // 5 ms on the fast clock
+    u.Send({'K', 0});
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(u.Reply(2).empty());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(400));
+    u.Send({'K', 0});
+    const auto garbled = u.Reply(2);
+    EXPECT_EQ(garbled.size(), 2u);
+    u.Send({'K', 0});
+    const auto good = u.Reply(2);
+    ASSERT_EQ(good.size(), 2u);
+    EXPECT_EQ((good[0] & 0x1F) * 256 + good[1], 640);
+}
+
+TEST(SimFirmware, CommandLogKeepsDecodedPayloadsAndWireBytes) {
+    LoadBench(FourUnitBench());
+    Unit u(10000002);
+    qorsim_clear_command_log(10000002);
+    u.Send({'N', 0xC0, 0x00, 0xDB, 0x01});
+    u.Send({});
+    EXPECT_EQ(qorsim_command_count(10000002), 2);
+    uint8_t payload[8];
+    ASSERT_EQ(qorsim_command_log(10000002, 0, payload, sizeof payload), 5);
+    EXPECT_EQ(std::vector<uint8_t>(payload, payload + 5), (std::vector<uint8_t>{'N', 0xC0, 0x00, 0xDB, 0x01}));
+    EXPECT_EQ(qorsim_command_log(10000002, 1, payload, sizeof payload), 0);
+    EXPECT_EQ(qorsim_command_log(10000002, 2, payload, sizeof payload), -1);
+    uint8_t wire[16];
+    ASSERT_EQ(qorsim_wire_log(10000002, wire, sizeof wire), 9);
+    EXPECT_EQ(std::vector<uint8_t>(wire, wire + 9),
+              (std::vector<uint8_t>{'N', 0xDB, 0xDC, 0x00, 0xDB, 0xDD, 0x01, 0xC0, 0xC0}));
+}
+
+TEST(SimFirmware, UserAreaKeepsWhatIsWritten) {
+    LoadBench(R"({"clock": "fast", "units": [{"serial": 77, "type": 4, "timebaseCorrection": 1.0000025}]})");
+    Unit u(77);
+    uint8_t area[16] = {};
+    DWORD got = 0;
+    ASSERT_EQ(FT_EE_UARead(u.command, area, 16, &got), FT_OK);
+    ASSERT_EQ(got, 16u);
+    double stored;
+    std::memcpy(&stored, area + 8, 8);
+    EXPECT_DOUBLE_EQ(stored, 1.0000025);
+    const double next = 0.9999;
+    std::memcpy(area + 8, &next, 8);
+    ASSERT_EQ(FT_EE_UAWrite(u.command, area, 16), FT_OK);
+    ASSERT_EQ(FT_EE_UARead(u.command, area, 16, &got), FT_OK);
+    std::memcpy(&stored, area + 8, 8);
+    EXPECT_DOUBLE_EQ(stored, 0.9999);
+}
+
+TEST(SimBus, PortCycleReenumeratesAndUnplugFails) {
+    LoadBench(FourUnitBench());
+    {
+        Unit u(10000001);
+        ASSERT_TRUE(u.Ok());
+        ASSERT_EQ(FT_CyclePort(u.stream), FT_OK);
+        uint8_t frame[2] = {'V', 0xC0};
+        DWORD written = 0;
+        EXPECT_EQ(FT_Write(u.command, frame, 2, &written), FT_IO_ERROR); // stale after the cycle
+        EXPECT_EQ(List().size(), 6u);          // gone while it re-enumerates (15 ms on the fast clock)
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        EXPECT_EQ(List().size(), 8u);
+    }
+    Unit u(10000004);
+    ASSERT_TRUE(u.Ok());
+    qorsim_unplug(10000004, 0.0);
+    uint8_t buffer[4];
+    DWORD got = 7;
+    EXPECT_EQ(FT_Read(u.command, buffer, 4, &got), FT_IO_ERROR);
+    EXPECT_EQ(got, 0u);
+    EXPECT_EQ(List().size(), 6u);
+    qorsim_replug(10000004);
+    EXPECT_EQ(List().size(), 8u);
+}
+
+TEST(SimBench, BadBenchesAreRefusedWithAReason) {
+    EXPECT_EQ(qorsim_load_bench_json("{"), -1);
+    EXPECT_NE(std::string(qorsim_last_error()), "");
+    EXPECT_EQ(qorsim_load_bench_json(R"({"units": [{"serial": 5, "type": 7}]})"), -1);
+    EXPECT_EQ(qorsim_load_bench_json(R"({"clock": "slow"})"), -1);
+    EXPECT_EQ(qorsim_load_bench_json(R"({"units": [{"serial": 5}, {"serial": 5}]})"), -1);
+    EXPECT_EQ(qorsim_load_bench_json(R"({"units": [{"serial": 5, "signals": [{"kind": "chirp"}]}]})"), -1);
+    EXPECT_EQ(qorsim_load_bench_json(R"({"clock": "fast"})"), 0);
+    EXPECT_EQ(qorsim_clock_scale(), 100.0);
+}
