@@ -11,8 +11,9 @@ namespace {
 
 // From this order on, the two-sweep scheme.
 constexpr int kSplitMinOrder = 17;
-// Columns gathered together: four complex doubles fill one 64-byte cache line.
-constexpr int kBlock = 4;
+// Columns gathered together: eight complex doubles fill two 64-byte cache lines
+// and halve the pages touched per column compared with one line.
+constexpr int kBlock = 8;
 constexpr size_t kAlign = 64;
 
 size_t AlignUp(size_t bytes) { return (bytes + kAlign - 1) & ~(kAlign - 1); }

@@ -32,7 +32,7 @@ Ipp32s ScaleSaturate(int64_t v, int scaleFactor) {
         if (scaleFactor > 62) return 0;
         const int64_t half = int64_t{1} << (scaleFactor - 1);
         const int64_t floor = v >> scaleFactor;
-        const int64_t rest = v - (floor << scaleFactor);
+        const int64_t rest = v - floor * (int64_t{1} << scaleFactor);
         v = floor + ((rest > half || (rest == half && (floor & 1))) ? 1 : 0);
     } else if (scaleFactor < 0) {
         const int shift = -scaleFactor > 32 ? 32 : -scaleFactor;

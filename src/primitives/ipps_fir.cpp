@@ -12,6 +12,8 @@ namespace {
 
 // From this tap count on, fast convolution.
 constexpr int kFastMinTaps = 128;
+// Beyond this the fast convolution would need an FFT above 2^24 points.
+constexpr int kMaxTaps = 1 << 22;
 // Samples per direct-form step.
 constexpr int kDirectChunk = 1024;
 constexpr uint64_t kFirMagic = 0xF14C0DE5F14C0DE5ULL;
@@ -179,7 +181,7 @@ void FilterChunk(const FirCore& c, const S* src, S* dst, int count) {
 template <typename S>
 IppStatus GetStateSize(int tapCount, int* size) {
     if (size == nullptr) return ippStsNullPtrErr;
-    if (tapCount < 1) return ippStsFIRLenErr;
+    if (tapCount < 1 || tapCount > kMaxTaps) return ippStsFIRLenErr;
     const bool complex = sizeof(typename Traits<S>::Domain) == sizeof(Ipp64fc);
     *size = static_cast<int>(PlanLayout(tapCount, complex).total);
     return ippStsNoErr;
@@ -189,7 +191,7 @@ template <typename S>
 IppStatus Init(typename Traits<S>::State** state, const S* taps, int tapCount, const S* delayLine, Ipp8u* memory) {
     using D = typename Traits<S>::Domain;
     if (qor_prim::AnyNull(state, taps, memory)) return ippStsNullPtrErr;
-    if (tapCount < 1) return ippStsFIRLenErr;
+    if (tapCount < 1 || tapCount > kMaxTaps) return ippStsFIRLenErr;
     const bool complex = sizeof(D) == sizeof(Ipp64fc);
     char* base = reinterpret_cast<char*>((reinterpret_cast<uintptr_t>(memory) + kAlign - 1) & ~uintptr_t{kAlign - 1});
     auto* core = reinterpret_cast<FirCore*>(base);

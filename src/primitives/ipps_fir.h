@@ -23,12 +23,12 @@ struct IppsFIRState_64f;
 struct IppsFIRState_32fc;
 struct IppsFIRState_64fc;
 
-// Status: -8 null pointer, -26 tap count below 1.
+// Status: -8 null pointer, -26 tap count below 1 or above 2^22.
 IppStatus ippsFIRGetStateSize_32f(int tapCount, int* size);
 IppStatus ippsFIRGetStateSize_32fc(int tapCount, int* size);
 IppStatus ippsFIRGetStateSize_64fc(int tapCount, int* size);
 
-// Status: -8 null pointer (delay line excepted), -26 tap count below 1.
+// Status: -8 null pointer (delay line excepted), -26 tap count below 1 or above 2^22.
 IppStatus ippsFIRInit_32f(IppsFIRState_32f** state, const Ipp32f* taps, int tapCount, const Ipp32f* delayLine,
                           Ipp8u* memory);
 IppStatus ippsFIRInit_32fc(IppsFIRState_32fc** state, const Ipp32fc* taps, int tapCount, const Ipp32fc* delayLine,
