@@ -265,7 +265,7 @@ void Analyzer::Materialize(TimePoint now, size_t wanted) {
             return;
         }
         program_.TakeBlock(&step);
-        const FrontEnd fe = step < 0 ? FrontEndOf(fw_, spec_.type) : HopFrontEnd(fw_, spec_.type, step * kHopStep);
+        const FrontEnd fe = step < 0 ? FrontEndOf(fw_, spec_.type) : HopFrontEnd(fw_, spec_.type, step * kHopStep, model_.Crossover());
         scene_.assign(spec_.signals.begin(), spec_.signals.end());
         scene_.insert(scene_.end(), injected_.begin(), injected_.end());
         if (fe.selfTest) {
@@ -465,8 +465,47 @@ void Analyzer::Execute(const std::vector<uint8_t>& p, TimePoint now) {
 }
 
 std::vector<uint8_t> Analyzer::DetectorSweep(int first, int last) {
+    // The unit steps its LO from `first` to `last` MHz by 3 MHz and reads its
+    // detector, which sits at its own IF, at each point.
     const int n = std::max(0, (last - first) / 3);
-    return std::vector<uint8_t>(2 * static_cast<size_t>(n), 0);
+    std::vector<uint8_t> table(2 * static_cast<size_t>(n), 0);
+    const double t = spec_.temperature;
+    const double ifDetector = model_.DetectorIf();
+    const bool orsk = model_.UnitFamily() == Family::Orsk;
+    const bool highSetting = fw_.ifAtten >= (spec_.type == 4 ? 10 : 25);
+    scene_.assign(spec_.signals.begin(), spec_.signals.end());
+    scene_.insert(scene_.end(), injected_.begin(), injected_.end());
+    auto gainAt = [&](double f) {
+        if (orsk) return model_.DetectorGainDb(f, fw_.atten, highSetting, t);
+        // The 4.4 GHz family's detector follows its high IF path at gain index 1.
+        FrontEnd fe = ModelFrontEnd(model_, f, 1, true);
+        fe.atten = fw_.atten;
+        fe.preamp = spec_.type == 2 && fw_.preamp;
+        return model_.PathGainDb(fe, f, 0.0, t);
+    };
+    for (int i = 0; i < n; ++i) {
+        const double lo = (first + 3.0 * i) * 1e6;
+        // Noise of both sides of the LO within the detector's bandwidth.
+        const double noiseBandwidth = 2.0 * (orsk ? 6.2e6 : 3.1e6);
+        double power = std::pow(10.0, (spec_.noiseFloor + 10.0 * std::log10(noiseBandwidth) + gainAt(lo + ifDetector)) / 10.0);
+        for (const auto& s : scene_) {
+            const double offset = std::fabs(std::fabs(s.frequency - lo) - ifDetector);
+            if (offset > 20e6) continue;
+            power += std::pow(10.0, (s.level + gainAt(s.frequency) + model_.DetectorBandDb(offset)) / 10.0);
+        }
+        const double db = 10.0 * std::log10(power);
+        int code;
+        if (orsk) {
+            code = model_.DetectorCode(db, t);
+        } else {
+            // A log detector of 0.134 dB per code, bottoming out 78 dB below full scale.
+            const double floored = 10.0 * std::log10(std::pow(10.0, db / 10.0) + std::pow(10.0, -7.8));
+            code = std::clamp(static_cast<int>(std::lround((floored + 80.0) / 0.13427734375)), 0, 4095);
+        }
+        table[2 * i] = static_cast<uint8_t>(code >> 8);
+        table[2 * i + 1] = static_cast<uint8_t>(code);
+    }
+    return table;
 }
 
 }  // namespace qorsim

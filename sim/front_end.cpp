@@ -6,8 +6,6 @@ namespace qorsim {
 
 namespace {
 
-constexpr double kDefaultCrossover = 8.448e9; // 660 x 12.8 MHz
-
 void SetSampling(const FirmwareState& s, bool highIf, FrontEnd& fe) {
     fe.sampleRate = s.sampleClock == 1 ? kAlternateSampleRate : kSampleRate;
     fe.highIf = highIf;
@@ -27,9 +25,6 @@ bool HighIfOf(const FirmwareState& s, int deviceType) {
     return a != 1;
 }
 
-double Crossover(const FirmwareState& s) {
-    return s.crossoverWord ? s.crossoverWord * kHopStep : kDefaultCrossover;
-}
 
 }  // namespace
 
@@ -78,7 +73,7 @@ FrontEnd FrontEndOf(const FirmwareState& s, int deviceType) {
     return fe;
 }
 
-FrontEnd HopFrontEnd(const FirmwareState& s, int deviceType, double virtualLo) {
+FrontEnd HopFrontEnd(const FirmwareState& s, int deviceType, double virtualLo, double crossover) {
     FrontEnd fe;
     SetSampling(s, HighIfOf(s, deviceType), fe);
     SetLevels(s, deviceType, fe);
@@ -87,7 +82,7 @@ FrontEnd HopFrontEnd(const FirmwareState& s, int deviceType, double virtualLo) {
         fe.band = virtualLo > 1.499e8 ? 1 : 0;
         return fe;
     }
-    const int band = OrskBandOf(virtualLo - kNominalHighIf, Crossover(s));
+    const int band = OrskBandOf(virtualLo, s.crossoverWord ? s.crossoverWord * kHopStep : crossover);
     fe.band = band;
     if (band <= 1) {
         fe.lo = virtualLo;

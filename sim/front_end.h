@@ -73,8 +73,9 @@ double SynthesizerFrequency(const FirmwareState& s);
 // Front end for a plain tuning, from the registers.
 FrontEnd FrontEndOf(const FirmwareState& s, int deviceType);
 // Front end of one hardware step: the unit places its LO `step` x 200 kHz as an
-// LO above the RF by the IF, choosing band, first LO and mixing side itself.
-FrontEnd HopFrontEnd(const FirmwareState& s, int deviceType, double virtualLo);
+// LO above the RF by the IF, choosing band (by that LO, with the crossover the
+// host sent, else `crossover`), first LO and mixing side itself.
+FrontEnd HopFrontEnd(const FirmwareState& s, int deviceType, double virtualLo, double crossover);
 // Band of an RF frequency on the 12.4 GHz family, with the crossover in Hz.
 int OrskBandOf(double frequency, double crossover);
 // Gain index from the two gain register bytes.

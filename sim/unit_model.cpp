@@ -1,12 +1,287 @@
 #include "unit_model.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace qorsim {
 
-UnitModel::UnitModel(uint32_t serial, int deviceType) : serial_(serial), type_(deviceType) {}
+namespace {
 
-double UnitModel::Crossover() const { return 8.448e9; }
+constexpr double kTwoPi = 6.283185307179586476925286766559;
+
+// Nominal roll-off of the IF filters in dB, one value per kHz of offset from
+// the IF centre, 0 to 125 kHz; the filter's passband swells towards 80 kHz
+// and falls beyond 110 kHz.
+constexpr std::array<double, 126> kRolloff{{
+    0.0, 0.001, 0.0, 0.001, 0.006, 0.007, 0.011, 0.015, 0.021, 0.026, 0.03, 0.035, 0.047, 0.052, 0.061, 0.071,
+    0.079, 0.089, 0.1, 0.11, 0.121, 0.133, 0.144, 0.156, 0.17, 0.184, 0.196, 0.212, 0.226, 0.243, 0.256, 0.269,
+    0.287, 0.303, 0.32, 0.331, 0.352, 0.366, 0.387, 0.402, 0.415, 0.434, 0.45, 0.466, 0.484, 0.501, 0.517, 0.534,
+    0.549, 0.566, 0.582, 0.598, 0.611, 0.629, 0.643, 0.658, 0.67, 0.684, 0.698, 0.711, 0.724, 0.736, 0.75, 0.756,
+    0.768, 0.779, 0.789, 0.796, 0.805, 0.812, 0.82, 0.828, 0.833, 0.837, 0.845, 0.844, 0.849, 0.85, 0.85, 0.851,
+    0.852, 0.851, 0.848, 0.845, 0.842, 0.835, 0.831, 0.823, 0.816, 0.805, 0.799, 0.787, 0.776, 0.763, 0.75, 0.733,
+    0.721, 0.704, 0.685, 0.664, 0.644, 0.624, 0.603, 0.58, 0.554, 0.528, 0.501, 0.471, 0.445, 0.41, 0.38, 0.347,
+    0.314, 0.28, 0.241, 0.203, 0.166, 0.123, 0.083, 0.038, -0.004, -0.049, -0.095, -0.144, -0.196, -0.247}};
+
+constexpr std::array<double, 12> kOrskRecordTemperatures{{-15, -5, 5, 10, 15, 22, 28, 35, 42, 48, 55, 70}};
+
+// Beyond this the IF filter's skirt falls 3 dB per kHz.
+constexpr double kSkirtStart = 250e3;
+// Out-of-band signals are this far down behind the band filters.
+constexpr double kBandRejection = -70.0;
+constexpr double kDetectorFloor = -72.0;
+
+double Sigmoid(double x) { return 1.0 / (1.0 + std::exp(-x)); }
+
+}  // namespace
+
+UnitModel::UnitModel(uint32_t serial, int deviceType) : serial_(serial), type_(deviceType), crossover_(0.0) {
+    crossover_ = ComputeCrossover();
+}
+
+double UnitModel::Vary(int key) const {
+    // splitmix64 of serial and key, mapped to [-1, 1].
+    uint64_t z = (static_cast<uint64_t>(serial_) << 20) + static_cast<uint64_t>(key) * 0x9E3779B97F4A7C15ull;
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+    z ^= z >> 31;
+    return (z >> 11) * (2.0 / 9007199254740992.0) - 1.0;
+}
+
+double UnitModel::Ripple(double f, int key, double period, double amplitude) const {
+    return amplitude * std::sin(kTwoPi * f / period + 3.14159265358979 * Vary(key));
+}
+
+// ---- IF filter --------------------------------------------------------------
+
+double UnitModel::NominalRolloffDb(double offsetHz) {
+    const double z = std::fabs(offsetHz * 0.001);
+    const int j = std::clamp(static_cast<int>(std::floor(z)), 0, 124);
+    return (z - j) * kRolloff[j + 1] + (j + 1 - z) * kRolloff[j];
+}
+
+double UnitModel::RolloffDb(double b) const { return NominalRolloffDb(b) - (type_ == 2 ? 0.6 : 0.0); }
+
+double UnitModel::IfShapeDb(bool highIf, double b) const {
+    const int key = highIf ? 80 : 82;
+    auto shape = [&](double x) { return Ripple(x, key, 90e3, 0.25) + 0.12 * Vary(key + 1) * x / 125e3; };
+    // Beyond 125 kHz the shape goes on straight, as it leaves the last 5 kHz.
+    if (std::fabs(b) <= 125e3) return shape(b);
+    const double edge = b > 0 ? 125e3 : -125e3;
+    const double inner = b > 0 ? 120e3 : -120e3;
+    return shape(edge) + (shape(edge) - shape(inner)) * (std::fabs(b) - 125e3) / 5e3;
+}
+
+double UnitModel::IfFilterDb(bool highIf, double b) const {
+    double h = RolloffDb(b) + IfShapeDb(highIf, b);
+    if (std::fabs(b) > kSkirtStart) h -= 3.0 * (std::fabs(b) - kSkirtStart) / 1e3;
+    return h;
+}
+
+// ---- 4.4 GHz family ---------------------------------------------------------
+
+double UnitModel::VelmLevelBase(int band) const {
+    double base = 3.0 + 0.4 * Vary(1);
+    if (band == 0) base -= 1.0 + 0.3 * Vary(2);
+    // Type 2 keeps its level reference on the low IF path, 11.4 dB more sensitive.
+    if (type_ == 2) base -= 11.4;
+    return base;
+}
+
+double UnitModel::VelmGainStep(int index) const {
+    if (type_ == 1) return index == 0 ? 15.83 : 12.0;
+    return index == 0 ? 15.8 + 0.3 * Vary(4) : 12.1 + 0.3 * Vary(5);
+}
+
+double UnitModel::VelmTilt(int type) { return type == 1 ? 2.5e-9 : 4e-9; }
+
+double UnitModel::VelmResponse(double f, int band, int att) const {
+    if (band == 0)
+        return Ripple(f, 6, 47e6, 0.5) + Ripple(f, 7, 13.3e6, 0.25) + 0.1 * att * Vary(10 + att) +
+               0.05 * att * f / 150e6;
+    return VelmTilt(type_) * f + Ripple(f, 8, 730e6, 1.2) + Ripple(f, 9, 190e6, 0.4) +
+           att * (0.15 * Vary(20 + att) + 0.12 * f / 4.4e9);
+}
+
+double UnitModel::VelmPreampRolloff(double f) const {
+    const double at300k = 1.2 + 0.2 * Vary(30);
+    if (f <= 300e3) return at300k + std::pow((300e3 - f) / 85e3, 2.0);
+    if (f < 1e6) return at300k * std::pow((1e6 - f) / 7e5, 1.5);
+    return 0.0;
+}
+
+double UnitModel::VelmPreampGain(double f, int band) const {
+    if (band == 0) {
+        if (f < 1e6) return VelmPreampGain(1e6, 0) - VelmPreampRolloff(f);
+        return 18.0 + Ripple(f, 31, 60e6, 0.5) + 0.5 * f / 150e6;
+    }
+    return 18.5 - 1.6 * f / 4.4e9 + Ripple(f, 32, 520e6, 0.7);
+}
+
+double UnitModel::VelmRecordTemperature(int record) { return 5.0 * record; }
+
+double UnitModel::VelmAttenDrift(double f, int band, int att, double t) const {
+    const double slope = -0.018 - 0.004 * f / 4.4e9 + 0.002 * att * Vary(40 + att);
+    // A fixed offset per point: the tables carry it, and it cancels against the reference record.
+    return slope * (t - VelmRecordTemperature(kVelmReferenceRecord)) + 0.05 * std::sin(f / 3e8 + band + att);
+}
+
+double UnitModel::VelmPreampDrift(double f, int, double t) const {
+    return (-0.006 + 0.002 * Vary(50) - 0.001 * f / 4.4e9) * (t - VelmRecordTemperature(kVelmReferenceRecord));
+}
+
+double UnitModel::VelmHighIfDelta(double f, int, double t) const {
+    return -11.4 + 0.3 * Vary(60) + Ripple(f, 62, 400e6, 0.2) +
+           (0.01 + 0.003 * Vary(61)) * (t - VelmRecordTemperature(kVelmReferenceRecord));
+}
+
+double UnitModel::VelmLowIfOffset(int band) const { return 10.5 + 0.3 * Vary(70 + band); }
+
+// ---- 12.4 GHz family --------------------------------------------------------
+
+double UnitModel::OrskRecordTemperature(int record) { return kOrskRecordTemperatures[record]; }
+
+double UnitModel::OrskBandResponse(double f, int band) const {
+    switch (band) {
+        case 0: {
+            const double lowEnd = f > 0.0 ? -10.0 * std::log10(1.0 + std::pow(60e3 / f, 2.0)) : -60.0;
+            return -11.0 + lowEnd + Ripple(f, 100, 37e6, 0.4);
+        }
+        case 1:
+            return -7.0 - 1.8 * f / 4e9 + Ripple(f, 101, 610e6, 0.8) + Ripple(f, 102, 150e6, 0.25);
+        case 2:
+            return -9.0 - (f - 4e9) / 2.5e9 + Ripple(f, 103, 430e6, 0.7);
+        case 3:
+            return -10.0 + Ripple(f, 104, 380e6, 0.6) - 6.0 * Sigmoid((f - 8.43e9) / 40e6);
+        case 4:
+            return -10.5 + Ripple(f, 105, 500e6, 0.6) - 6.0 * Sigmoid(-(f - 8.46e9) / 40e6);
+        default:
+            return -12.0 - 2.0 * (f - 9.75e9) / 3.25e9 + Ripple(f, 106, 460e6, 0.7);
+    }
+}
+
+double UnitModel::OrskValue(double f, int band, bool highIf, int att, double t) const {
+    double v = OrskBandResponse(f, band);
+    if (att > 0) v += -10.0 * att + 0.25 * Vary(110 + att) + 0.1 * att * std::sin(kTwoPi * f / 2.2e9 + Vary(115));
+    if (!highIf) v += 9.0 + 0.3 * Vary(120) + Ripple(f, 121, 1.7e9, 0.2);
+    return v + (-0.012 - 0.004 * f / 13e9) * (t - OrskRecordTemperature(kOrskReferenceRecord));
+}
+
+double UnitModel::OrskGainStep(double t) const {
+    return 13.8 + 0.3 * Vary(130) - 0.008 * (t - OrskRecordTemperature(kOrskReferenceRecord));
+}
+
+double UnitModel::ComputeCrossover() const {
+    if (UnitFamily() != Family::Orsk) return 0.0;
+    // Where band 4's path overtakes band 3's on the grid that the tables share.
+    const double t = OrskRecordTemperature(kOrskReferenceRecord);
+    int i = 0;
+    for (; i < 26; ++i) {
+        const float upper = static_cast<float>(OrskValue(8249999872.0 + i * 1e7, 4, false, 1, t));
+        const float lower = static_cast<float>(OrskValue(8.25e9 + i * 1e7, 3, false, 1, t));
+        if (upper > lower) break;
+    }
+    const double frequency = i * 1e7 + 8.245e9;
+    return std::floor(frequency / 1.28e7 + 0.5) * 64 * kHopStep;
+}
+
+// ---- the whole path ---------------------------------------------------------
+
+double UnitModel::BandFilterDb(const FrontEnd& fe, double rf) const {
+    double lowEdge = 0.0, highEdge = 1e12;
+    if (fe.band == 0) {
+        highEdge = 160e6;
+    } else if (UnitFamily() == Family::Orsk) {
+        if (fe.band == 1) {
+            lowEdge = 120e6;
+            highEdge = 4.1e9;
+        } else if (fe.band <= 3) {
+            lowEdge = 3.9e9;
+            highEdge = 8.7e9;
+        } else {
+            lowEdge = 8.2e9;
+            highEdge = 13.2e9;
+        }
+    }
+    return rf >= lowEdge && rf <= highEdge ? 0.0 : kBandRejection;
+}
+
+double UnitModel::PathGainDb(const FrontEnd& fe, double rf, double b, double t) const {
+    double g;
+    if (UnitFamily() == Family::Velm) {
+        const int band = fe.band == 0 ? 0 : 1;
+        const double tRef = VelmRecordTemperature(kVelmReferenceRecord);
+        g = -VelmLevelBase(band) - VelmResponse(rf, band, fe.atten) - 5.0 * fe.atten;
+        if (fe.gain == 0) g -= VelmGainStep(0);
+        if (fe.gain == 2) g += VelmGainStep(2);
+        if (type_ == 2) {
+            g += VelmAttenDrift(rf, band, fe.atten, t) - VelmAttenDrift(rf, band, fe.atten, tRef);
+            if (fe.highIf) g += VelmHighIfDelta(rf, band, t);
+            if (fe.preamp) g += VelmPreampGain(rf, band) + VelmPreampDrift(rf, band, t);
+        } else if (!fe.highIf) {
+            g += VelmLowIfOffset(band);
+        }
+    } else {
+        g = OrskValue(rf, fe.band, fe.highIf, fe.atten, t);
+        if (fe.gain >= 1) g += OrskGainStep(t);
+        if (fe.gain == 2) g += 12.0;
+    }
+    return g + IfFilterDb(fe.highIf, b) + BandFilterDb(fe, rf);
+}
+
+double UnitModel::NoiseGainDb(const FrontEnd& fe, double t) const {
+    // The RF that lands at 0 Hz, on the side of the LO that the engines use.
+    const double f1 = std::fabs(fe.lo - fe.ifCenter);
+    double rf = f1;
+    if (fe.firstLo > 0.0) rf = fe.band <= 3 ? fe.firstLo - f1 : fe.firstLo + f1;
+    return PathGainDb(fe, rf, 0.0, t) - BandFilterDb(fe, rf);
+}
+
+// ---- detector -----------------------------------------------------------------
+
+double UnitModel::DetectorIf() const {
+    if (type_ == 4) return 63e6;
+    if (type_ == 3) return 36e6;
+    return kNominalHighIf;
+}
+
+double UnitModel::DetectorBandDb(double offset) const {
+    const double halfWidth = UnitFamily() == Family::Orsk ? 3e6 : 1.5e6;
+    return -10.0 * std::log10(1.0 + std::pow(offset / halfWidth, 8.0));
+}
+
+double UnitModel::DetectorShape(double f) const {
+    double shape = -2.0 + Ripple(f, 140, 1.3e9, 1.0) - 0.4 * f / 12e9;
+    // Fine structure near the band 3 to 4 crossover, which the fine table resolves.
+    if (f > 8.3e9 && f < 8.59e9) {
+        const double window = std::pow(std::sin(3.14159265358979 * (f - 8.3e9) / 0.29e9), 2.0);
+        shape += 0.3 * window * std::sin(kTwoPi * (f - 8.3e9) / 40e6);
+    }
+    return shape;
+}
+
+double UnitModel::DetectorGainDb(double f, int att, bool highSetting, double t) const {
+    const int band = OrskBandOf(f, crossover_);
+    const double base = DetectorShape(f) - 0.01 * (t - OrskRecordTemperature(kOrskReferenceRecord));
+    const double reference = OrskValue(f, band, true, highSetting ? 3 : 1, t);
+    const double offset = highSetting ? -kDetectorSettingGap : 0.0;
+    return base + offset + OrskValue(f, band, true, att, t) - reference;
+}
+
+double UnitModel::DetectorPowerOfCode(double code, double t) const {
+    return (100.0 - code) / 16.0 + 0.4 * std::sin(3.14159265358979 * code / 700.0) -
+           0.015 * (t - OrskRecordTemperature(kOrskReferenceRecord));
+}
+
+int UnitModel::DetectorCode(double power, double t) const {
+    const double p = 10.0 * std::log10(std::pow(10.0, power / 10.0) + std::pow(10.0, kDetectorFloor / 10.0));
+    double c = 100.0 - 16.0 * p;
+    for (int i = 0; i < 6; ++i) {
+        const double slope = -1.0 / 16.0 + 0.4 * 3.14159265358979 / 700.0 * std::cos(3.14159265358979 * c / 700.0);
+        c -= (DetectorPowerOfCode(c, t) - p) / slope;
+    }
+    return std::clamp(static_cast<int>(std::lround(c)), 0, kDetectorMaxCode);
+}
 
 FrontEnd ModelFrontEnd(const UnitModel& model, double frequency, int band, bool highIf) {
     FrontEnd fe;
@@ -19,47 +294,6 @@ FrontEnd ModelFrontEnd(const UnitModel& model, double frequency, int band, bool 
     fe.band = band >= 0 ? band : OrskBandOf(frequency, model.Crossover());
     if (fe.band >= 2) fe.firstLo = kFirstLo[(fe.band == 2 || fe.band == 4) ? 0 : 3];
     return fe;
-}
-
-double UnitModel::IfFilterDb(bool, double b) const {
-    const double x = std::fabs(b) / 250e3;
-    return -3.0 * std::pow(x, 8.0);
-}
-
-double UnitModel::BandFilterDb(const FrontEnd& fe, double rf) const {
-    double lowEdge = 0.0, highEdge = 1e12;
-    if (UnitFamily() == Family::Velm) {
-        if (fe.band == 0) highEdge = 160e6;
-    } else if (fe.band == 0) {
-        highEdge = 160e6;
-    } else if (fe.band == 1) {
-        lowEdge = 120e6;
-        highEdge = 4.1e9;
-    } else if (fe.firstLo > 0.0 && fe.band <= 3) {
-        lowEdge = 3.9e9;
-        highEdge = 8.7e9;
-    } else {
-        lowEdge = 8.2e9;
-        highEdge = 13.2e9;
-    }
-    if (rf >= lowEdge && rf <= highEdge) return 0.0;
-    return -70.0;
-}
-
-double UnitModel::PathGainDb(const FrontEnd& fe, double rf, double b, double) const {
-    const double step = UnitFamily() == Family::Orsk ? 10.0 : 5.0;
-    double g = -5.0 - step * fe.atten;
-    g += fe.gain == 0 ? -16.0 : fe.gain == 2 ? 12.0 : 0.0;
-    if (fe.preamp) g += 18.0;
-    if (!fe.highIf) g += 10.0;
-    return g + IfFilterDb(fe.highIf, b) + BandFilterDb(fe, rf);
-}
-
-double UnitModel::NoiseGainDb(const FrontEnd& fe, double temperature) const {
-    const double first = fe.lo - fe.ifCenter;
-    double rf = first;
-    if (fe.firstLo > 0.0) rf = fe.band <= 3 ? fe.firstLo - std::fabs(first) : fe.firstLo + std::fabs(first);
-    return PathGainDb(fe, std::fabs(rf), 0.0, temperature) - BandFilterDb(fe, std::fabs(rf));
 }
 
 }  // namespace qorsim

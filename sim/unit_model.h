@@ -1,7 +1,13 @@
 // The physical model of one analyzer unit: what a signal at the input gains
-// or loses on its way to the samples, for every state the commands can set.
-// Everything the instrument renders and everything its factory calibration
-// records comes from here.
+// or loses on its way to the samples, for every state the commands can set,
+// and what its detector reads. The receiver renders from it and the factory
+// calibration is measured from it.
+//
+// The gain is a sum of smooth terms, each varying from unit to unit (seeded
+// by the serial): a level reference per band, the gain stages, a response per
+// band and attenuator step with ripple and tilt, the preamplifier, linear
+// temperature drift, the offset between the two IF paths, the IF filter and
+// the band filters in front of the mixers.
 #ifndef QOR_SIM_UNIT_MODEL_H
 #define QOR_SIM_UNIT_MODEL_H
 
@@ -22,18 +28,64 @@ public:
     // complex tone in the samples (dB relative to full scale), for a signal at
     // RF `rf` that the front end `fe` puts at `b` Hz in the samples.
     double PathGainDb(const FrontEnd& fe, double rf, double b, double temperature) const;
-    // Crossover between bands 3 and 4 of the 12.4 GHz family, Hz.
-    double Crossover() const;
-
     // Gain for the input noise floor: that of the RF that lands at 0 Hz.
     double NoiseGainDb(const FrontEnd& fe, double temperature) const;
+    // Crossover between bands 3 and 4 of the 12.4 GHz family, Hz, a multiple of 12.8 MHz.
+    double Crossover() const { return crossover_; }
+
+    // IF filter: the nominal roll-off plus the unit's own shape, at `b` Hz in the samples.
+    double IfFilterDb(bool highIf, double b) const;
+    double IfShapeDb(bool highIf, double b) const;
+    // The nominal roll-off of the IF filters, per kHz of offset, continued
+    // straight beyond 125 kHz; on type 2 it runs 0.6 dB lower.
+    double RolloffDb(double b) const;
+    static double NominalRolloffDb(double offsetHz);
+
+    // ---- 4.4 GHz family terms (band 0: low band, 1: high band) ----
+    double VelmLevelBase(int band) const;      // dB of loss at gain index 1, attenuator 0
+    double VelmGainStep(int index) const;      // index 0: loss of gain 0 below 1; 2: gain of 2 above 1
+    double VelmResponse(double f, int band, int att) const; // loss beyond the nominal 5 dB per step
+    static double VelmTilt(int type);          // dB per Hz of the high band's falling gain
+    double VelmPreampGain(double f, int band) const;
+    double VelmPreampRolloff(double f) const;  // loss of the preamplifier below 1 MHz
+    double VelmAttenDrift(double f, int band, int att, double temperature) const;
+    double VelmPreampDrift(double f, int band, double temperature) const;
+    double VelmHighIfDelta(double f, int band, double temperature) const; // type 2: high IF minus low IF
+    double VelmLowIfOffset(int band) const;    // type 1: low IF minus high IF
+    static double VelmRecordTemperature(int record);
+    static constexpr int kVelmReferenceRecord = 6;
+
+    // ---- 12.4 GHz family terms ----
+    // Gain at gain index 0 of band `band` for the IF and attenuator step.
+    double OrskValue(double f, int band, bool highIf, int att, double temperature) const;
+    double OrskGainStep(double temperature) const;
+    static double OrskRecordTemperature(int record);
+    static constexpr int kOrskReferenceRecord = 6;
+
+    // ---- detector sweeps ("B") ----
+    // IF of the detector, Hz, and its bandwidth response at `offset` from it.
+    double DetectorIf() const;
+    double DetectorBandDb(double offset) const;
+    // Gain from the input to the detector (12.4 GHz family), for the attenuator
+    // step and the IF attenuator setting (high or low).
+    double DetectorGainDb(double f, int att, bool highSetting, double temperature) const;
+    // Power at the detector that a code stands for, and the code of a power.
+    double DetectorPowerOfCode(double code, double temperature) const;
+    int DetectorCode(double power, double temperature) const;
+    static constexpr double kDetectorSettingGap = 30.0; // dB between the two IF attenuator settings
+    static constexpr int kDetectorMaxCode = 1400;
 
 private:
-    double IfFilterDb(bool highIf, double b) const;
+    double Vary(int key) const; // unit-specific value in [-1, 1]
+    double Ripple(double f, int key, double period, double amplitude) const;
+    double OrskBandResponse(double f, int band) const;
+    double DetectorShape(double f) const;
     double BandFilterDb(const FrontEnd& fe, double rf) const;
+    double ComputeCrossover() const;
 
     uint32_t serial_;
     int type_;
+    double crossover_;
 };
 
 // The front end that measures `frequency` in `band` (-1: the band of the

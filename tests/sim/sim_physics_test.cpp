@@ -1,0 +1,173 @@
+// Tones, images, noise and clipping as the receiver renders them, looked at
+// with a plain DFT and compared with the unit's true path gain.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "sim_tuning.h"
+
+using namespace simtest;
+
+namespace {
+
+constexpr unsigned kVelmB = 20000002;
+constexpr unsigned kOrskB = 20000004;
+
+std::string PhysicsBench(double noiseFloor, const std::string& velmSignals, const std::string& orskSignals) {
+    const std::string floor = std::to_string(noiseFloor);
+    return R"({"clock": "fast", "pacing": "immediate", "units": [
+      {"serial": 20000002, "type": 2, "temperature": 31.5, "noiseFloor": )" + floor + R"(, "signals": [)" + velmSignals + R"(]},
+      {"serial": 20000004, "type": 4, "temperature": 37.0, "noiseFloor": )" + floor + R"(, "signals": [)" + orskSignals + R"(]}]})";
+}
+
+std::string Cw(double f, double level) {
+    return R"({"kind": "cw", "frequency": )" + std::to_string(f) + R"(, "level": )" + std::to_string(level) + "}";
+}
+
+}  // namespace
+
+TEST(SimPhysics, ToneLandsAtItsOffsetAndLevelOnBothIfsAndBothSides) {
+    // One tone below the LO and one above it (the image), on each IF path.
+    struct Case {
+        double lo, f;
+        bool highIf;
+        int atten, gain;
+    } cases[] = {
+        {1010.7e6, 1000.03e6, true, 1, 1},             // below the LO: b = IFs - (lo - f)
+        {1010.7e6, 1021.37e6, true, 0, 2},             // above the LO: the image, mirrored
+        {402.9e6, 400.05e6, false, 2, 1},              // low IF
+        {402.9e6, 405.76e6, false, 3, 0},              // low IF image
+    };
+    for (const auto& c : cases) {
+        LoadBench(PhysicsBench(-250.0, Cw(c.f, -40.0), ""));
+        Unit u(kVelmB);
+        const double lo = TuneLo(u, c.lo);
+        SetPath(u, c.atten, c.gain, c.highIf);
+        const double ifs = c.highIf ? kHighIfs : kLowIfs;
+        const double b = ifs - std::fabs(c.f - lo);
+        const auto x = Capture(u, 8);
+        const double expected = -40.0 + qorsim_path_gain(kVelmB, c.f, c.atten, c.gain, c.highIf, 0, b, -1, 31.5);
+        EXPECT_NEAR(ToneLevel(x, b), expected, 0.05) << c.f;
+        EXPECT_LT(ToneLevel(x, -b), expected - 60.0) << "nothing at the mirror place " << c.f;
+    }
+}
+
+TEST(SimPhysics, ImageArrivesMirrored) {
+    // Two tones 20 kHz apart above the LO come out in the reverse order.
+    LoadBench(PhysicsBench(-250.0, Cw(1021.36e6, -40.0) + "," + Cw(1021.38e6, -50.0), ""));
+    Unit u(kVelmB);
+    const double lo = TuneLo(u, 1010.7e6);
+    SetPath(u, 0, 1, true);
+    const auto x = Capture(u, 8);
+    const double b1 = kHighIfs - (1021.36e6 - lo), b2 = kHighIfs - (1021.38e6 - lo);
+    EXPECT_GT(b1, b2);
+    EXPECT_NEAR(ToneLevel(x, b1), -40.0 + qorsim_path_gain(kVelmB, 1021.36e6, 0, 1, 1, 0, b1, -1, 31.5), 0.05);
+    EXPECT_NEAR(ToneLevel(x, b2), -50.0 + qorsim_path_gain(kVelmB, 1021.38e6, 0, 1, 1, 0, b2, -1, 31.5), 0.05);
+}
+
+TEST(SimPhysics, FirstLoOfTheUpperBandsInvertsTheSpectrum) {
+    // Band 2 of the 12.4 GHz family: first LO 7.8 GHz above, last LO above the first IF.
+    LoadBench(PhysicsBench(-250.0, "", Cw(5.0e9, -30.0) + "," + Cw(5.0e9 + 30e3, -40.0)));
+    Unit u(kOrskB);
+    u.Send({'A', 131}); // first-LO path 0
+    const double f1 = 7.8e9 - 5.0e9;
+    const double lo = TuneLo(u, f1 + 10.7e6);
+    SetPath(u, 1, 1, true, true, 2);
+    const auto x = Capture(u, 8);
+    const double b = kHighIfs - (lo - f1);
+    const double expected = -30.0 + qorsim_path_gain(kOrskB, 5.0e9, 1, 1, 1, 0, b, 2, 37.0);
+    EXPECT_NEAR(ToneLevel(x, b), expected, 0.05);
+    // Higher RF, lower in the samples.
+    EXPECT_NEAR(ToneLevel(x, b - 30e3), -40.0 + qorsim_path_gain(kOrskB, 5.0e9 + 30e3, 1, 1, 1, 0, b - 30e3, 2, 37.0), 0.05);
+}
+
+TEST(SimPhysics, HardwareHopsStepTheLoBy200kHzPerBlock) {
+    // A tone 50 kHz above the middle of step 5100: the engines' bin mapping
+    // n x 200 kHz - 10.7 MHz + y, with the 5555.56 Hz mix.
+    const double f = 5100 * 200e3 - 10.7e6 + 50e3;
+    LoadBench(PhysicsBench(-250.0, Cw(f, -35.0), ""));
+    Unit u(kVelmB);
+    SetPath(u, 1, 1, true);
+    u.Send({'N', 0xEC, 0x13, 0xEE, 0x13}); // 5100 to 5102
+    const auto x = Samples(u.Stream(3 * 2048));
+    ASSERT_EQ(x.size(), 3u * 512);
+    for (int k = 0; k < 2; ++k) {
+        const double b = kHighIfs - ((5100 + k) * 200e3 - f);
+        const double expected = -35.0 + qorsim_path_gain(kVelmB, f, 1, 1, 1, 0, b, -1, 31.5);
+        EXPECT_NEAR(ToneLevel(x, b, 512 * k, 512), expected, 0.05) << k;
+    }
+    EXPECT_NEAR(kHighIfs - (5100 * 200e3 - f) + 5555.56, 50e3, 0.01);
+}
+
+TEST(SimPhysics, FramedProgramBlocksFollowTheirSteps) {
+    const double f = 21000 * 200e3 - 10.7e6 - 20e3; // 4.1893 GHz, band 2 of the 12.4 GHz family
+    LoadBench(PhysicsBench(-250.0, "", Cw(f, -30.0)));
+    Unit u(kOrskB);
+    SetPath(u, 1, 1, true, true, 2);
+    u.Send({'Y', 0, 1, 0x08, 0x52}); // 21000, two steps
+    u.Send({'X', 1, 2});
+    ASSERT_EQ(u.Stream(4), (std::vector<uint8_t>{0xE1, 0x1E, 0, 1}));
+    const auto x = Samples(u.Stream(4 * 2048));
+    u.Send({'3'});
+    const double b = kHighIfs - (21000 * 200e3 - f);
+    const double expected = -30.0 + qorsim_path_gain(kOrskB, f, 1, 1, 1, 0, b, -1, 37.0);
+    EXPECT_NEAR(ToneLevel(x, b, 0, 512), expected, 0.05);
+    EXPECT_NEAR(ToneLevel(x, b, 512, 512), expected, 0.05);
+}
+
+TEST(SimPhysics, NoisePowerMatchesTheFloorAndTheBandwidth) {
+    LoadBench(PhysicsBench(-120.0, "", ""));
+    Unit u(kVelmB);
+    const double lo = TuneLo(u, 1010.7e6);
+    SetPath(u, 0, 2, true);
+    const auto x = Capture(u, 128);
+    const double expected = -120.0 + 10.0 * std::log10(kFs) + qorsim_path_gain(kVelmB, lo - kHighIfs, 0, 2, 1, 0, 0.0, -1, 31.5);
+    EXPECT_NEAR(MeanPowerDb(x), expected, 0.15);
+}
+
+TEST(SimPhysics, ClipsAtFullScale) {
+    LoadBench(PhysicsBench(-250.0, Cw(1000.03e6, 15.0), ""));
+    Unit u(kVelmB);
+    TuneLo(u, 1010.7e6);
+    SetPath(u, 0, 2, true);
+    const auto x = Capture(u, 2);
+    double peak = 0;
+    int railed = 0;
+    for (const auto& v : x) {
+        peak = std::max({peak, std::fabs(v.real()), std::fabs(v.imag())});
+        railed += std::fabs(v.real()) >= 32767.0 / 32768.0;
+    }
+    EXPECT_LE(peak, 1.0);
+    EXPECT_GT(railed, 100);
+}
+
+TEST(SimPhysics, ContinuousStreamIsPhaseContinuousAcrossBlocks) {
+    LoadBench(PhysicsBench(-250.0, Cw(1000.0123e6, -20.0), ""));
+    Unit u(kVelmB);
+    const double lo = TuneLo(u, 1010.7e6);
+    SetPath(u, 0, 1, true);
+    u.Send({'T'});
+    u.Stream(4);
+    const auto x = Samples(u.Stream(6 * 16384));
+    u.Send({'3'});
+    const double step = 2.0 * 3.14159265358979 * (kHighIfs - (lo - 1000.0123e6)) / kFs;
+    double worst = 0;
+    for (size_t n = 1; n < x.size(); ++n) worst = std::max(worst, std::fabs(std::arg(x[n] * std::conj(x[n - 1])) - step));
+    EXPECT_LT(worst, 2e-3);
+}
+
+TEST(SimPhysics, AmAndFmCarriersCarryTheirTone) {
+    LoadBench(PhysicsBench(-250.0,
+                           R"({"kind": "fm", "frequency": 1000.03e6, "level": -30, "deviation": 5000, "tone": 1000},
+                              {"kind": "am", "frequency": 999.93e6, "level": -30, "depth": 0.5, "tone": 1000})",
+                           ""));
+    Unit u(kVelmB);
+    const double lo = TuneLo(u, 1010.7e6);
+    SetPath(u, 0, 1, true);
+    const auto x = Capture(u, 32);
+    const double fm = kHighIfs - (lo - 1000.03e6), am = kHighIfs - (lo - 999.93e6);
+    // AM at depth 0.5: sidebands 12 dB under the carrier; FM with beta 5: carrier at J0(5) = -19.7 dB.
+    EXPECT_NEAR(ToneLevel(x, am + 1000.0) - ToneLevel(x, am), -12.04, 0.3);
+    const double unmodulated = -30.0 + qorsim_path_gain(kVelmB, 1000.03e6, 0, 1, 1, 0, fm, -1, 31.5);
+    EXPECT_NEAR(ToneLevel(x, fm) - unmodulated, 20.0 * std::log10(0.1775968), 0.5);
+}
