@@ -28,15 +28,22 @@ int RunList() {
         return 0;
     }
     std::printf("%-10s %-20s %s\n", "serial", "type", "firmware");
+    // Only an open tells the type; a unit that will not open is listed with the reason.
+    int failures = 0;
     for (int i = 0; i < count; ++i) {
-        OpenedUnit unit(serials[i]);
-        int type = 0;
-        char firmware[16] = "";
-        Check("qorGetDeviceType", qorGetDeviceType(unit.device(), &type));
-        Check("qorGetFirmwareString", qorGetFirmwareString(unit.device(), firmware));
-        std::printf("%08d   %-20s %s\n", serials[i], TypeName(type), firmware);
+        try {
+            OpenedUnit unit(serials[i]);
+            int type = 0;
+            char firmware[16] = "";
+            Check("qorGetDeviceType", qorGetDeviceType(unit.device(), &type));
+            Check("qorGetFirmwareString", qorGetFirmwareString(unit.device(), firmware));
+            std::printf("%08d   %-20s %s\n", serials[i], TypeName(type), firmware);
+        } catch (const ToolError& e) {
+            std::printf("%08d   (%s)\n", serials[i], e.what());
+            ++failures;
+        }
     }
-    return 0;
+    return failures == 0 ? 0 : 1;
 }
 
 int RunInfo(int serial) {

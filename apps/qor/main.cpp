@@ -69,6 +69,7 @@ int main(int argc, char** argv) {
         return app.exit(e);
     }
     try {
+        qortool::ServeSimCalibration();
         if (*list) return qortool::RunList();
         if (*info) return qortool::RunInfo(infoSerial);
         sweep.showInjected = sim;

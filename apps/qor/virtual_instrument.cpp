@@ -5,9 +5,12 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
+
+#include "qor_api.h"
 
 namespace qortool {
 namespace {
@@ -54,6 +57,32 @@ bool EnterVirtualInstrument(int argc, char** argv, std::string* error) {
     execv("/proc/self/exe", argv);
     *error = std::string("cannot restart the tool: ") + std::strerror(errno);
     return false;
+}
+
+void ServeSimCalibration() {
+    const char* library = std::getenv("QOR_D2XX_LIBRARY");
+    if (std::getenv("QOR_TOOL_IN_SIM") == nullptr || library == nullptr) return;
+    void* handle = dlopen(library, RTLD_NOW);
+    if (handle == nullptr) return;
+    using WriteFiles = int (*)(unsigned, const char*);
+    auto writeFiles = reinterpret_cast<WriteFiles>(dlsym(handle, "qorsim_write_calibration_files"));
+    int serials[8];
+    int count = 0;
+    if (writeFiles != nullptr && qorGetSerialNumberList(serials, &count) == qorNoError) {
+        // The instrument writes the files as the download endpoint serves
+        // them; the table file of that layout is also the cache's table file.
+        const std::string folder = "/tmp/qor-sim-calibration-" + std::to_string(getuid()) + "/";
+        for (int i = 0; i < count; ++i) {
+            char serial[16], prefix[8];
+            std::snprintf(serial, sizeof serial, "%08d", serials[i]);
+            std::snprintf(prefix, sizeof prefix, "%.4s", serial);
+            if (writeFiles(static_cast<unsigned>(serials[i]), (folder + "endpoint").c_str()) != 0) continue;
+            const std::string served = folder + "endpoint/custdata/P" + prefix + "/D" + serial + ".bin";
+            std::rename(served.c_str(), (folder + "D" + serial + ".bin").c_str());
+        }
+        qorSetCalFilePath(folder.c_str());
+    }
+    dlclose(handle);
 }
 
 std::vector<InjectedSignal> InjectedSignals(int serial) {

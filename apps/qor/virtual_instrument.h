@@ -14,6 +14,11 @@ namespace qortool {
 // false with a message when the instrument's library cannot be found.
 bool EnterVirtualInstrument(int argc, char** argv, std::string* error);
 
+// With the virtual instrument in use, puts the units' factory calibration in
+// a calibration folder of its own, so that units without calibration on
+// board open with no download endpoint.
+void ServeSimCalibration();
+
 struct InjectedSignal {
     std::string kind;
     double frequency;
