@@ -1,0 +1,132 @@
+#include "spectrum_core.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace qor {
+namespace {
+
+constexpr double kTenOverLn10 = 4.342944819032518;
+constexpr int kLeadingSamples = 256;
+// The direct power path of an RBW without FFT: 256 samples, and 2.5 dB in
+// place of the window's 3 dB.
+constexpr int kDirectSamples = 256;
+constexpr double kDirectOffsetDb = 2.5;
+
+}  // namespace
+
+SpectrumCore::SpectrumCore(RbwFilter* filter, int32_t detector, double rbwToVbw, int32_t samples,
+                           bool skipLeading)
+    : filter(filter), detector(detector), sampleCount(samples), skipLeading(skipLeading) {
+    const int n = filter->fftSize;
+    // Without an FFT the block's power is measured directly. Small FFTs (the
+    // 8 points of the flat top just below 210 kHz) keep the frame path with
+    // a hop of at least one sample.
+    if (n == 1) return;
+    if (skipLeading) sampleCount -= kLeadingSamples;
+    hop = std::max(1, (n - filter->zeroPad) / 8);
+    frameCount = (sampleCount - n) / hop + 1;
+    videoFrames = static_cast<int32_t>(std::trunc(rbwToVbw * 8.0 - 7.0));
+    if (videoFrames > frameCount || detector == DetectorAverage) videoFrames = frameCount;
+    videoFrames = std::max(videoFrames, 1);
+    averageCount = frameCount - videoFrames + 1;
+    frames.resize(static_cast<std::size_t>(frameCount));
+    for (auto& frame : frames) frame.Allocate(n);
+    sums.resize(static_cast<std::size_t>(averageCount));
+    for (auto& sum : sums) sum.Allocate(n);
+}
+
+void SpectrumCore::FrameSpectrum(RbwFilter* filter, const Ipp64fc* samples, double* out) {
+    const int n = filter->fftSize;
+    if (n == 1) return;
+    Ipp64fc* work = filter->workSamples.get();
+    double* spectrum = filter->workSpectrum.get();
+    ippsMul_64fc(samples, filter->complexWindow.get(), work, n);
+    filter->fftPlan->Forward(work, work);
+    // Swap the halves so that DC lands in the middle.
+    const int half = n / 2;
+    switch (filter->units) {
+        case UnitsLog:
+            ippsPowerSpectr_64fc(work, spectrum + half, half);
+            ippsPowerSpectr_64fc(work + half, spectrum, half);
+            ippsLn_64f(spectrum, spectrum, n);
+            ippsMulC_64f_I(kTenOverLn10, spectrum, n);
+            break;
+        case UnitsVoltage:
+            ippsMagnitude_64fc(work, spectrum + half, half);
+            ippsMagnitude_64fc(work + half, spectrum, half);
+            break;
+        default:
+            ippsPowerSpectr_64fc(work, spectrum + half, half);
+            ippsPowerSpectr_64fc(work + half, spectrum, half);
+            break;
+    }
+    ippsCopy_64f(spectrum, out, n);
+}
+
+void SpectrumCore::ToDecibels(double* values, int length) const {
+    switch (filter->units) {
+        case UnitsLog:
+            return;
+        case UnitsVoltage:
+            ippsSqr_64f(values, values, length);
+            break;
+        default:
+            break;
+    }
+    ippsLn_64f(values, values, length);
+    ippsMulC_64f_I(kTenOverLn10, values, length);
+}
+
+void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate) {
+    const int n = filter->fftSize;
+    Ipp64fc* p = skipLeading ? block + kLeadingSamples : block;
+
+    if (n == 1) {
+        double power = 0.0;
+        for (int i = 0; i < kDirectSamples; ++i) power += p[i].re * p[i].re + p[i].im * p[i].im;
+        outMin[0] = outMax[0] = 10.0 * std::log10(power * (1.0 / kDirectSamples)) + kDirectOffsetDb;
+        return;
+    }
+
+    if (conjugate) ippsConj_64fc(p, p, sampleCount);
+
+    if (filter->units == UnitsSample) {
+        FrameSpectrum(filter, p, outMin);
+        ippsCopy_64f(outMin, outMax, n);
+    } else {
+        for (int f = 0; f < frameCount; ++f) FrameSpectrum(filter, p + f * hop, frames[f].get());
+
+        // Moving sums over videoFrames frames: one subtraction and one
+        // addition per step, whatever the length of the average.
+        double* first = sums[0].get();
+        ippsCopy_64f(frames[0].get(), first, n);
+        for (int f = 1; f < videoFrames; ++f) ippsAdd_64f(first, frames[f].get(), first, n);
+        for (int k = 1; k < averageCount; ++k) {
+            double* sum = sums[k].get();
+            ippsSub_64f(frames[k - 1].get(), sums[k - 1].get(), sum, n);
+            ippsAdd_64f(sum, frames[k + videoFrames - 1].get(), sum, n);
+        }
+        for (auto& sum : sums) ippsMulC_64f_I(1.0 / videoFrames, sum.get(), n);
+
+        if (detector == DetectorAverage) {
+            ippsZero_64f(outMin, n);
+            for (auto& sum : sums) {
+                ippsMulC_64f_I(1.0 / averageCount, sum.get(), n);
+                ippsAdd_64f(sum.get(), outMin, outMin, n);
+            }
+            ippsCopy_64f(outMin, outMax, n);
+        } else {
+            ippsCopy_64f(first, outMin, n);
+            ippsCopy_64f(first, outMax, n);
+            for (int k = 1; k < averageCount; ++k) {
+                ippsMinEvery_64f(sums[k].get(), outMin, outMin, n);
+                ippsMaxEvery_64f(sums[k].get(), outMax, outMax, n);
+            }
+        }
+    }
+    ToDecibels(outMin, n);
+    ToDecibels(outMax, n);
+}
+
+}  // namespace qor

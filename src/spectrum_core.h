@@ -1,0 +1,67 @@
+// The chain between a block of complex samples and a pair of spectra, the
+// minimum and the maximum, each of fftSize bins in dB relative to full scale:
+// overlapped windowed FFTs (hop one eighth of the window), the video
+// processing unit, the video bandwidth as a moving average over FFT frames,
+// and the detector. Bin i stands for (i - N/2) x sampleRate / N from the
+// middle of the sampled band. Nothing carries from one block to the next.
+//
+// Levels become dBm only when an engine adds its correction table; the
+// window's 1 + j scaling adds 3.01 dB that the corrections take off again.
+//
+// One thread at a time: the frames and the filter's work buffers are shared
+// by every call.
+#ifndef QOR_SPECTRUM_CORE_H
+#define QOR_SPECTRUM_CORE_H
+
+#include <cstdint>
+#include <vector>
+
+#include "ipps.h"
+#include "rbw_filter.h"
+#include "smart_array.h"
+
+namespace qor {
+
+constexpr int32_t DetectorMinMax = 0;
+constexpr int32_t DetectorAverage = 1;
+
+// Video processing units (Settings.procUnits): what a frame holds while it
+// is averaged.
+constexpr int32_t UnitsLog = 0;      // power in dB
+constexpr int32_t UnitsVoltage = 1;  // magnitude
+constexpr int32_t UnitsPower = 2;    // power
+constexpr int32_t UnitsSample = 3;   // power of the first frame only, nothing averaged
+
+class SpectrumCore {
+public:
+    // `samples`: complex samples of each block given to Process. `skipLeading`
+    // drops the first 256 of them (the settling of a hop).
+    SpectrumCore(RbwFilter* filter, int32_t detector, double rbwToVbw, int32_t samples, bool skipLeading);
+    SpectrumCore(const SpectrumCore&) = delete;
+    SpectrumCore& operator=(const SpectrumCore&) = delete;
+
+    // `block` holds the constructor's `samples`; with `conjugate` they are
+    // conjugated in place first. `outMin`, `outMax` take fftSize values (only
+    // index 0 without an FFT).
+    void Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate);
+    // The spectrum of the fftSize samples from `samples`, in the filter's units.
+    static void FrameSpectrum(RbwFilter* filter, const Ipp64fc* samples, double* out);
+
+    RbwFilter* filter;
+    int32_t detector;
+    int32_t sampleCount;     // samples taken into the frames
+    int32_t hop = 0;         // samples between two frame starts; 0: no frames
+    int32_t frameCount = 0;
+    int32_t videoFrames = 0;   // frames in one video average
+    int32_t averageCount = 0;  // moving averages in a block
+    std::vector<smart_array<double>> frames;  // frameCount x fftSize
+    std::vector<smart_array<double>> sums;    // averageCount x fftSize
+    bool skipLeading;
+
+private:
+    void ToDecibels(double* values, int length) const;
+};
+
+}  // namespace qor
+
+#endif

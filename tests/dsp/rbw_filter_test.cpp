@@ -1,0 +1,149 @@
+// FFT size and window rules of the RBW filters: the sizes are invisible end
+// to end (a wrong size only moves the bins a little), so they are pinned here.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numeric>
+
+#include "rbw_filter.h"
+
+namespace {
+
+using qor::kSampleRate;
+using qor::RbwFilter;
+using qor::RbwGeometry;
+using qor::RbwGeometryFor;
+using qor::RbwShapeFlatTop;
+using qor::RbwShapeGaussian;
+
+struct SizeCase {
+    double rbw;
+    int shape;
+    bool cap;
+    int fftSize;
+    int fftOrder;
+    int zeroPad;
+};
+
+TEST(RbwGeometry, SizesOfBothShapes) {
+    const SizeCase cases[] = {
+        {210000.1, RbwShapeFlatTop, false, 1, 0, 0},     // no FFT: direct power
+        {210000.1, RbwShapeGaussian, false, 1, 0, 0},
+        {210000.0, RbwShapeFlatTop, false, 8, 3, 0},     // the limit itself gets an FFT
+        {194444.5, RbwShapeFlatTop, false, 8, 3, 0},
+        {194444.4, RbwShapeFlatTop, false, 16, 4, 0},
+        {97222.3, RbwShapeFlatTop, false, 16, 4, 0},
+        {97222.2, RbwShapeFlatTop, false, 32, 5, 0},
+        {48611.2, RbwShapeFlatTop, false, 32, 5, 0},
+        {12152.7, RbwShapeFlatTop, false, 256, 8, 0},
+        {6500.0, RbwShapeFlatTop, true, 256, 8, 0},      // the fast sweep's lowest RBW fits the cap
+        {6076.4, RbwShapeFlatTop, false, 256, 8, 0},
+        {3000.0, RbwShapeFlatTop, false, 1024, 10, 0},
+        {0.1, RbwShapeFlatTop, false, 1 << 24, 24, 0},
+        {210000.0, RbwShapeGaussian, false, 16, 4, 10},  // L = 6
+        {30000.0, RbwShapeGaussian, false, 128, 7, 86},  // L = 42
+        {6500.0, RbwShapeGaussian, false, 512, 9, 314},  // L = 198
+        {6500.0, RbwShapeGaussian, true, 256, 8, 0},     // capped: the window fills all 256
+        {5000.0, RbwShapeGaussian, false, 1024, 10, 767},  // L = 257: one more than half of 512
+    };
+    for (const SizeCase& c : cases) {
+        SCOPED_TRACE(testing::Message() << "rbw " << c.rbw << " shape " << c.shape << " cap " << c.cap);
+        const RbwGeometry g = RbwGeometryFor(c.rbw, c.shape, kSampleRate, c.cap);
+        EXPECT_EQ(g.fftSize, c.fftSize);
+        EXPECT_EQ(g.fftOrder, c.fftOrder);
+        EXPECT_EQ(g.zeroPad, c.zeroPad);
+    }
+    EXPECT_NEAR(RbwGeometryFor(3000.0, RbwShapeFlatTop, kSampleRate, false).cutoffBins, 3.9497142857, 1e-9);
+    EXPECT_EQ(RbwGeometryFor(30000.0, RbwShapeGaussian, kSampleRate, false).cutoffBins, 0.0);
+}
+
+TEST(RbwGeometry, FlatTopIsTheNextPowerOfTwoAboveThreePointTwoSamplesPerHertz) {
+    for (double rbw = 0.37; rbw < 210000.0; rbw *= 1.37) {
+        const RbwGeometry g = RbwGeometryFor(rbw, RbwShapeFlatTop, kSampleRate, false);
+        const double wanted = 3.2 * kSampleRate / rbw;
+        EXPECT_GE(g.fftSize, wanted) << rbw;
+        EXPECT_LT(g.fftSize / 2, wanted) << rbw;
+        EXPECT_EQ(g.fftSize, 1 << g.fftOrder);
+    }
+}
+
+TEST(RbwGeometry, GaussianWindowFillsAtMostHalfTheTransform) {
+    for (double rbw = 1.0; rbw < 210000.0; rbw *= 1.29) {
+        const RbwGeometry g = RbwGeometryFor(rbw, RbwShapeGaussian, kSampleRate, false);
+        const int length = g.fftSize - g.zeroPad;
+        EXPECT_EQ(length, static_cast<int>(std::trunc(kSampleRate * 2.65 / rbw))) << rbw;
+        EXPECT_LE(length, g.fftSize / 2) << rbw;
+        EXPECT_GT(length, g.fftSize / 4) << rbw;
+    }
+}
+
+TEST(RbwFilter, WindowsHaveUnitDcGainAndEqualParts) {
+    for (int shape : {RbwShapeFlatTop, RbwShapeGaussian}) {
+        for (double rbw : {120000.0, 30000.0, 3000.0, 300.0}) {
+            SCOPED_TRACE(testing::Message() << "rbw " << rbw << " shape " << shape);
+            RbwFilter filter(rbw, shape, kSampleRate, 0, false);
+            const int n = filter.fftSize;
+            double sum = 0.0;
+            for (int i = 0; i < n; ++i) {
+                EXPECT_EQ(filter.complexWindow[i].re, filter.complexWindow[i].im);
+                sum += filter.complexWindow[i].re;
+            }
+            EXPECT_NEAR(sum, n, 1e-9 * n);
+            // The zero padding stays zero, and the window is symmetric.
+            const int length = n - filter.zeroPad;
+            for (int i = length; i < n; ++i) EXPECT_EQ(filter.complexWindow[i].re, 0.0);
+            for (int i = 0; i < length / 2; ++i) {
+                EXPECT_NEAR(filter.complexWindow[i].re, filter.complexWindow[length - 1 - i].re, 1e-9);
+            }
+        }
+    }
+}
+
+TEST(RbwFilter, FlatTopHasNegativeTapsAndGaussianNone) {
+    RbwFilter flat(3000.0, RbwShapeFlatTop, kSampleRate, 0, false);
+    RbwFilter gauss(3000.0, RbwShapeGaussian, kSampleRate, 0, false);
+    double flatLowest = 0.0, gaussLowest = 0.0;
+    for (int i = 0; i < flat.fftSize; ++i) flatLowest = std::min(flatLowest, flat.complexWindow[i].re);
+    for (int i = 0; i < gauss.fftSize - gauss.zeroPad; ++i) {
+        gaussLowest = std::min(gaussLowest, gauss.complexWindow[i].re);
+    }
+    EXPECT_LT(flatLowest, 0.0);
+    EXPECT_GE(gaussLowest, 0.0);
+}
+
+TEST(RbwFilter, ConfinedGaussianMatchesItsDefinition) {
+    // The published approximation at sigma 0.1, evaluated independently.
+    const int length = 42;
+    std::vector<double> taps(length);
+    qor::ConfinedGaussianWindow(taps.data(), length);
+    const double c = (length - 1) / 2.0;
+    const auto g = [&](double x) { return std::exp(-std::pow((x - c) / (2 * 0.1 * length), 2)); };
+    const double k = g(0) / (g(length - 1) + g(-length));
+    EXPECT_NEAR(taps[0], g(0) - k * (g(length) + g(-length)), 1e-15);
+    EXPECT_NEAR(taps[20], g(20) - k * (g(20 + length) + g(20 - length)), 1e-15);
+    EXPECT_GT(taps[20], 0.99);
+    EXPECT_LT(taps[0], 0.01);
+}
+
+TEST(RbwFilter, DirectPowerHasNoBuffers) {
+    RbwFilter filter(250000.0, RbwShapeFlatTop, kSampleRate, 2, false);
+    EXPECT_EQ(filter.fftSize, 1);
+    EXPECT_EQ(filter.units, 2);
+    EXPECT_TRUE(filter.complexWindow.empty());
+    EXPECT_TRUE(filter.workSamples.empty());
+    EXPECT_EQ(filter.fftPlan, nullptr);
+}
+
+TEST(FftPlan, ForwardDividesByNAndInverseUndoesIt) {
+    const int order = 6, n = 1 << order;
+    qor::FftPlan plan(order);
+    std::vector<Ipp64fc> x(n), y(n), z(n);
+    for (int i = 0; i < n; ++i) x[i] = {std::cos(2 * M_PI * 5 * i / n), std::sin(2 * M_PI * 5 * i / n)};
+    ASSERT_EQ(plan.Forward(x.data(), y.data()), ippStsNoErr);
+    EXPECT_NEAR(y[5].re, 1.0, 1e-12);
+    EXPECT_NEAR(std::hypot(y[6].re, y[6].im), 0.0, 1e-12);
+    ASSERT_EQ(plan.Inverse(y.data(), z.data()), ippStsNoErr);
+    for (int i = 0; i < n; ++i) EXPECT_NEAR(z[i].re, x[i].re, 1e-12);
+}
+
+}  // namespace

@@ -1,0 +1,209 @@
+// The spectrum chain on synthetic blocks: frame geometry, where a tone lands
+// and at what level, detectors, video units, and the direct power path.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <random>
+#include <vector>
+
+#include "rbw_filter.h"
+#include "spectrum_core.h"
+
+namespace {
+
+using qor::kSampleRate;
+using qor::RbwFilter;
+using qor::SpectrumCore;
+
+constexpr double kWindowDb = 3.0103;  // the window's 1 + j
+
+using Block = std::vector<Ipp64fc>;
+
+// Adds a tone of `amplitude` at `bins` x sampleRate / n to samples [from, to).
+void AddTone(Block& block, double amplitude, double bins, int n, int from = 0, int to = -1) {
+    const std::size_t end = to < 0 ? block.size() : static_cast<std::size_t>(to);
+    for (std::size_t i = static_cast<std::size_t>(from); i < end; ++i) {
+        const double t = 2.0 * M_PI * bins * static_cast<double>(i) / n;
+        block[i].re += amplitude * std::cos(t);
+        block[i].im += amplitude * std::sin(t);
+    }
+}
+
+Block Noise(int length, double rms, unsigned seed) {
+    std::mt19937 random(seed);
+    std::normal_distribution<double> gauss(0.0, rms / std::sqrt(2.0));
+    Block block(static_cast<std::size_t>(length));
+    for (auto& x : block) x = {gauss(random), gauss(random)};
+    return block;
+}
+
+int Samples(int n, int ratio) { return (n * ratio + 767) / 512 * 512; }
+
+struct Spectra {
+    std::vector<double> min, max;
+};
+
+Spectra Measure(SpectrumCore& core, Block block, bool conjugate = false) {
+    const std::size_t n = static_cast<std::size_t>(core.filter->fftSize);
+    Spectra s{std::vector<double>(n), std::vector<double>(n)};
+    core.Process(block.data(), s.min.data(), s.max.data(), conjugate);
+    return s;
+}
+
+double Mean(const std::vector<double>& v) { return std::accumulate(v.begin(), v.end(), 0.0) / v.size(); }
+
+TEST(SpectrumCore, FrameGeometry) {
+    struct Case {
+        double rbw;
+        int shape, detector, ratio;
+        bool skip;
+        int sampleCount, hop, frameCount, videoFrames, averageCount;
+    };
+    const Case cases[] = {
+        {3000.0, 1, 0, 1, false, 1536, 128, 5, 1, 5},   // N 1024
+        {3000.0, 1, 0, 3, false, 3584, 128, 21, 17, 5},
+        {3000.0, 1, 1, 3, false, 3584, 128, 21, 21, 1},  // the average detector takes the whole block
+        {10000.0, 1, 0, 1, true, 256, 32, 1, 1, 1},     // N 256, the fast sweep's block
+        {10000.0, 1, 0, 40, false, 10752, 32, 329, 313, 17},
+        {30000.0, 2, 0, 1, false, 512, 5, 77, 1, 77},    // Gaussian: the hop follows the window, not N
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "rbw " << c.rbw << " ratio " << c.ratio);
+        RbwFilter filter(c.rbw, c.shape, kSampleRate, 0, false);
+        SpectrumCore core(&filter, c.detector, c.ratio, Samples(filter.fftSize, c.ratio), c.skip);
+        EXPECT_EQ(core.sampleCount, c.sampleCount);
+        EXPECT_EQ(core.hop, c.hop);
+        EXPECT_EQ(core.frameCount, c.frameCount);
+        EXPECT_EQ(core.videoFrames, c.videoFrames);
+        EXPECT_EQ(core.averageCount, c.averageCount);
+        EXPECT_EQ(static_cast<int>(core.frames.size()), c.frameCount);
+        EXPECT_EQ(static_cast<int>(core.sums.size()), c.averageCount);
+    }
+}
+
+// A tone on a bin keeps its amplitude in every shape, unit and detector,
+// and lands at N/2 plus its offset in bins (mirrored when conjugated).
+TEST(SpectrumCore, ToneLandsOnItsBinAtItsLevel) {
+    const double amplitude = 0.05, expected = 20.0 * std::log10(amplitude) + kWindowDb;
+    for (int shape : {1, 2}) {
+        for (int units = 0; units <= 3; ++units) {
+            for (int detector : {0, 1}) {
+                for (bool conjugate : {false, true}) {
+                    SCOPED_TRACE(testing::Message() << "shape " << shape << " units " << units << " detector "
+                                                    << detector << " conjugate " << conjugate);
+                    RbwFilter filter(3000.0, shape, kSampleRate, units, false);
+                    const int n = filter.fftSize;
+                    SpectrumCore core(&filter, detector, 2.0, Samples(n, 2), false);
+                    Block block = Noise(core.sampleCount, 1e-6, 7);
+                    AddTone(block, amplitude, 37, n);
+                    const Spectra s = Measure(core, block, conjugate);
+                    const int bin = conjugate ? n / 2 - 37 : n / 2 + 37;
+                    // The flat top is flat over its cutoff of about 4 bins each side.
+                    EXPECT_NEAR(std::max_element(s.max.begin(), s.max.end()) - s.max.begin(), bin, 4);
+                    EXPECT_NEAR(s.max[bin], expected, 0.01);
+                    EXPECT_NEAR(s.min[bin], expected, 0.01);
+                }
+            }
+        }
+    }
+}
+
+TEST(SpectrumCore, ConjugateChangesTheBlockInPlace) {
+    RbwFilter filter(30000.0, 1, kSampleRate, 0, false);
+    SpectrumCore core(&filter, 0, 1.0, 512, false);
+    Block block(512, Ipp64fc{0.25, 0.5});
+    std::vector<double> min(filter.fftSize), max(filter.fftSize);
+    core.Process(block.data(), min.data(), max.data(), true);
+    EXPECT_EQ(block[511].im, -0.5);
+}
+
+// Video units differ in what is averaged: on noise, the mean of dB lies
+// 2.51 dB and the mean of magnitudes 1.05 dB below the mean power.
+TEST(SpectrumCore, VideoUnitsAverageWhatTheySay) {
+    double level[3];
+    for (int units = 0; units < 3; ++units) {
+        RbwFilter filter(10000.0, 1, kSampleRate, units, false);
+        const int ratio = 256;
+        SpectrumCore core(&filter, 1, ratio, Samples(256, ratio), false);
+        level[units] = Mean(Measure(core, Noise(core.sampleCount, 0.01, 11)).min);
+    }
+    EXPECT_NEAR(level[2] - level[0], 10.0 * std::log10(std::exp(0.5772156649)), 0.15);
+    EXPECT_NEAR(level[2] - level[1], 10.0 * std::log10(4.0 / M_PI), 0.1);
+}
+
+// With a ratio of 1 the min/max detector ranges over the single frames; the
+// average of the same block lies between them.
+TEST(SpectrumCore, DetectorsOrderOnNoise) {
+    for (int units = 0; units < 3; ++units) {
+        SCOPED_TRACE(units);
+        RbwFilter filter(10000.0, 1, kSampleRate, units, false);
+        SpectrumCore minMax(&filter, 0, 1.0, 4096, false);
+        SpectrumCore average(&filter, 1, 1.0, 4096, false);
+        const Block block = Noise(4096, 0.01, 3);
+        const Spectra a = Measure(minMax, block), b = Measure(average, block);
+        int strictly = 0;
+        for (int i = 0; i < 256; ++i) {
+            EXPECT_LE(a.min[i], b.min[i] + 1e-9);
+            EXPECT_GE(a.max[i], b.min[i] - 1e-9);
+            EXPECT_EQ(b.min[i], b.max[i]);
+            strictly += a.min[i] < a.max[i];
+        }
+        EXPECT_EQ(strictly, 256);
+    }
+}
+
+// The moving sums against a plain computation from the single frames.
+TEST(SpectrumCore, MovingAverageMatchesPlainSums) {
+    RbwFilter filter(10000.0, 1, kSampleRate, 2, false);
+    const int n = 256, ratio = 3;
+    SpectrumCore core(&filter, 0, ratio, Samples(n, ratio), false);
+    const Block block = Noise(core.sampleCount, 0.01, 5);
+    const Spectra s = Measure(core, block);
+
+    std::vector<std::vector<double>> frames(static_cast<std::size_t>(core.frameCount), std::vector<double>(n));
+    for (int f = 0; f < core.frameCount; ++f) SpectrumCore::FrameSpectrum(&filter, &block[f * core.hop], frames[f].data());
+    for (int i = 0; i < n; i += 17) {
+        double lowest = INFINITY, highest = -INFINITY;
+        for (int k = 0; k < core.averageCount; ++k) {
+            double sum = 0.0;
+            for (int f = k; f < k + core.videoFrames; ++f) sum += frames[f][i];
+            lowest = std::min(lowest, sum / core.videoFrames);
+            highest = std::max(highest, sum / core.videoFrames);
+        }
+        EXPECT_NEAR(s.min[i], 10.0 * std::log10(lowest), 1e-9) << i;
+        EXPECT_NEAR(s.max[i], 10.0 * std::log10(highest), 1e-9) << i;
+    }
+}
+
+// No video processing: one frame, the first N samples after the skip.
+TEST(SpectrumCore, SampleUnitsTakeTheFirstFrameOnly) {
+    RbwFilter filter(10000.0, 1, kSampleRate, 3, false);
+    SpectrumCore core(&filter, 0, 4.0, Samples(256, 4), true);
+    Block block = Noise(Samples(256, 4), 1e-5, 9);
+    AddTone(block, 0.5, 10, 256, 0, 256);     // in the skipped lead: lost
+    AddTone(block, 0.01, -20, 256, 256, 512);  // the first frame: measured
+    AddTone(block, 0.5, 30, 256, 512);         // after it: lost
+    const Spectra s = Measure(core, block);
+    EXPECT_NEAR(std::max_element(s.max.begin(), s.max.end()) - s.max.begin(), 128 - 20, 4);
+    EXPECT_NEAR(s.max[108], -40.0 + kWindowDb, 0.01);
+    EXPECT_EQ(s.min, s.max);
+}
+
+// Above 210 kHz there is no FFT: the power of 256 samples plus 2.5 dB.
+TEST(SpectrumCore, DirectPowerPath) {
+    RbwFilter filter(300000.0, 1, kSampleRate, 0, false);
+    for (bool skip : {false, true}) {
+        SpectrumCore core(&filter, 0, 1.0, 512, skip);
+        EXPECT_EQ(core.hop, 0);
+        Block block(512, Ipp64fc{0.0, 0.0});
+        AddTone(block, 0.1, 3, 256, skip ? 256 : 0);
+        double min = 0.0, max = 0.0;
+        core.Process(block.data(), &min, &max, false);
+        EXPECT_NEAR(min, -20.0 + 2.5, 1e-9);
+        EXPECT_EQ(min, max);
+    }
+}
+
+}  // namespace
