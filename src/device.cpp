@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "engine_rule.h"
+#include "engine_slow.h"
 #include "os.h"
 
 namespace qor {
@@ -222,6 +223,8 @@ bool Device::TakeCompressionMark() { return m_link.compressionFlag.exchange(fals
 void Device::Abort() {
     m_mode = ModeIdle;
     m_engine.reset();
+    m_core.reset();
+    m_rbwFilter.reset();
 }
 
 qorStatus Device::Initiate(int mode, const Settings& entry) {
@@ -246,7 +249,31 @@ qorStatus Device::Initiate(int mode, const Settings& entry) {
 qorStatus Device::InitiateSweep() {
     const SweepEngineChoice choice = ChooseSweepEngine(m_settings, m_deviceType);
     m_settings.rbw = choice.rbw;
-    return qorUnknownErr;  // no sweep engine yet
+    if (choice.kind == SweepEngineKind::Broadband) return qorUnknownErr;  // no broadband engine yet
+    if (!m_calibration.corr) return qorUnknownErr;
+    qorStatus status = choice.rbwLimited ? qorBandwidthClamped : qorNoError;
+
+    const bool fast = choice.kind == SweepEngineKind::Fast;
+    m_rbwFilter = std::make_unique<RbwFilter>(m_settings.rbw, m_settings.rbwShape, kSampleRate,
+                                              m_settings.procUnits, fast);
+    bool ratioLimited = false;
+    const int rbwToVbw =
+        RbwToVbwRatio(choice.kind, m_settings.rbw, m_settings.vbw, m_rbwFilter->fftSize, &ratioLimited);
+    if (ratioLimited) status = qorBandwidthClamped;
+    const int samples = SweepSampleCount(m_rbwFilter->fftSize, rbwToVbw);
+    const bool slow = choice.kind == SweepEngineKind::Slow;
+    m_core = std::make_unique<SpectrumCore>(m_rbwFilter.get(), m_settings.detector, rbwToVbw, samples, !slow);
+
+    if (slow) {
+        m_engine = std::make_unique<SlowSweepEngine>(&m_settings, m_rbwFilter.get(), &m_link, &m_calibration,
+                                                     m_core.get(), &m_sweepInfo);
+    }
+    if (!m_engine) {
+        Abort();  // no fast or midrange engine yet
+        return qorUnknownErr;
+    }
+    m_mode = ModeSweep;
+    return status;
 }
 
 qorStatus Device::InitiateRealTime() {

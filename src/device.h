@@ -11,7 +11,9 @@
 
 #include "analyzer_link.h"
 #include "calibration_store.h"
+#include "rbw_filter.h"
 #include "settings.h"
+#include "spectrum_core.h"
 #include "sweep_engine.h"
 
 namespace qor {
@@ -60,6 +62,10 @@ public:
     Settings m_settings;
     SweepInfo m_sweepInfo;
     CalibrationStore m_calibration;
+    // Built in the order filter, core, engine and freed in reverse (Abort);
+    // declared ahead of the engine so that even plain destruction keeps it.
+    std::unique_ptr<RbwFilter> m_rbwFilter;
+    std::unique_ptr<SpectrumCore> m_core;
     std::unique_ptr<SweepEngine> m_engine;
 
 private:

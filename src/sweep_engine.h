@@ -3,12 +3,28 @@
 // caller through the operations below. The Device owns everything the engine
 // points to and outlives it; the engine's destructor stops and joins its
 // threads.
+//
+// The exchange with the caller: the engine keeps a minimum and a maximum
+// trace in dBm (doubles), writes them under its trace lock and signals its
+// done event; the get calls wait on that event and copy under the same lock,
+// narrowing to float for the 32-bit forms. A failed USB read sets the
+// engine's usbError mark for good: every later get call returns -11.
 #ifndef QOR_SWEEP_ENGINE_H
 #define QOR_SWEEP_ENGINE_H
+
+#include <atomic>
+#include <functional>
+#include <thread>
 
 #include "qor_api.h"
 
 namespace qor {
+
+struct Settings;
+class RbwFilter;
+class AnalyzerLink;
+class CalibrationStore;
+class SpectrumCore;
 
 // What qorQuerySweepInfo reports, fixed by an engine's constructor.
 struct SweepInfo {
@@ -24,14 +40,52 @@ struct SweepInfo {
 
 class SweepEngine {
 public:
+    SweepEngine() = default;
+    // The borrowed parts, in the order every engine's constructor takes them.
+    SweepEngine(Settings* settings, RbwFilter* filter, AnalyzerLink* link, CalibrationStore* calibration,
+                SpectrumCore* core, SweepInfo* sweepInfo);
+    SweepEngine(const SweepEngine&) = delete;
+    SweepEngine& operator=(const SweepEngine&) = delete;
     virtual ~SweepEngine() = default;
+
     virtual qorStatus GetSweep64(double* min, double* max) = 0;
     virtual qorStatus GetSweep32(float* min, float* max) = 0;
     // The bins [*start, *stop) are new; the whole trace is written.
     virtual qorStatus GetPartialSweep64(double* min, double* max, int* start, int* stop) = 0;
     virtual qorStatus GetPartialSweep32(float* min, float* max, int* start, int* stop) = 0;
     virtual qorStatus StoreTgThru(int /*flag*/) { return qorNoError; }
+
+protected:
+    // Sets `running` and starts `body` as the acquisition thread at
+    // time-critical priority.
+    void StartAcquisition(std::function<void()> body);
+    // Clears `running` and joins the acquisition thread if there is one;
+    // safe to call again. Throws when called from that thread itself.
+    void StopAcquisition();
+
+    Settings* settings = nullptr;  // engines write only attenUsed, gainUsed, attenUsedB, gainUsedB, preamp
+    RbwFilter* filter = nullptr;
+    AnalyzerLink* link = nullptr;
+    SpectrumCore* core = nullptr;
+    SweepInfo* sweepInfo = nullptr;
+    CalibrationStore* calibration = nullptr;
+    std::atomic<bool> running{false};  // every acquisition loop tests it at its head
+    std::thread thread;
 };
+
+// Engines without partial delivery (free-running, whole sweeps): the partial
+// forms report the whole trace as new and deliver it through GetSweep.
+class WholeSweepEngine : public SweepEngine {
+public:
+    using SweepEngine::SweepEngine;
+    qorStatus GetPartialSweep64(double* min, double* max, int* start, int* stop) override;
+    qorStatus GetPartialSweep32(float* min, float* max, int* start, int* stop) override;
+};
+
+// Copies `length` trace values to the caller's array, narrowing for the
+// 32-bit forms; nothing for a length below 1.
+void CopyTrace(const double* trace, double* out, int length);
+void CopyTrace(const double* trace, float* out, int length);
 
 }  // namespace qor
 

@@ -1,0 +1,249 @@
+#include "engine_slow.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "analyzer_link.h"
+#include "calibration_store.h"
+#include "rbw_filter.h"
+#include "settings.h"
+#include "spectrum_core.h"
+
+namespace qor {
+namespace {
+
+constexpr double kAltSampleRate = 468750.0;
+// IF of each path filter selection (0 high, 1 low), for the normal and the
+// alternate sample clock.
+constexpr double kIf[2][2] = {{10694444.4444444, 2916666.66666667}, {10687500.0, 2812500.0}};
+constexpr int kMaxBlockCapture = 65536;
+constexpr int kStreamRounding = 4096;
+
+// Multiples of 70 MHz fall on a spur of the normal sample clock.
+bool NeedsAltClock(double center) {
+    const double nearest = std::floor(center / 70e6 + 0.5);
+    return std::fabs(center / 70e6 - nearest) * 70e6 <= 100000.0 && center >= 50e6 && center <= 4e9;
+}
+
+// A tone that shifts a capture by `offset` Hz.
+void BuildTone(Ipp64fc* tone, int length, double offset, double sampleRate) {
+    double frequency = offset / sampleRate;
+    if (frequency < 0.0) frequency += 1.0;
+    if (frequency >= 1.0) frequency = 0.0;
+    double phase = 0.0;
+    ippsTone_64fc(tone, length, 1.0, frequency, &phase, ippAlgHintFast);
+}
+
+void GainRegisters(AnalyzerLink* link, int gain) {
+    if (gain == 1) {
+        link->SetGainRegisters(0, 0);
+    } else if (gain == 2) {
+        link->SetGainRegisters(0, 128);
+    } else {
+        link->SetGainRegisters(128, 0);
+    }
+}
+
+bool IsOrsk(const AnalyzerLink* link) {
+    return link->deviceType == DeviceTypeOrskA || link->deviceType == DeviceTypeOrskB;
+}
+
+}  // namespace
+
+SlowSweepEngine::SlowSweepEngine(Settings* settings, RbwFilter* filter, AnalyzerLink* link,
+                                 CalibrationStore* calibration, SpectrumCore* core, SweepInfo* sweepInfo)
+    : WholeSweepEngine(settings, filter, link, calibration, core, sweepInfo),
+      corr(calibration->corr.get()),
+      fftSize(filter->fftSize),
+      sampleCount(core->sampleCount),
+      center(settings->center / corr->timebaseFactor),
+      start(settings->start / corr->timebaseFactor),
+      sampleRate(kSampleRate),
+      band(corr->BandOf(start)) {
+    const int n = fftSize;
+    samples.Allocate(sampleCount + kStreamRounding);
+    toneA.Allocate(sampleCount);
+    toneB.Allocate(sampleCount);
+    for (smart_array<double>* a : {&minA, &maxA, &minB, &maxB, &minTrace, &maxTrace, &corrA, &corrB}) {
+        a->Allocate(n);
+    }
+    // Traces not yet measured.
+    std::fill_n(minTrace.get(), n, -200.0);
+    std::fill_n(maxTrace.get(), n, -200.0);
+
+    // Pass B takes the low IF only above 5 MHz and at moderate levels.
+    if (center <= 5e6 || settings->refLevel > 2.0) ifSelectB = 0;
+    if (NeedsAltClock(center)) {
+        altClock = 1;
+        link->SelectSampleClock(1);
+        sampleRate = kAltSampleRate;
+    }
+
+    binSize = sampleRate / n;
+    sweepLength = static_cast<int32_t>(std::trunc(settings->span / binSize));
+    binOffset = (n - sweepLength) / 2;
+    sweepInfo->binSize = binSize;
+    sweepInfo->sweepLength = sweepLength;
+    sweepInfo->startFreq = settings->center - (sweepLength / 2) * binSize;
+
+    TuningPlan& plan = *link->plan;
+    if (IsOrsk(link)) {
+        plan.recordA.path = (band == 2 || band == 4) ? 0 : 3;
+        plan.recordB.path = band < 2 ? 3 : (band == 2 || band == 4) ? 1 : 2;
+    }
+    const double ifA = kIf[altClock][ifSelectA];
+    const double ifB = kIf[altClock][ifSelectB];
+    residualA = plan.PlanTuning(center, ifA, true, -1, plan.recordA, band);
+    residualB = plan.PlanTuning(center, ifB, true, plan.recordA.modulus, plan.recordB, band);
+
+    conjugateBase = band == 2 || band == 3;
+    StartAcquisition([this] { Run(); });
+}
+
+SlowSweepEngine::~SlowSweepEngine() {
+    StopAcquisition();
+    doneEvent.Set();
+    if (altClock) link->SelectSampleClock(0);
+    link->RestoreSynthModulus();
+    link->orskPath = -1;
+    if (link->deviceType == DeviceTypeOrskB) link->SetClockShift(0);
+}
+
+void SlowSweepEngine::ComputeCorrections() {
+    corr->temperature = link->ReadTemperature();
+    corr->preampOn = settings->preamp;
+    const int highIfB = ifSelectB == 0 ? 1 : 0;
+    for (int i = 0; i < sweepLength; ++i) {
+        const double off = (i - sweepLength / 2) * binSize;
+        const double f = off + center;
+        corrA[i] = corr->GetCorrection(f, settings->attenUsed, settings->gainUsed, 1, off - offsetA, band);
+        corrB[i] = corr->GetCorrection(f, settings->attenUsedB, settings->gainUsedB, highIfB, off - offsetB, band);
+    }
+}
+
+void SlowSweepEngine::PrepareLevel() {
+    Settings& s = *settings;
+    if (s.atten >= 0 && s.gain >= 0) {
+        s.attenUsed = s.attenUsedB = s.atten;
+        s.gainUsed = s.gainUsedB = s.gain;
+        ComputeCorrections();
+        return;
+    }
+    s.preamp = s.refLevel <= -29.9 && s.start >= 250e3;
+    s.attenUsed = s.attenUsedB = 2;
+    s.gainUsed = s.gainUsedB = 1;
+    ComputeCorrections();
+    const auto smallest = [this](const smart_array<double>& c) {
+        return sweepLength > 0 ? *std::min_element(c.get(), c.get() + sweepLength) : 0.0;
+    };
+    corr->SelectAttenGain(smallest(corrA), s.refLevel, &s.attenUsed, &s.gainUsed);
+    corr->SelectAttenGain(smallest(corrB), s.refLevel, &s.attenUsedB, &s.gainUsedB);
+    ComputeCorrections();
+}
+
+void SlowSweepEngine::ConfigurePass(const LoTuning& record, uint8_t ifSelect, int atten, int gain) {
+    if (IsOrsk(link)) link->SetOrskPath(record.path);
+    if (band == 0) {
+        link->ProgramSynthDivided(record.integer, record.fraction, record.modulus, record.dividerLog2);
+    } else {
+        link->ProgramSynth(record.integer, record.fraction, record.modulus, record.dividerLog2);
+    }
+    link->SetPathFilter(ifSelect, band);
+    GainRegisters(link, gain);
+    link->SetAttenuation(atten * link->attenStep);
+}
+
+bool SlowSweepEngine::Capture(int timeoutMs) {
+    int result;
+    if (sampleCount <= kMaxBlockCapture) {
+        result = link->CaptureBlock(samples.get(), sampleCount, timeoutMs);
+    } else {
+        const int rounded = (sampleCount + kStreamRounding - 1) / kStreamRounding * kStreamRounding;
+        result = link->CaptureStream(samples.get(), rounded);
+    }
+    if (result == 0) return true;
+    usbError = 1;
+    running = false;
+    return false;
+}
+
+void SlowSweepEngine::MergeIntoTraces() {
+    if (sweepLength <= 0) return;
+    double* a[2] = {minA.get() + binOffset, maxA.get() + binOffset};
+    double* b[2] = {minB.get() + binOffset, maxB.get() + binOffset};
+    double* trace[2] = {minTrace.get(), maxTrace.get()};
+    for (int k = 0; k < 2; ++k) {
+        ippsAdd_64f(corrA.get(), a[k], a[k], sweepLength);
+        if (!settings->reject) {
+            ippsCopy_64f(a[k], trace[k], sweepLength);
+            continue;
+        }
+        ippsAdd_64f(corrB.get(), b[k], b[k], sweepLength);
+        // Pass B unless pass A reads at least 1 dB lower: an image shows in one pass only.
+        for (int i = 0; i < sweepLength; ++i) trace[k][i] = a[k][i] <= b[k][i] - 1.0 ? a[k][i] : b[k][i];
+    }
+}
+
+void SlowSweepEngine::Run() {
+    Settings& s = *settings;
+    TuningPlan& plan = *link->plan;
+    link->SetPreamp(s.preamp);
+    const int timeoutMs = sampleCount / 480 + 250;
+
+    // The digital shifts put trace bin 0 on `start` whatever residual the
+    // synthesizer leaves.
+    const int k = fftSize / 2 - binOffset;
+    const double tuneA = altClock ? center - residualA : center + residualA;
+    const double tuneB = altClock && ifSelectB == 0 ? center - residualB : center + residualB;
+    offsetA = start - (tuneA - k * binSize);
+    offsetB = start - (tuneB - k * binSize);
+    BuildTone(toneA.get(), sampleCount, offsetA, sampleRate);
+    BuildTone(toneB.get(), sampleCount, offsetB, sampleRate);
+
+    PrepareLevel();
+    link->SetPreamp(s.preamp);
+    ConfigurePass(plan.recordA, ifSelectA, s.attenUsed, s.gainUsed);
+
+    const bool conjugateA = altClock ? !conjugateBase : conjugateBase;
+    const bool conjugateB = altClock && ifSelectB == 0 ? !conjugateBase : conjugateBase;
+    while (running) {
+        if (Capture(timeoutMs)) {
+            ippsMul_64fc_I(toneA.get(), samples.get(), sampleCount);
+            core->Process(samples.get(), minA.get(), maxA.get(), conjugateA);
+        }
+        if (s.reject && running) {
+            ConfigurePass(plan.recordB, ifSelectB, s.attenUsedB, s.gainUsedB);
+            if (Capture(timeoutMs)) {
+                ippsMul_64fc_I(toneB.get(), samples.get(), sampleCount);
+                core->Process(samples.get(), minB.get(), maxB.get(), conjugateB);
+            }
+            ConfigurePass(plan.recordA, ifSelectA, s.attenUsed, s.gainUsed);
+        }
+        // After a failed capture the spectra are stale and already corrected:
+        // the traces keep the last complete sweep.
+        if (!usbError) {
+            std::lock_guard<std::mutex> lock(traceLock);
+            MergeIntoTraces();
+        }
+        doneEvent.Set();
+    }
+}
+
+template <typename T>
+qorStatus SlowSweepEngine::Deliver(T* min, T* max) {
+    if (usbError) return qorUsbCommErr;
+    doneEvent.Wait();
+    {
+        // The last complete trace stays readable after the thread stopped.
+        std::lock_guard<std::mutex> lock(traceLock);
+        CopyTrace(minTrace.get(), min, sweepLength);
+        CopyTrace(maxTrace.get(), max, sweepLength);
+    }
+    return usbError ? qorUsbCommErr : qorNoError;
+}
+
+qorStatus SlowSweepEngine::GetSweep64(double* min, double* max) { return Deliver(min, max); }
+
+qorStatus SlowSweepEngine::GetSweep32(float* min, float* max) { return Deliver(min, max); }
+
+}  // namespace qor

@@ -1,0 +1,77 @@
+// The narrow-span sweep (span below 201 kHz): the whole span fits into the
+// band of one sampled IF, so the LO stands still and one capture at one
+// tuning gives the whole trace; the trace bins are the FFT's own. With image
+// rejection a second capture runs at another IF or another fractional
+// modulus (pass B), and the merge keeps the lower reading of each bin.
+//
+// Thread: one, free-running. It measures sweep after sweep and overwrites
+// minTrace and maxTrace under traceLock, then sets doneEvent; a late caller
+// gets the latest finished trace at once. A failed capture sets usbError,
+// stops the loop and sets doneEvent once more. traceLock guards the traces
+// and the spectra's part that is copied into them; nothing else is shared
+// with the caller but usbError and doneEvent.
+#ifndef QOR_ENGINE_SLOW_H
+#define QOR_ENGINE_SLOW_H
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+
+#include "ipps.h"
+#include "os.h"
+#include "smart_array.h"
+#include "sweep_engine.h"
+
+namespace qor {
+
+struct LoTuning;
+class DeviceCorr;
+
+class SlowSweepEngine : public WholeSweepEngine {
+public:
+    SlowSweepEngine(Settings* settings, RbwFilter* filter, AnalyzerLink* link, CalibrationStore* calibration,
+                    SpectrumCore* core, SweepInfo* sweepInfo);
+    ~SlowSweepEngine() override;
+
+    qorStatus GetSweep64(double* min, double* max) override;
+    qorStatus GetSweep32(float* min, float* max) override;
+
+private:
+    template <typename T>
+    qorStatus Deliver(T* min, T* max);
+    void Run();
+    void PrepareLevel();
+    void ComputeCorrections();
+    void ConfigurePass(const LoTuning& record, uint8_t ifSelect, int atten, int gain);
+    bool Capture(int timeoutMs);
+    void MergeIntoTraces();
+
+    os::AutoResetEvent doneEvent;
+    std::mutex traceLock;
+    std::atomic<int> usbError{0};
+
+    DeviceCorr* corr;
+    int32_t fftSize;
+    int32_t sweepLength = 0;
+    int32_t sampleCount;
+    smart_array<Ipp64fc> samples;  // sampleCount + 4096: room to round a streamed capture up
+    smart_array<Ipp64fc> toneA, toneB;
+    smart_array<double> minA, maxA, minB, maxB;
+    smart_array<double> minTrace, maxTrace;
+    smart_array<double> corrA, corrB;
+    uint8_t ifSelectA = 0;  // path filter: 0 high IF, 1 low IF
+    uint8_t ifSelectB = 1;
+    double residualA = 0.0, residualB = 0.0;  // what the synthesizer leaves over, Hz
+    double offsetA = 0.0, offsetB = 0.0;      // digital shift of each pass, Hz
+    double center, start;                     // the settings', divided by the timebase factor
+    double binSize = 0.0;
+    int32_t binOffset = 0;  // index of trace bin 0 in a spectrum
+    int32_t altClock = 0;   // the alternate sample clock is in use
+    double sampleRate;
+    int32_t band;
+    bool conjugateBase;
+};
+
+}  // namespace qor
+
+#endif
