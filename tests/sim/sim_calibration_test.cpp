@@ -157,6 +157,42 @@ struct OrskDecoder {
         while (i < 26 && !(Column(6, 2, 1169 + i) > Column(6, 2, 818 + 325 + i))) ++i;
         return std::floor((i * 1e7 + 8.245e9) / 1.28e7 + 0.5) * 64 * 200000.0;
     }
+    // Detector code to power, as the broadband sweep reads it.
+    double Curve(int r, bool curveB, double code) const {
+        const int n = curveB ? 16 : 21;
+        const size_t codes = curveB ? 47582 : 47540, levels = curveB ? 47476 : 47392;
+        auto c = [&](int i) { return At<uint16_t>(b.table, r * kRecord + codes + 2 * i); };
+        int i = 0;
+        while (i < n && !(c(i) > code)) ++i;
+        const int p = i == n ? n - 3 : i == 0 ? 0 : i - 1, q = i == n ? n - 1 : i == 0 ? 2 : i;
+        const double w = (code - c(p)) / double(c(q) - c(p));
+        return (1 - w) * F(r, levels + 4 * p) + w * F(r, levels + 4 * q);
+    }
+    double RfLevel(int r, double frequency) const {
+        auto level = [&](int rec, size_t table, int i) {
+            const size_t at = table + 6 * i;
+            return F(rec, at + 2) - Curve(rec, false, At<uint16_t>(b.table, rec * kRecord + at));
+        };
+        const float f = static_cast<float>(frequency);
+        if (f > 8.3e9 && f < 8.59e9) {
+            const int i = static_cast<int>(std::floor((f - 8.3e9) / 3e6 + 0.5));
+            return level(6, 46552, i) - level(6, 46552, 1) + level(r, 46552, 1);
+        }
+        const double x = std::max((f - 2e8) / 1e7, 0.0);
+        const int i = static_cast<int>(std::floor(x));
+        return Lerp(level(r, 38836, i), level(r, 38836, i + 1), x - i);
+    }
+    double DetectorLevel(double f, int att, int setting, int code, double t) const {
+        int k = 5;
+        while (k < 10 && !(RecordTemperature(k) > t)) ++k;
+        const double u = (t - RecordTemperature(k - 1)) / (RecordTemperature(k) - RecordTemperature(k - 1));
+        const bool curveB = setting >= 15;
+        const double det = Lerp(Curve(k - 1, curveB, code), Curve(k, curveB, code), u);
+        const double ref = Response(f, BandOf(f), true, curveB ? 3 : 1, 1, t);
+        const double sig = Response(f, BandOf(f), true, att, 1, t);
+        const double rf = Lerp(RfLevel(k - 1, f), RfLevel(k, f), u);
+        return rf + sig + det - ref;
+    }
     int BandOf(double f) const {
         return f < 150e6 ? 0 : f < 4.0064e9 ? 1 : f < 6.5024e9 ? 2 : f < Crossover() ? 3 : f < 9.7536e9 ? 4 : 5;
     }
@@ -256,4 +292,37 @@ TEST(SimCalibration, DownloadEndpointFileHasThePathAndTheTable) {
     content.resize(std::fread(content.data(), 1, content.size(), file));
     std::fclose(file);
     EXPECT_EQ(content, Read(kOrskB).table);
+}
+
+TEST(SimCalibration, DetectorSweepReadsBackTheInjectedLevel) {
+    // Tones on the 3 MHz grid of the broadband sweep, seen 63 MHz above the
+    // LO, through both IF attenuator settings.
+    struct Case {
+        double f, level, t;
+        int att;
+    } cases[] = {{5003e6, -30.0, 37.0, 1}, {2402e6, -12.0, 25.0, 0}, {8405e6, -40.0, 45.0, 2}, {11999e6, 5.0, 30.0, 3}};
+    for (const auto& c : cases) {
+        LoadBench(R"({"clock": "fast", "units": [{"serial": 30000004, "type": 4, "noiseFloor": -170, "temperature": )" +
+                  std::to_string(c.t) + R"(, "signals": [{"kind": "cw", "frequency": )" + std::to_string(c.f) +
+                  R"(, "level": )" + std::to_string(c.level) + "}]}]}");
+        const Blocks blocks = Read(kOrskB);
+        const OrskDecoder d{blocks};
+        Unit u(kOrskB);
+        u.Send({'A', static_cast<uint8_t>(c.att)});
+        const int lo = static_cast<int>(c.f / 1e6) - 63;
+        int codes[2];
+        for (int high = 0; high < 2; ++high) {
+            u.Send({'A', static_cast<uint8_t>(high ? 85 : 65)});
+            u.Send({'B', static_cast<uint8_t>(lo), static_cast<uint8_t>(lo >> 8), static_cast<uint8_t>(lo + 3),
+                    static_cast<uint8_t>((lo + 3) >> 8)});
+            const auto reply = u.Reply(2);
+            ASSERT_EQ(reply.size(), 2u);
+            codes[high] = reply[0] * 256 + reply[1];
+        }
+        // The high setting's reading counts alone below code 600, the low setting's from 700 on.
+        const double w = codes[1] < 600 ? 0.0 : codes[1] < 700 ? (codes[1] - 600) * 0.01 : 1.0;
+        const double a = std::pow(10.0, d.DetectorLevel(c.f, c.att, 41, codes[1], c.t) / 10.0);
+        const double b = std::pow(10.0, d.DetectorLevel(c.f, c.att, 11, codes[0], c.t) / 10.0);
+        EXPECT_NEAR(10.0 * std::log10((1 - w) * a + w * b), c.level, 0.25) << c.f << " codes " << codes[0] << " " << codes[1];
+    }
 }
