@@ -61,6 +61,8 @@ void BM_Fft(benchmark::State& state) {
     OurFft fft(OrderOf(n));
     Ipp64fc* src = RandomSignal(n);
     Ipp64fc* dst = ippsMalloc_64fc(static_cast<int>(n));
+    // One transform first brings every page in, as FFTW's measuring does for its arrays.
+    ippsFFTFwd_CToC_64fc(src, dst, fft.spec, fft.work);
     for (auto _ : state) {
         ippsFFTFwd_CToC_64fc(src, dst, fft.spec, fft.work);
         benchmark::DoNotOptimize(dst);

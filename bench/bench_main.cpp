@@ -27,14 +27,17 @@ public:
     }
 
     void PrintSummary() const {
-        std::printf("\nFFT time ratio to FFTW (goal: at most 1.5 up to 65536, 2 above):\n");
-        for (const auto& [name, ours] : times_) {
-            if (name.rfind("BM_Fft/", 0) != 0) continue;
-            const std::string size = name.substr(7);
+        std::printf("\nFFT CPU time ratio to FFTW (goal: at most 1.5 up to 65536, 2 above), times in us:\n");
+        std::map<long long, double> ourTimes;
+        for (const auto& [name, time] : times_) {
+            if (name.rfind("BM_Fft/", 0) == 0) ourTimes[std::stoll(name.substr(7))] = time;
+        }
+        for (const auto& [points, ours] : ourTimes) {
+            const std::string size = std::to_string(points);
             const auto peer = times_.find("BM_FftwFft/" + size);
             if (peer == times_.end()) continue;
             const auto error = errors_.find("BM_FftwFft/" + size);
-            std::printf("  N = %-9s ours %12.1f  fftw %12.1f  ratio %.2f  error vs fftw %.2e\n", size.c_str(), ours,
+            std::printf("  N = %-9s ours %12.3f  fftw %12.3f  ratio %.2f  error vs fftw %.2e\n", size.c_str(), ours,
                         peer->second, ours / peer->second, error == errors_.end() ? 0.0 : error->second);
         }
         std::printf("\nThroughput:\n");
