@@ -31,7 +31,7 @@ int CommandLog::Get(uint32_t serial, int index, uint8_t* payload, int capacity) 
         if (serial != 0 && e.serial != serial) continue;
         if (index-- > 0) continue;
         const int length = static_cast<int>(e.payload.size());
-        if (payload && capacity > 0) std::memcpy(payload, e.payload.data(), std::min(length, capacity));
+        if (payload && capacity > 0 && length > 0) std::memcpy(payload, e.payload.data(), std::min(length, capacity));
         return length;
     }
     return -1;
@@ -42,7 +42,7 @@ int CommandLog::Wire(uint32_t serial, uint8_t* bytes, int capacity) const {
     auto it = wire_.find(serial);
     if (it == wire_.end()) return 0;
     const int length = static_cast<int>(it->second.size());
-    if (bytes && capacity > 0) std::memcpy(bytes, it->second.data(), std::min(length, capacity));
+    if (bytes && capacity > 0 && length > 0) std::memcpy(bytes, it->second.data(), std::min(length, capacity));
     return length;
 }
 

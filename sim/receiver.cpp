@@ -10,6 +10,7 @@ namespace {
 constexpr double kTwoPi = 6.283185307179586476925286766559;
 // Farther from the IF centre than this a signal is gone behind the IF filter.
 constexpr double kIfReach = 400e3;
+constexpr int kNoiseTaps = 48;
 
 // 2 pi times the fractional part of `cycles`, computed in extended precision.
 double TurnsToRadians(long double cycles) {
@@ -79,9 +80,42 @@ double Receiver::Gaussian() {
     return std::sqrt(-2.0 * std::log(u1)) * std::cos(kTwoPi * u2);
 }
 
-void Receiver::AddNoise(double power, std::complex<double>* out) {
+const std::vector<std::complex<double>>& Receiver::NoiseFilter(bool highIf) {
+    auto& h = noiseFilter_[highIf ? 1 : 0];
+    if (!h.empty()) return h;
+    // Frequency sampling of the IF filter's amplitude across the sampled band,
+    // centred and Hann-windowed: the noise gets the shape the signals see.
+    const int m = kNoiseTaps;
+    std::vector<double> amplitude(m);
+    for (int k = 0; k < m; ++k) amplitude[k] = std::pow(10.0, model_.IfFilterDb(highIf, (k - m / 2) * kSampleRate / m) / 20.0);
+    h.assign(m, {});
+    for (int n = 0; n < m; ++n) {
+        std::complex<double> sum;
+        for (int k = 0; k < m; ++k) sum += amplitude[k] * std::polar(1.0, kTwoPi * (k - m / 2) * (n - m / 2) / double(m));
+        const double window = 0.5 - 0.5 * std::cos(kTwoPi * (n + 0.5) / m);
+        h[n] = sum * window / double(m);
+    }
+    // Keep the noise power of the sampled filter.
+    double target = 0.0, actual = 0.0;
+    for (double a : amplitude) target += a * a / m;
+    for (const auto& tap : h) actual += std::norm(tap);
+    for (auto& tap : h) tap *= std::sqrt(target / actual);
+    return h;
+}
+
+void Receiver::AddNoise(bool highIf, double power, std::complex<double>* out) {
+    const auto& h = NoiseFilter(highIf);
+    const size_t history = h.size() - 1;
+    if (white_.size() != history + kBlockSamples) white_.assign(history + kBlockSamples, {});
+    std::copy(white_.end() - history, white_.end(), white_.begin());
     const double sigma = std::sqrt(power / 2.0);
-    for (int i = 0; i < kBlockSamples; ++i) out[i] += std::complex<double>(sigma * Gaussian(), sigma * Gaussian());
+    for (int i = 0; i < kBlockSamples; ++i) white_[history + i] = {sigma * Gaussian(), sigma * Gaussian()};
+    for (int i = 0; i < kBlockSamples; ++i) {
+        std::complex<double> acc;
+        const std::complex<double>* x = &white_[history + i];
+        for (size_t n = 0; n < h.size(); ++n) acc += h[n] * *(x - n);
+        out[i] += acc;
+    }
 }
 
 void Receiver::RenderComplex(const FrontEnd& fe, const std::vector<SignalSpec>& signals, double noiseFloor,
@@ -97,7 +131,7 @@ void Receiver::RenderComplex(const FrontEnd& fe, const std::vector<SignalSpec>& 
     }
     if (noiseFloor > -250.0) {
         const double densityDb = noiseFloor + model_.NoiseGainDb(fe, temperature);
-        AddNoise(std::pow(10.0, densityDb / 10.0) * fe.sampleRate, out);
+        AddNoise(fe.highIf, std::pow(10.0, densityDb / 10.0) * fe.sampleRate, out);
     }
 }
 

@@ -36,12 +36,17 @@ public:
 private:
     void AddSignal(const FrontEnd& fe, const SignalSpec& s, double amplitude, double b, bool mirrored,
                    uint64_t start, std::complex<double>* out) const;
-    void AddNoise(double power, std::complex<double>* out);
+    void AddNoise(bool highIf, double power, std::complex<double>* out);
+    const std::vector<std::complex<double>>& NoiseFilter(bool highIf);
     double Gaussian();
 
     const UnitModel& model_;
     uint64_t rng_;
     std::vector<std::complex<double>> scratch_;
+    // The IF filter for the noise, per IF path, and the white noise it runs on
+    // (its history first, so that the noise joins across blocks).
+    std::vector<std::complex<double>> noiseFilter_[2];
+    std::vector<std::complex<double>> white_;
 };
 
 }  // namespace qorsim

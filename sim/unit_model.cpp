@@ -234,7 +234,7 @@ double UnitModel::NoiseGainDb(const FrontEnd& fe, double t) const {
     const double f1 = std::fabs(fe.lo - fe.ifCenter);
     double rf = f1;
     if (fe.firstLo > 0.0) rf = fe.band <= 3 ? fe.firstLo - f1 : fe.firstLo + f1;
-    return PathGainDb(fe, rf, 0.0, t) - BandFilterDb(fe, rf);
+    return PathGainDb(fe, rf, 0.0, t) - BandFilterDb(fe, rf) - IfFilterDb(fe.highIf, 0.0);
 }
 
 // ---- detector -----------------------------------------------------------------

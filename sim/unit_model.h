@@ -28,7 +28,8 @@ public:
     // complex tone in the samples (dB relative to full scale), for a signal at
     // RF `rf` that the front end `fe` puts at `b` Hz in the samples.
     double PathGainDb(const FrontEnd& fe, double rf, double b, double temperature) const;
-    // Gain for the input noise floor: that of the RF that lands at 0 Hz.
+    // Gain for the input noise floor: that of the RF that lands at 0 Hz, before
+    // the IF filter (the receiver shapes the noise with it).
     double NoiseGainDb(const FrontEnd& fe, double temperature) const;
     // Crossover between bands 3 and 4 of the 12.4 GHz family, Hz, a multiple of 12.8 MHz.
     double Crossover() const { return crossover_; }

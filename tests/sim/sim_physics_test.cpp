@@ -115,14 +115,32 @@ TEST(SimPhysics, FramedProgramBlocksFollowTheirSteps) {
     EXPECT_NEAR(ToneLevel(x, b, 512, 512), expected, 0.05);
 }
 
-TEST(SimPhysics, NoisePowerMatchesTheFloorAndTheBandwidth) {
+TEST(SimPhysics, NoiseDensityMatchesTheFloorThroughTheIfFilter) {
     LoadBench(PhysicsBench(-120.0, "", ""));
     Unit u(kVelmB);
     const double lo = TuneLo(u, 1010.7e6);
     SetPath(u, 0, 2, true);
-    const auto x = Capture(u, 128);
-    const double expected = -120.0 + 10.0 * std::log10(kFs) + qorsim_path_gain(kVelmB, lo - kHighIfs, 0, 2, 1, 0, 0.0, -1, 31.5);
-    EXPECT_NEAR(MeanPowerDb(x), expected, 0.15);
+    auto x = Capture(u, 250);
+    const auto more = Capture(u, 250);
+    x.insert(x.end(), more.begin(), more.end());
+    // Density in dB full scale per Hz from 512-point DFTs of each block, over 21 bins around `b`.
+    auto density = [&](double b) {
+        double sum = 0;
+        int count = 0;
+        for (int k = -10; k <= 10; ++k) {
+            const std::complex<double> step = std::polar(1.0, -2.0 * 3.14159265358979 * (b + k * kFs / 512) / kFs);
+            for (size_t block = 0; block + 512 <= x.size(); block += 512, ++count) {
+                std::complex<double> acc, rotor = 1.0;
+                for (size_t n = 0; n < 512; ++n, rotor *= step) acc += x[block + n] * rotor;
+                sum += std::norm(acc / 512.0);
+            }
+        }
+        return 10.0 * std::log10(sum / count * 512 / kFs);
+    };
+    for (double b : {0.0, 150e3, -200e3}) {
+        const double expected = -120.0 + qorsim_path_gain(kVelmB, lo - kHighIfs + b, 0, 2, 1, 0, b, -1, 31.5);
+        EXPECT_NEAR(density(b), expected, 0.25) << b;
+    }
 }
 
 TEST(SimPhysics, ClipsAtFullScale) {
