@@ -11,6 +11,7 @@ constexpr double kTwoPi = 6.283185307179586476925286766559;
 // Farther from the IF centre than this a signal is gone behind the IF filter.
 constexpr double kIfReach = 400e3;
 constexpr int kNoiseTaps = 48;
+constexpr size_t kNoisePool = 1 << 16;
 
 // 2 pi times the fractional part of `cycles`, computed in extended precision.
 double TurnsToRadians(long double cycles) {
@@ -45,36 +46,41 @@ void Receiver::AddSignal(const FrontEnd& fe, const SignalSpec& s, double amplitu
     const double sign = mirrored ? -1.0 : 1.0;
     std::complex<double> carrier = std::polar(amplitude, TurnsToRadians((long double)b * start / fs) + sign * s.phase);
     const std::complex<double> step = std::polar(1.0, kTwoPi * b / fs);
-    for (int i = 0; i < kBlockSamples; ++i, carrier *= step) {
-        const double t = static_cast<double>(start + i) / fs;
-        std::complex<double> envelope(1.0, 0.0);
-        switch (s.kind) {
-            case SignalKind::Cw:
-                break;
-            case SignalKind::Am:
-                envelope = 1.0 + s.depth * std::cos(TurnsToRadians((long double)s.tone * t));
-                break;
-            case SignalKind::Fm: {
-                const double beta = s.tone > 0.0 ? s.deviation / s.tone : 0.0;
-                envelope = std::polar(1.0, sign * beta * std::sin(TurnsToRadians((long double)s.tone * t)));
-                break;
-            }
-            case SignalKind::Burst:
-                envelope = std::fmod(t, s.period) < s.duration ? 1.0 : 0.0;
-                break;
+    // The modulating tone as a rotor on the same absolute time.
+    std::complex<double> tone = std::polar(1.0, TurnsToRadians((long double)s.tone * start / fs));
+    const std::complex<double> toneStep = std::polar(1.0, kTwoPi * s.tone / fs);
+    switch (s.kind) {
+        case SignalKind::Cw:
+            for (int i = 0; i < kBlockSamples; ++i, carrier *= step) out[i] += carrier;
+            break;
+        case SignalKind::Am:
+            for (int i = 0; i < kBlockSamples; ++i, carrier *= step, tone *= toneStep)
+                out[i] += carrier * (1.0 + s.depth * tone.real());
+            break;
+        case SignalKind::Fm: {
+            const double beta = s.tone > 0.0 ? s.deviation / s.tone : 0.0;
+            for (int i = 0; i < kBlockSamples; ++i, carrier *= step, tone *= toneStep)
+                out[i] += carrier * std::polar(1.0, sign * beta * tone.imag());
+            break;
         }
-        out[i] += carrier * envelope;
+        case SignalKind::Burst:
+            for (int i = 0; i < kBlockSamples; ++i, carrier *= step)
+                if (std::fmod(static_cast<double>(start + i) / fs, s.period) < s.duration) out[i] += carrier;
+            break;
     }
 }
 
+uint64_t Receiver::NextRandom() {
+    // xorshift64*
+    rng_ ^= rng_ >> 12;
+    rng_ ^= rng_ << 25;
+    rng_ ^= rng_ >> 27;
+    return rng_ * 2685821657736338717ull;
+}
+
 double Receiver::Gaussian() {
-    // xorshift64* and Box-Muller; two uniform draws per normal value.
-    auto uniform = [this] {
-        rng_ ^= rng_ >> 12;
-        rng_ ^= rng_ << 25;
-        rng_ ^= rng_ >> 27;
-        return ((rng_ * 2685821657736338717ull) >> 11) * (1.0 / 9007199254740992.0);
-    };
+    // Box-Muller; two uniform draws per normal value.
+    auto uniform = [this] { return (NextRandom() >> 11) * (1.0 / 9007199254740992.0); };
     const double u1 = 1.0 - uniform();
     const double u2 = uniform();
     return std::sqrt(-2.0 * std::log(u1)) * std::cos(kTwoPi * u2);
@@ -104,18 +110,24 @@ const std::vector<std::complex<double>>& Receiver::NoiseFilter(bool highIf) {
 }
 
 void Receiver::AddNoise(bool highIf, double power, std::complex<double>* out) {
-    const auto& h = NoiseFilter(highIf);
-    const size_t history = h.size() - 1;
-    if (white_.size() != history + kBlockSamples) white_.assign(history + kBlockSamples, {});
-    std::copy(white_.end() - history, white_.end(), white_.begin());
-    const double sigma = std::sqrt(power / 2.0);
-    for (int i = 0; i < kBlockSamples; ++i) white_[history + i] = {sigma * Gaussian(), sigma * Gaussian()};
-    for (int i = 0; i < kBlockSamples; ++i) {
-        std::complex<double> acc;
-        const std::complex<double>* x = &white_[history + i];
-        for (size_t n = 0; n < h.size(); ++n) acc += h[n] * *(x - n);
-        out[i] += acc;
+    // A block of the unit's shaped noise from a random place of its pool,
+    // turned by a random phase: the spectrum of the IF filter, at the cost of
+    // a copy. The pool is made once, by the filter running round white noise.
+    auto& pool = noisePool_[highIf ? 1 : 0];
+    if (pool.empty()) {
+        const auto& h = NoiseFilter(highIf);
+        std::vector<std::complex<double>> white(kNoisePool);
+        for (auto& w : white) w = {Gaussian() * std::sqrt(0.5), Gaussian() * std::sqrt(0.5)};
+        pool.resize(kNoisePool);
+        for (size_t i = 0; i < kNoisePool; ++i) {
+            std::complex<double> acc;
+            for (size_t n = 0; n < h.size(); ++n) acc += h[n] * white[(i + kNoisePool - n) % kNoisePool];
+            pool[i] = acc;
+        }
     }
+    const size_t from = static_cast<size_t>(NextRandom() % (kNoisePool - kBlockSamples));
+    const std::complex<double> turn = std::polar(std::sqrt(power), kTwoPi * (NextRandom() >> 11) * (1.0 / 9007199254740992.0));
+    for (int i = 0; i < kBlockSamples; ++i) out[i] += turn * pool[from + i];
 }
 
 void Receiver::RenderComplex(const FrontEnd& fe, const std::vector<SignalSpec>& signals, double noiseFloor,

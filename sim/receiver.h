@@ -39,14 +39,14 @@ private:
     void AddNoise(bool highIf, double power, std::complex<double>* out);
     const std::vector<std::complex<double>>& NoiseFilter(bool highIf);
     double Gaussian();
+    uint64_t NextRandom();
 
     const UnitModel& model_;
     uint64_t rng_;
     std::vector<std::complex<double>> scratch_;
-    // The IF filter for the noise, per IF path, and the white noise it runs on
-    // (its history first, so that the noise joins across blocks).
+    // The IF filter for the noise, and a pool of noise shaped by it, per IF path.
     std::vector<std::complex<double>> noiseFilter_[2];
-    std::vector<std::complex<double>> white_;
+    std::vector<std::complex<double>> noisePool_[2];
 };
 
 }  // namespace qorsim
