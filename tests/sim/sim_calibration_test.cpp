@@ -326,3 +326,22 @@ TEST(SimCalibration, DetectorSweepReadsBackTheInjectedLevel) {
         EXPECT_NEAR(10.0 * std::log10((1 - w) * a + w * b), c.level, 0.25) << c.f << " codes " << codes[0] << " " << codes[1];
     }
 }
+
+TEST(SimCalibration, VelmDetectorSweepReadsTheLevelThroughTheCorrection) {
+    LoadBench(R"({"clock": "fast", "units": [{"serial": 30000002, "type": 2, "temperature": 41.0, "noiseFloor": -170,
+                 "signals": [{"kind": "cw", "frequency": 1510.7e6, "level": -37.0}]}]})");
+    const Blocks blocks = Read(kVelmB);
+    const VelmDecoder d{blocks};
+    Unit u(kVelmB);
+    u.Send({'D', 4});
+    u.Send({'F', 0});
+    for (int att = 0; att < 4; ++att) {
+        u.Send({'A', static_cast<uint8_t>(att)});
+        u.Send({'B', 0xDC, 0x05, 0xDF, 0x05}); // LO 1500 MHz: the tone sits at the 10.7 MHz IF
+        const auto reply = u.Reply(2);
+        ASSERT_EQ(reply.size(), 2u);
+        const int code = reply[0] * 256 + reply[1];
+        const double level = code * 0.13427734375 + d.Correction(1510.7e6, att, 1, true, 0.0, 41.0, false) - 77.0;
+        EXPECT_NEAR(level, -37.0, 0.15) << att; // a code is 0.134 dB
+    }
+}
