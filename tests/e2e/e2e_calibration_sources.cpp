@@ -1,0 +1,191 @@
+// Units of all four types open through the C API with their calibration from
+// each of its three sources: the unit itself, the download endpoint (python's
+// http.server serving files that the virtual instrument wrote) and, at the
+// next open, the cache files; and an open with none of them fails cleanly.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+#include "e2e_calibration_endpoint.h"
+#include "qor_api.h"
+#include "qorsim_calls.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Unit {
+    int serial;
+    int type;
+    bool onDevice;
+};
+
+// Bench serials: 5100000t with the calibration on board, 5100001t without.
+constexpr Unit kOnBoard[] = {{51000001, 1, true}, {51000002, 2, true}, {51000004, 4, true}};
+constexpr Unit kPageOnly = {51000011, 1, false};
+constexpr Unit kDownload[] = {{51000012, 2, false}, {51000013, 3, false}, {51000014, 4, false}};
+constexpr Unit kNowhere = {51000022, 2, false};
+
+std::string Bench() {
+    std::string units;
+    auto add = [&](const Unit& u) {
+        if (!units.empty()) units += ",";
+        units += "{\"serial\": " + std::to_string(u.serial) + ", \"type\": " + std::to_string(u.type) +
+                 ", \"onDeviceCalibration\": " + (u.onDevice ? "true" : "false") + ", \"temperature\": 28.0}";
+    };
+    for (const Unit& u : kOnBoard) add(u);
+    add(kPageOnly);
+    for (const Unit& u : kDownload) add(u);
+    add(kNowhere);
+    return R"({"clock": "fast", "pacing": "immediate", "units": [)" + units + "]}";
+}
+
+std::vector<uint8_t> ReadWhole(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::string Eight(int serial) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%08d", serial);
+    return text;
+}
+
+class CalibrationSources : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        sim = simcontrol::Resolve();
+        if (!sim) return;
+        root = new TempDir();
+        fs::create_directory(root->path / "www");
+        endpoint = new e2ecal::PythonEndpoint((root->path / "www").string(), (root->path / "http").string());
+    }
+    static void TearDownTestSuite() {
+        delete endpoint;
+        delete root;
+        endpoint = nullptr;
+        root = nullptr;
+    }
+
+    void SetUp() override {
+        if (!sim) GTEST_SKIP() << "no virtual instrument (QOR_D2XX_LIBRARY)";
+        if (!endpoint->Ok()) GTEST_SKIP() << "python3 -m http.server did not start";
+        ASSERT_EQ(sim->loadBenchJson(Bench().c_str()), 0) << sim->lastError();
+        setenv("QOR_CAL_URL", endpoint->BaseUrl().c_str(), 1);
+        ASSERT_EQ(qorSetCalFilePath((cache.path.string() + "/").c_str()), qorNoError);
+    }
+    void TearDown() override {
+        qorSetCalFilePath(nullptr);
+        unsetenv("QOR_CAL_URL");
+    }
+
+    // Opens, checks the type, closes; the calibration commands the unit saw.
+    struct CalCommands {
+        int pageReads = 0;
+        int bulkReads = 0;
+        int crossovers = 0;
+    };
+    CalCommands OpenAndClose(const Unit& u, qorStatus expected = qorNoError) {
+        sim->clearCommandLog(u.serial);
+        int device = -1;
+        EXPECT_EQ(qorOpenDeviceBySerialNumber(&device, u.serial), expected) << u.serial;
+        if (expected == qorNoError) {
+            int type = 0;
+            EXPECT_EQ(qorGetDeviceType(device, &type), qorNoError);
+            EXPECT_EQ(type, u.type);
+            EXPECT_EQ(qorCloseDevice(device), qorNoError);
+        }
+        CalCommands seen;
+        unsigned char payload[8];
+        for (int i = 0; i < sim->commandCount(u.serial); ++i) {
+            const int n = sim->commandLog(u.serial, i, payload, sizeof payload);
+            if (n >= 2 && payload[0] == 'E') (payload[1] == 0xFF ? seen.pageReads : seen.bulkReads) += 1;
+            if (n >= 2 && payload[0] == 'Z' && payload[1] == '2') ++seen.crossovers;
+        }
+        return seen;
+    }
+    // The cache files hold what the unit's factory calibration holds.
+    void ExpectCacheFilesOf(const Unit& u, bool unitBlockFromUnit) {
+        const std::size_t tableBytes = u.type <= 2 ? 458624 : 571616;
+        std::vector<uint8_t> unit(4096), table(tableBytes);
+        ASSERT_GT(sim->calibrationBlocks(u.serial, unit.data(), 4096, table.data(), static_cast<int>(tableBytes)), 0);
+        const std::vector<uint8_t> unitFile = ReadWhole(cache.path / (Eight(u.serial) + ".qmi"));
+        const std::vector<uint8_t> tableFile = ReadWhole(cache.path / ("D" + Eight(u.serial) + ".bin"));
+        ASSERT_EQ(unitFile.size(), 3128u);
+        if (unitBlockFromUnit) {
+            EXPECT_TRUE(std::equal(unitFile.begin(), unitFile.end(), unit.begin())) << u.serial;
+        }
+        if (u.type == 1 && !u.onDevice) {
+            EXPECT_EQ(tableFile, std::vector<uint8_t>(tableBytes, 0)) << "the first model keeps no table";
+        } else {
+            EXPECT_EQ(tableFile, table) << u.serial;
+        }
+    }
+
+    struct TempDir {
+        TempDir() {
+            std::string pattern = (fs::temp_directory_path() / "qor-e2e-cal-XXXXXX").string();
+            path = mkdtemp(pattern.data());
+        }
+        ~TempDir() { fs::remove_all(path); }
+        fs::path path;
+    };
+
+    static inline const simcontrol::Calls* sim = nullptr;
+    static inline TempDir* root = nullptr;
+    static inline e2ecal::PythonEndpoint* endpoint = nullptr;
+    TempDir cache;
+};
+
+TEST_F(CalibrationSources, FromTheUnitThenFromTheCache) {
+    for (const Unit& u : kOnBoard) {
+        const CalCommands first = OpenAndClose(u);
+        EXPECT_EQ(first.bulkReads, 1) << u.serial;
+        EXPECT_EQ(first.pageReads, 0) << u.serial;
+        ExpectCacheFilesOf(u, u.type <= 2);
+        const CalCommands again = OpenAndClose(u);
+        EXPECT_EQ(again.bulkReads + again.pageReads, 0) << u.serial;
+        EXPECT_EQ(again.crossovers, u.type >= 3 ? 1 : 0) << "the crossover goes to the unit at every open";
+    }
+    const CalCommands page = OpenAndClose(kPageOnly);
+    EXPECT_GE(page.pageReads, 2048);
+    ExpectCacheFilesOf(kPageOnly, true);
+    EXPECT_EQ(OpenAndClose(kPageOnly).pageReads, 0);
+    EXPECT_EQ(endpoint->Requests("/custdata/P5100/D" + Eight(kPageOnly.serial) + ".bin"), 0);
+}
+
+TEST_F(CalibrationSources, FromTheDownloadEndpointThenFromTheCache) {
+    for (const Unit& u : kDownload) {
+        ASSERT_EQ(sim->writeCalibrationFiles(u.serial, (root->path / "www").c_str()), 0);
+        const std::string path = "/custdata/P5100/D" + Eight(u.serial) + ".bin";
+        const CalCommands first = OpenAndClose(u);
+        EXPECT_EQ(endpoint->Requests(path), 1) << u.serial;
+        EXPECT_GE(first.pageReads, 2048) << "the unit block comes from the unit";
+        ExpectCacheFilesOf(u, true);
+        EXPECT_EQ(OpenAndClose(u).pageReads, 0);
+        EXPECT_EQ(endpoint->Requests(path), 1) << "the cache answers the second open";
+    }
+}
+
+TEST_F(CalibrationSources, NoTableFileAnywhereFailsTheOpenAndFreesTheUnit) {
+    OpenAndClose(kNowhere, qorInternetErr);
+    EXPECT_FALSE(fs::exists(cache.path / ("D" + Eight(kNowhere.serial) + ".bin")));
+    EXPECT_FALSE(fs::exists(cache.path / (Eight(kNowhere.serial) + ".qmi")));
+    int serials[8] = {}, count = 0;
+    ASSERT_EQ(qorGetSerialNumberList(serials, &count), qorNoError);
+    EXPECT_NE(std::find(serials, serials + count, kNowhere.serial), serials + count) << "its channels were released";
+
+    setenv("QOR_CAL_URL", "http://127.0.0.1:9", 1);  // nothing listens on the discard port
+    OpenAndClose(kNowhere, qorInternetErr);
+
+    setenv("QOR_CAL_URL", endpoint->BaseUrl().c_str(), 1);
+    ASSERT_EQ(sim->writeCalibrationFiles(kNowhere.serial, (root->path / "www").c_str()), 0);
+    OpenAndClose(kNowhere);  // the next open tries again
+    ExpectCacheFilesOf(kNowhere, true);
+}
+
+}  // namespace

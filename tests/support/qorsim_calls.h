@@ -1,0 +1,51 @@
+// The virtual instrument's control calls, resolved from the D2XX library
+// that the tests run on (QOR_D2XX_LIBRARY): the same instance, and so the
+// same bus, that the library under test talks to.
+#ifndef QOR_TESTS_SUPPORT_QORSIM_CALLS_H
+#define QOR_TESTS_SUPPORT_QORSIM_CALLS_H
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+
+#include "../../sim/qorsim.h"
+
+namespace simcontrol {
+
+struct Calls {
+    decltype(&qorsim_load_bench_json) loadBenchJson;
+    decltype(&qorsim_last_error) lastError;
+    decltype(&qorsim_path_gain) pathGain;
+    decltype(&qorsim_calibration_blocks) calibrationBlocks;
+    decltype(&qorsim_write_calibration_files) writeCalibrationFiles;
+    decltype(&qorsim_command_count) commandCount;
+    decltype(&qorsim_command_log) commandLog;
+    decltype(&qorsim_clear_command_log) clearCommandLog;
+};
+
+// Null when the tests don't run on the virtual instrument.
+inline const Calls* Resolve() {
+    static const Calls* const calls = []() -> const Calls* {
+        const char* path = std::getenv("QOR_D2XX_LIBRARY");
+        void* library = path ? dlopen(path, RTLD_NOW) : nullptr;
+        if (!library) return nullptr;
+        static Calls resolved;
+        auto get = [library](auto& entry, const char* name) {
+            entry = reinterpret_cast<std::remove_reference_t<decltype(entry)>>(dlsym(library, name));
+            return entry != nullptr;
+        };
+        const bool all = get(resolved.loadBenchJson, "qorsim_load_bench_json") &&
+                         get(resolved.lastError, "qorsim_last_error") && get(resolved.pathGain, "qorsim_path_gain") &&
+                         get(resolved.calibrationBlocks, "qorsim_calibration_blocks") &&
+                         get(resolved.writeCalibrationFiles, "qorsim_write_calibration_files") &&
+                         get(resolved.commandCount, "qorsim_command_count") &&
+                         get(resolved.commandLog, "qorsim_command_log") &&
+                         get(resolved.clearCommandLog, "qorsim_clear_command_log");
+        return all ? &resolved : nullptr;
+    }();
+    return calls;
+}
+
+}  // namespace simcontrol
+
+#endif
