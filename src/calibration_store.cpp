@@ -72,14 +72,22 @@ qorStatus FetchCalibration(CalibrationStore& store, const CalIdentity& identity,
     const bool haveTable = folders::ReadFile(tableFile, table, tableBytes, &got);
 
     if (!haveUnit || !haveTable) {
+        // A slot's blocks still hold the unit opened in it before: what this
+        // unit has no data for is cleared, so that its cache files don't
+        // carry another unit's calibration.
         if (identity.onDeviceCalibration) {
+            // The 12.4 GHz family's bulk answer brings no unit block.
+            if (!IsVelm(type) && !haveUnit) std::memset(unit, 0, CalibrationStore::kUnitBlockBytes);
             if (link) ReadCalBulk(*link, unit, table, !IsVelm(type));
         } else {
             if (!haveUnit && link) ReadCalPage(*link, unit);
-            // The first model keeps no table data at all.
-            if (!haveTable && type != 1) {
-                uint32_t size = 0;
-                if (!DownloadTableFile(identity.serialNumber, table, &size)) return qorInternetErr;
+            if (!haveTable) {
+                if (type == 1) {
+                    std::memset(table, 0, tableBytes);  // the first model keeps no table data at all
+                } else {
+                    uint32_t size = 0;
+                    if (!DownloadTableFile(identity.serialNumber, table, &size)) return qorInternetErr;
+                }
             }
         }
         // The cache is only a cache: a folder that refuses the files leaves

@@ -86,7 +86,9 @@ TEST_F(FetchTest, FailedDownloadLeavesNoFileAndTheNextOpenRetries) {
     EXPECT_NE(dynamic_cast<qor::CorrectionsOrsk*>(store.corr.get()), nullptr);
 }
 
+// The blocks of a slot still hold the unit opened in it before.
 TEST_F(FetchTest, FirstModelDownloadsNothingAndCachesAZeroTable) {
+    std::fill(store.tableBlock.get(), store.tableBlock.get() + 768000, 0xAB);
     ASSERT_EQ(Fetch(1), 0);
     EXPECT_TRUE(server.Requests().empty());
     EXPECT_EQ(ReadWhole(File(kTableName)), std::vector<uint8_t>(458624, 0));
@@ -94,9 +96,11 @@ TEST_F(FetchTest, FirstModelDownloadsNothingAndCachesAZeroTable) {
 }
 
 TEST_F(FetchTest, UnitsWithCalibrationOnBoardNeverDownload) {
-    ASSERT_EQ(Fetch(3, true), 0);
+    std::fill(store.unitBlock.get(), store.unitBlock.get() + 4096, 0xAB);
+    ASSERT_EQ(Fetch(4, true), 0);
     EXPECT_TRUE(server.Requests().empty());
     EXPECT_EQ(folder.Entries(), (std::set<std::string>{kUnitName, kTableName}));
+    EXPECT_EQ(ReadWhole(File(kUnitName)), std::vector<uint8_t>(3128, 0)) << "this family's bulk has no unit block";
 }
 
 TEST_F(FetchTest, CachedFilesAreTrustedAsTheyAreEvenWhenShort) {
