@@ -97,6 +97,8 @@ SlowSweepEngine::SlowSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
     residualB = plan.PlanTuning(center, ifB, true, plan.recordA.modulus, plan.recordB, band);
 
     conjugateBase = band == 2 || band == 3;
+    conjugateA = altClock ? !conjugateBase : conjugateBase;
+    conjugateB = altClock && ifSelectB == 0 ? !conjugateBase : conjugateBase;
     StartAcquisition([this] { Run(); });
 }
 
@@ -113,11 +115,16 @@ void SlowSweepEngine::ComputeCorrections() {
     corr->temperature = link->ReadTemperature();
     corr->preampOn = settings->preamp;
     const int highIfB = ifSelectB == 0 ? 1 : 0;
+    // Where a trace bin sat in the samples before the shift: a conjugated
+    // pass saw it on the other side of the IF centre.
+    const auto ifOffset = [](double off, bool conjugate, double offset) { return (conjugate ? -off : off) - offset; };
     for (int i = 0; i < sweepLength; ++i) {
         const double off = (i - sweepLength / 2) * binSize;
         const double f = off + center;
-        corrA[i] = corr->GetCorrection(f, settings->attenUsed, settings->gainUsed, 1, off - offsetA, band);
-        corrB[i] = corr->GetCorrection(f, settings->attenUsedB, settings->gainUsedB, highIfB, off - offsetB, band);
+        corrA[i] = corr->GetCorrection(f, settings->attenUsed, settings->gainUsed, 1,
+                                       ifOffset(off, conjugateA, offsetA), band);
+        corrB[i] = corr->GetCorrection(f, settings->attenUsedB, settings->gainUsedB, highIfB,
+                                       ifOffset(off, conjugateB, offsetB), band);
     }
 }
 
@@ -190,13 +197,21 @@ void SlowSweepEngine::Run() {
     link->SetPreamp(s.preamp);
     const int timeoutMs = sampleCount / 480 + 250;
 
-    // The digital shifts put trace bin 0 on `start` whatever residual the
-    // synthesizer leaves.
+    // The digital shifts put trace bin i on startFreq + i x binSize, the
+    // frequency qorQuerySweepInfo reports, whatever residual the synthesizer
+    // leaves. `tune` is the pass's centre mirrored by its residual; a pass
+    // whose spectrum is conjugated after the shift takes the shift as it
+    // stands, the others take it mirrored about the centre (the samples of
+    // the two kinds arrive in opposite senses).
     const int k = fftSize / 2 - binOffset;
+    const double first = center - (sweepLength / 2) * binSize;
+    const auto shift = [&](double tune, bool conjugate) {
+        return conjugate ? first - (tune - k * binSize) : (2.0 * center - tune) - k * binSize - first;
+    };
     const double tuneA = altClock ? center - residualA : center + residualA;
     const double tuneB = altClock && ifSelectB == 0 ? center - residualB : center + residualB;
-    offsetA = start - (tuneA - k * binSize);
-    offsetB = start - (tuneB - k * binSize);
+    offsetA = shift(tuneA, conjugateA);
+    offsetB = shift(tuneB, conjugateB);
     BuildTone(toneA.get(), sampleCount, offsetA, sampleRate);
     BuildTone(toneB.get(), sampleCount, offsetB, sampleRate);
 
@@ -204,8 +219,6 @@ void SlowSweepEngine::Run() {
     link->SetPreamp(s.preamp);
     ConfigurePass(plan.recordA, ifSelectA, s.attenUsed, s.gainUsed);
 
-    const bool conjugateA = altClock ? !conjugateBase : conjugateBase;
-    const bool conjugateB = altClock && ifSelectB == 0 ? !conjugateBase : conjugateBase;
     while (running) {
         if (Capture(timeoutMs)) {
             ippsMul_64fc_I(toneA.get(), samples.get(), sampleCount);

@@ -70,6 +70,7 @@ private:
     double sampleRate;
     int32_t band;
     bool conjugateBase;
+    bool conjugateA = false, conjugateB = false;  // each pass's spectrum is conjugated after its shift
 };
 
 }  // namespace qor

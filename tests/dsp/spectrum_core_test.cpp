@@ -163,7 +163,9 @@ TEST(SpectrumCore, MovingAverageMatchesPlainSums) {
     const Spectra s = Measure(core, block);
 
     std::vector<std::vector<double>> frames(static_cast<std::size_t>(core.frameCount), std::vector<double>(n));
-    for (int f = 0; f < core.frameCount; ++f) SpectrumCore::FrameSpectrum(&filter, &block[f * core.hop], frames[f].data());
+    for (int f = 0; f < core.frameCount; ++f) {
+        SpectrumCore::FrameSpectrum(&filter, &block[f * core.hop], frames[f].data());
+    }
     for (int i = 0; i < n; i += 17) {
         double lowest = INFINITY, highest = -INFINITY;
         for (int k = 0; k < core.averageCount; ++k) {

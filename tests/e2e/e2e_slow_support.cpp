@@ -1,0 +1,157 @@
+#include "e2e_slow_support.h"
+
+#include <dlfcn.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace slowtest {
+namespace {
+
+constexpr int kUnitBlockBytes = 4096;
+constexpr int kUnitFileBytes = 3128;
+constexpr int kTableCapacity = 768000;
+
+// The calibration folder of this test process, removed when it ends.
+class CalFolder {
+public:
+    ~CalFolder() {
+        std::error_code ignored;
+        if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
+    }
+    const std::string& Fresh() {
+        if (path_.empty()) {
+            std::string pattern = std::filesystem::temp_directory_path().string() + "/qor_e2e_slow_XXXXXX";
+            if (mkdtemp(pattern.data()) != nullptr) path_ = pattern;
+        }
+        return path_;
+    }
+
+private:
+    std::string path_;
+};
+
+CalFolder calFolder;
+
+bool WriteFile(const std::string& path, const unsigned char* data, int length) {
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(data), length);
+    return static_cast<bool>(out);
+}
+
+std::string BenchJson(const std::vector<Unit>& units) {
+    std::ostringstream json;
+    json.precision(17);
+    json << R"({"clock": "fast", "pacing": "immediate", "units": [)";
+    for (std::size_t u = 0; u < units.size(); ++u) {
+        const Unit& unit = units[u];
+        json << (u ? ", " : "") << R"({"serial": )" << unit.serial << R"(, "type": )" << unit.type
+             << R"(, "onDeviceCalibration": )" << (unit.onDeviceCalibration ? "true" : "false")
+             << R"(, "noiseFloor": )" << unit.noiseFloor << R"(, "signals": [)";
+        for (std::size_t t = 0; t < unit.tones.size(); ++t) {
+            json << (t ? ", " : "") << R"({"kind": "cw", "frequency": )" << unit.tones[t].frequency
+                 << R"(, "level": )" << unit.tones[t].level << "}";
+        }
+        json << "]}";
+    }
+    json << "]}";
+    return json.str();
+}
+
+}  // namespace
+
+const Sim& Instrument() {
+    static const Sim sim = [] {
+        Sim s;
+        const char* library = std::getenv("QOR_D2XX_LIBRARY");
+        void* handle = library ? dlopen(library, RTLD_NOW) : nullptr;
+        if (handle == nullptr) return s;
+        s.loadBenchJson = reinterpret_cast<int (*)(const char*)>(dlsym(handle, "qorsim_load_bench_json"));
+        s.lastError = reinterpret_cast<const char* (*)()>(dlsym(handle, "qorsim_last_error"));
+        s.unplug = reinterpret_cast<int (*)(unsigned, double)>(dlsym(handle, "qorsim_unplug"));
+        s.calibrationBlocks = reinterpret_cast<int (*)(unsigned, unsigned char*, int, unsigned char*, int)>(
+            dlsym(handle, "qorsim_calibration_blocks"));
+        return s;
+    }();
+    return sim;
+}
+
+std::string LoadBench(const std::vector<Unit>& units) {
+    const Sim& sim = Instrument();
+    if (!sim.loadBenchJson || !sim.unplug || !sim.calibrationBlocks) return "the D2XX library is no virtual instrument";
+    if (sim.loadBenchJson(BenchJson(units).c_str()) != 0) return std::string("bench refused: ") + sim.lastError();
+    const std::string folder = calFolder.Fresh();
+    if (folder.empty()) return "no calibration folder";
+    std::vector<unsigned char> unitBlock(kUnitBlockBytes), table(kTableCapacity);
+    for (const Unit& unit : units) {
+        if (unit.onDeviceCalibration) continue;
+        // What the download endpoint and the unit would give, as the cache holds it.
+        const int tableBytes =
+            sim.calibrationBlocks(unit.serial, unitBlock.data(), kUnitBlockBytes, table.data(), kTableCapacity);
+        char name[32];
+        std::snprintf(name, sizeof name, "/%08u.qmi", unit.serial);
+        if (!WriteFile(folder + name, unitBlock.data(), kUnitFileBytes)) return "cannot write the unit file";
+        std::snprintf(name, sizeof name, "/D%08u.bin", unit.serial);
+        if (!WriteFile(folder + name, table.data(), tableBytes)) return "cannot write the table file";
+    }
+    qorSetCalFilePath((folder + "/").c_str());
+    return "";
+}
+
+std::string OpenUnits(const std::vector<Unit>& units, std::map<unsigned, int>* devices) {
+    const std::string failure = LoadBench(units);
+    if (!failure.empty()) return failure;
+    for (const Unit& unit : units) {
+        int device = -1;
+        const qorStatus status = qorOpenDeviceBySerialNumber(&device, static_cast<int>(unit.serial));
+        if (status != qorNoError) return "open " + std::to_string(unit.serial) + ": " + qorGetErrorString(status);
+        (*devices)[unit.serial] = device;
+    }
+    return "";
+}
+
+void CloseUnits(std::map<unsigned, int>* devices) {
+    for (const auto& [serial, device] : *devices) qorCloseDevice(device);
+    devices->clear();
+}
+
+int Trace::PeakBin() const {
+    return static_cast<int>(std::max_element(max.begin(), max.end()) - max.begin());
+}
+
+double Trace::MeanDb(const std::vector<double>& trace, int away, int guard) {
+    double sum = 0.0;
+    int count = 0;
+    for (int i = 0; i < static_cast<int>(trace.size()); ++i) {
+        if (away >= 0 && std::abs(i - away) <= guard) continue;
+        sum += trace[static_cast<std::size_t>(i)];
+        ++count;
+    }
+    return count ? sum / count : NAN;
+}
+
+Trace Measure(int device, const Sweep& s, int sweeps) {
+    Trace t;
+    qorConfigCenterSpan(device, s.center, s.span);
+    qorConfigSweepCoupling(device, s.rbw, s.vbw > 0.0 ? s.vbw : s.rbw, s.reject);
+    qorConfigLevel(device, s.refLevel);
+    if (s.atten >= 0 || s.gain >= 0 || s.preamp) qorConfigGainAtten(device, s.atten, s.gain, s.preamp);
+    qorConfigRBWShape(device, s.shape);
+    qorConfigProcUnits(device, s.units);
+    qorConfigAcquisition(device, s.detector, s.scale);
+    t.initiate = qorInitiate(device, ModeSweep);
+    if (t.initiate < 0) return t;
+    qorQuerySweepInfo(device, &t.length, &t.start, &t.bin);
+    t.min.assign(static_cast<std::size_t>(std::max(t.length, 0)), 0.0);
+    t.max = t.min;
+    for (int k = 0; k < sweeps; ++k) t.get = qorGetSweep_64f(device, t.min.data(), t.max.data());
+    qorAbort(device);
+    return t;
+}
+
+}  // namespace slowtest
