@@ -33,8 +33,10 @@ void CopyText(const std::string& text, char* out, size_t size) {
 }  // namespace
 
 Bus& Bus::Instance() {
-    static Bus bus;
-    return bus;
+    // Never destroyed: a host library closes the channels it still holds from
+    // its own static destructors, which run after those of this library.
+    static Bus* bus = new Bus;
+    return *bus;
 }
 
 Bus::Bus() { Load(StartupBench()); }
