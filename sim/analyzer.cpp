@@ -74,9 +74,11 @@ const CalibrationImage& Analyzer::CalibrationLocked() {
     return *calibration_;
 }
 
-void Analyzer::SetInjected(std::vector<SignalSpec> signals) {
+void Analyzer::SetGenerator(const GeneratorState& state) {
     std::lock_guard<std::mutex> lock(mutex_);
-    injected_ = std::move(signals);
+    generator_ = std::make_unique<GeneratorState>(state);
+    injected_.clear();
+    if (state.frequency > 0.0) injected_.push_back(SignalAtAnalyzer(state.spec, state.frequency, state.code));
 }
 
 void Analyzer::SetStalled(bool stalled) {
@@ -264,10 +266,16 @@ void Analyzer::Materialize(TimePoint now, size_t wanted) {
         } else if (stream_.Size() >= wanted || stream_.Free() < kBlockBytes) {
             return;
         }
+        const bool gated = program_.CurrentMode() == StreamProgram::Mode::Gated;
         program_.TakeBlock(&step);
-        const FrontEnd fe = step < 0 ? FrontEndOf(fw_, spec_.type) : HopFrontEnd(fw_, spec_.type, step * kHopStep, model_.Crossover());
         scene_.assign(spec_.signals.begin(), spec_.signals.end());
-        scene_.insert(scene_.end(), injected_.begin(), injected_.end());
+        FrontEnd fe;
+        if (gated) {
+            fe = GatedFrontEnd(step);
+        } else {
+            fe = step < 0 ? FrontEndOf(fw_, spec_.type) : HopFrontEnd(fw_, spec_.type, step * kHopStep, model_.Crossover());
+            scene_.insert(scene_.end(), injected_.begin(), injected_.end());
+        }
         if (fe.selfTest) {
             SignalSpec source;
             source.frequency = kSelfTestFrequency;
@@ -409,8 +417,12 @@ void Analyzer::Execute(const std::vector<uint8_t>& p, TimePoint now) {
             fw_.preamp = At(p, 1) != 0;
             break;
         case 'N':
-            BeginStreamMode(now);
-            program_.StartHops(Word16(p, 1), Word16(p, 3));
+            if (fw_.gatedOutput) {
+                StartGatedSweep(Word16(p, 1), Word16(p, 3), now);
+            } else {
+                BeginStreamMode(now);
+                program_.StartHops(Word16(p, 1), Word16(p, 3));
+            }
             break;
         case 'O':
             fw_.selfTestSource = At(p, 1) == 1;
@@ -462,6 +474,40 @@ void Analyzer::Execute(const std::vector<uint8_t>& p, TimePoint now) {
         default:
             break;
     }
+}
+
+// ---- gated sweeps ----------------------------------------------------------
+
+namespace {
+// The gate window's step w puts the LO at (w + 54) x 200 kHz: RF w x 200 kHz +
+// 105.6 kHz lands in the middle of the samples.
+constexpr int kGateLoOffsetSteps = 54;
+}  // namespace
+
+void Analyzer::StartGatedSweep(int first, int last, TimePoint now) {
+    // One block for each point of the generator's sweep, paced by it; the
+    // window goes on for its whole length, `gateStep` blocks per LO step and
+    // `gateFirst` fewer in the first, and one more block at the end.
+    gateLow_ = std::min(first, last);
+    gateHigh_ = std::max(first, last);
+    const int steps = gateHigh_ - gateLow_ + 1;
+    const int points = generator_ ? generator_->sweepPoints : 0;
+    const int window = fw_.gateStep > 0 ? steps * fw_.gateStep - fw_.gateFirst + 1 : steps;
+    BeginStreamMode(now);
+    program_.StartGated(std::max(points, window));
+}
+
+FrontEnd Analyzer::GatedFrontEnd(int point) {
+    int w = gateLow_ + point / std::max(fw_.gateStep, 1);
+    if (generator_ && generator_->sweepPoints > 0) {
+        const size_t i = static_cast<size_t>(std::min(point, generator_->sweepPoints - 1));
+        const double f = generator_->sweepStart + i * generator_->sweepStep;
+        scene_.push_back(SignalAtAnalyzer(generator_->spec, f, generator_->pointCodes[i]));
+        // The LO follows the generator: the window step whose middle lies nearest.
+        w = static_cast<int>(std::lround((f - (kGateLoOffsetSteps * kHopStep - kSampleRate * 22.0)) / kHopStep));
+    }
+    w = std::clamp(w, gateLow_, gateHigh_);
+    return HopFrontEnd(fw_, spec_.type, (w + kGateLoOffsetSteps) * kHopStep, model_.Crossover());
 }
 
 std::vector<uint8_t> Analyzer::DetectorSweep(int first, int last) {

@@ -13,6 +13,7 @@
 #include "byte_queue.h"
 #include "factory_calibration.h"
 #include "frame_decoder.h"
+#include "generator.h"
 #include "front_end.h"
 #include "receiver.h"
 #include "stream_program.h"
@@ -39,8 +40,8 @@ public:
     const CalibrationImage& Calibration();
     std::string FirmwareString() const;
 
-    // Signals that other instruments put on this unit's input (a generator).
-    void SetInjected(std::vector<SignalSpec> signals);
+    // The generator cabled to this unit's input, as it stands.
+    void SetGenerator(const GeneratorState& state);
 
     // Fault and condition controls.
     void SetStalled(bool stalled);
@@ -81,14 +82,18 @@ private:
     TimePoint NextBlockDue() const;
     double SampleRate() const;
     std::vector<uint8_t> DetectorSweep(int first, int last);
+    void StartGatedSweep(int first, int last, TimePoint now);
+    FrontEnd GatedFrontEnd(int point);
     const CalibrationImage& CalibrationLocked();
 
     UnitSpec spec_;
     UnitModel model_;
     Receiver receiver_;
     std::unique_ptr<CalibrationImage> calibration_;
-    std::vector<SignalSpec> injected_;
-    std::vector<SignalSpec> scene_; // bench signals, the injected ones and the test source
+    std::unique_ptr<GeneratorState> generator_;
+    std::vector<SignalSpec> injected_; // the generator's output at its set frequency
+    std::vector<SignalSpec> scene_;    // bench signals, the injected ones and the test source
+    int gateLow_ = 0, gateHigh_ = 0;   // LO window of a gated sweep
 
     FirmwareState fw_;
     FrameDecoder decoder_;

@@ -50,8 +50,8 @@ void Bus::Load(const Bench& bench) {
         std::weak_ptr<Analyzer> target;
         for (const auto& a : analyzers)
             if (a->Serial() == g.cabledTo) target = a;
-        auto sink = [target](uint32_t, std::vector<SignalSpec> signals) {
-            if (auto a = target.lock()) a->SetInjected(std::move(signals));
+        auto sink = [target](const GeneratorState& state) {
+            if (auto a = target.lock()) a->SetGenerator(state);
         };
         generators.push_back(std::make_shared<Generator>(g, timing, log_, sink));
     }

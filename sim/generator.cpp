@@ -13,23 +13,15 @@ uint8_t At(const std::vector<uint8_t>& p, size_t i) { return i < p.size() ? p[i]
 }  // namespace
 
 Generator::Generator(const GeneratorSpec& spec, const Timing& timing, CommandLog& log, OutputSink output)
-    : UsbDevice(spec.serial, timing, log), spec_(spec), output_(std::move(output)),
-      eeprom_(BuildGeneratorEeprom(spec)), replies_(1 << 14) {}
+    : UsbDevice(spec.serial, timing, log), output_(std::move(output)), eeprom_(BuildGeneratorEeprom(spec)),
+      replies_(1 << 14) {
+    state_.spec = spec;
+}
 
 std::string Generator::SerialText(int) const {
     char text[16];
     std::snprintf(text, sizeof text, "%08u", serial_);
     return text;
-}
-
-double Generator::OutputFrequency() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return frequencyWord_ * 10.0;
-}
-
-int Generator::AmplitudeCode() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return amplitudeCode_;
 }
 
 void Generator::OnWrite(int, const uint8_t* data, uint32_t count, TimePoint) {
@@ -46,6 +38,10 @@ void Generator::OnPortCycle(TimePoint) {
     replies_.Clear();
 }
 
+uint32_t Word32(const std::vector<uint8_t>& p) {
+    return At(p, 1) | At(p, 2) << 8 | At(p, 3) << 16 | static_cast<uint32_t>(At(p, 4)) << 24;
+}
+
 void Generator::Execute(const std::vector<uint8_t>& p) {
     if (p.empty()) return;
     switch (p[0]) {
@@ -58,35 +54,61 @@ void Generator::Execute(const std::vector<uint8_t>& p) {
             }
             return;
         case 'F':
-            frequencyWord_ = At(p, 1) | At(p, 2) << 8 | At(p, 3) << 16 | static_cast<uint32_t>(At(p, 4)) << 24;
+            state_.frequency = Word32(p) * 10.0;
             break;
         case 'A':
-            amplitudeCode_ = At(p, 1);
+            state_.code = At(p, 1);
             break;
+        case 'S':
+            state_.sweepStart = Word32(p) * 10.0;
+            break;
+        case 'T':
+            state_.sweepStep = Word32(p) * 10.0;
+            break;
+        case 'G':
+            state_.sweepPoints = At(p, 1) | At(p, 2) << 8;
+            ExpandList();
+            break;
+        case 'L': {
+            const size_t entry = At(p, 1);
+            if (entry >= 64) return;
+            if (list_.size() <= entry) list_.resize(entry + 1, {0, 0});
+            list_[entry] = {At(p, 2), At(p, 3) << 8 | At(p, 4)};
+            if (entry == 0) list_.resize(1); // a new list starts at entry 0
+            ExpandList();
+            break;
+        }
         default:
-            return; // reference, sweep and list commands: kept by the generator only
+            return; // the reference choice: kept by the generator only
     }
-    if (output_ && spec_.cabledTo) output_(spec_.cabledTo, OutputAtAnalyzer());
+    if (output_ && state_.spec.cabledTo) output_(state_);
 }
 
-std::vector<SignalSpec> Generator::OutputAtAnalyzer() const {
-    if (frequencyWord_ == 0) return {};
+void Generator::ExpandList() {
+    auto& codes = state_.pointCodes;
+    codes.clear();
+    for (const auto& [code, run] : list_) codes.insert(codes.end(), static_cast<size_t>(run), code);
+    const int last = list_.empty() ? state_.code : list_.back().first;
+    codes.resize(static_cast<size_t>(std::max(state_.sweepPoints, 0)), last);
+}
+
+SignalSpec SignalAtAnalyzer(const GeneratorSpec& spec, double frequency, int code) {
     SignalSpec s;
-    s.frequency = frequencyWord_ * 10.0;
-    s.level = GeneratorLevel(spec_, s.frequency, amplitudeCode_);
-    switch (spec_.dut.kind) {
+    s.frequency = frequency;
+    s.level = GeneratorLevel(spec, frequency, code);
+    switch (spec.dut.kind) {
         case DutKind::Thru:
             break;
         case DutKind::Attenuator:
-            s.level -= spec_.dut.loss;
+            s.level -= spec.dut.loss;
             break;
         case DutKind::Filter: {
-            const double x = 2.0 * (s.frequency - spec_.dut.center) / spec_.dut.bandwidth;
-            s.level -= spec_.dut.loss + 10.0 * std::log10(1.0 + std::pow(x, 6.0));
+            const double x = 2.0 * (frequency - spec.dut.center) / spec.dut.bandwidth;
+            s.level -= spec.dut.loss + 10.0 * std::log10(1.0 + std::pow(x, 6.0));
             break;
         }
     }
-    return {s};
+    return s;
 }
 
 namespace {

@@ -15,11 +15,24 @@
 
 namespace qorsim {
 
+// What the generator puts out, as the cabled analyzer needs to know it.
+struct GeneratorState {
+    GeneratorSpec spec;
+    double frequency = 0.0;       // Hz; 0: off
+    int code = 30;                // amplitude code
+    double sweepStart = 0.0;      // the loaded sweep, Hz
+    double sweepStep = 0.0;
+    int sweepPoints = 0;
+    std::vector<int> pointCodes;  // amplitude code of each sweep point, from the list
+};
+
+// The generator's signal at the analyzer's input, through the device under test.
+SignalSpec SignalAtAnalyzer(const GeneratorSpec& spec, double frequency, int code);
+
 class Generator : public UsbDevice {
 public:
-    // `output` is told the generator's signal at the cabled analyzer's input
-    // after every command that changes it (empty: output off).
-    using OutputSink = std::function<void(uint32_t analyzerSerial, std::vector<SignalSpec>)>;
+    // `output` is told the generator's state after every command that changes it.
+    using OutputSink = std::function<void(const GeneratorState&)>;
 
     Generator(const GeneratorSpec& spec, const Timing& timing, CommandLog& log, OutputSink output);
 
@@ -29,8 +42,6 @@ public:
     uint32_t ChipType() const override { return 5; } // single-channel full-speed chip
 
     const std::vector<uint8_t>& Eeprom() const { return eeprom_; }
-    double OutputFrequency();
-    int AmplitudeCode();
 
 private:
     void OnWrite(int channel, const uint8_t* data, uint32_t count, TimePoint now) override;
@@ -44,16 +55,15 @@ private:
     void OnPortCycle(TimePoint) override;
 
     void Execute(const std::vector<uint8_t>& p);
-    std::vector<SignalSpec> OutputAtAnalyzer() const;
+    void ExpandList();
 
-    GeneratorSpec spec_;
+    GeneratorState state_;
     OutputSink output_;
+    std::vector<std::pair<int, int>> list_; // (code, run) of each amplitude list entry
     std::vector<uint8_t> eeprom_;
     FrameDecoder decoder_;
     ByteQueue replies_;
     std::vector<uint8_t> frame_;
-    uint32_t frequencyWord_ = 0; // units of 10 Hz
-    int amplitudeCode_ = 30;
 };
 
 // The generator's calibration memory for its family.

@@ -39,6 +39,14 @@ void StreamProgram::StartHops(int first, int last) {
     blocksLeft_ = static_cast<uint64_t>(std::abs(last - first)) + 1;
 }
 
+void StreamProgram::StartGated(int blocks) {
+    Stop();
+    mode_ = Mode::Gated;
+    hopStep_ = 0;
+    hopDirection_ = 1;
+    blocksLeft_ = static_cast<uint64_t>(std::max(blocks, 0));
+}
+
 void StreamProgram::StartFrames(const std::vector<FirmwareState::Segment>& segments, int blocksPerStep) {
     Stop();
     if (segments.empty() || blocksPerStep < 1) return;
@@ -84,6 +92,7 @@ StreamProgram::Next StreamProgram::Peek() const {
             return head_.empty() ? Next::Block : Next::Bytes;
         case Mode::Capture:
         case Mode::Hops:
+        case Mode::Gated:
             if (!head_.empty()) return Next::Bytes;
             return blocksLeft_ > 0 ? Next::Block : Next::Nothing;
     }
@@ -112,6 +121,7 @@ void StreamProgram::TakeBlock(int* step) {
             if (--blocksLeft_ == 0) mode_ = Mode::Silent;
             break;
         case Mode::Hops:
+        case Mode::Gated:
             *step = hopStep_;
             hopStep_ += hopDirection_;
             if (--blocksLeft_ == 0) mode_ = Mode::Silent;
@@ -140,6 +150,7 @@ uint64_t StreamProgram::RemainingBytes() const {
             return bulk_.size() - bulkOffset_;
         case Mode::Capture:
         case Mode::Hops:
+        case Mode::Gated:
             return head_.size() + blocksLeft_ * kBlockBytes;
         default:
             return std::numeric_limits<uint64_t>::max();

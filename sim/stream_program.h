@@ -15,13 +15,15 @@ namespace qorsim {
 
 class StreamProgram {
 public:
-    enum class Mode { Silent, Stream, Capture, Hops, Frames, Bulk };
+    enum class Mode { Silent, Stream, Capture, Hops, Gated, Frames, Bulk };
     enum class Next { Nothing, Bytes, Block };
 
     void Stop();
     void StartStream();
     void StartCapture(int blocks);
     void StartHops(int first, int last);
+    // Blocks paced by a generator's points; TakeBlock gives the point's index.
+    void StartGated(int blocks);
     void StartFrames(const std::vector<FirmwareState::Segment>& segments, int blocksPerStep);
     void StartBulk(std::vector<uint8_t> data);
 
@@ -29,7 +31,7 @@ public:
     Next Peek() const;
     // Bytes of the next piece (sync word, header or bulk chunk), consumed.
     void TakeBytes(std::vector<uint8_t>& out);
-    // Consumes the next block; `step` is its hop step, -1 for the current tuning.
+    // Consumes the next block; `step` is its hop step (point index when gated), -1 for the current tuning.
     void TakeBlock(int* step);
     // Bytes still to come, or max() for a mode without end.
     uint64_t RemainingBytes() const;

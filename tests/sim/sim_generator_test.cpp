@@ -126,3 +126,44 @@ TEST(SimGenerator, SearchedCodeGivesTheLevelAtTheAnalyzer) {
         EXPECT_NEAR(measured, c.amplitude - c.loss, c.family == 2 ? 0.35 : 0.6) << c.family << " code " << code;
     }
 }
+
+TEST(SimGenerator, GatedSweepGivesOneBlockPerPointAndRunsOutTheWindow) {
+    LoadBench(R"({"clock": "fast", "units": [{"serial": 40000002, "type": 2, "noiseFloor": -250}],
+        "generators": [{"serial": 41000001, "family": 1, "cabledTo": 40000002}]})");
+    FT_HANDLE tg = OpenGenerator();
+    ASSERT_NE(tg, nullptr);
+    Unit u(40000002);
+    SetPath(u, 2, 1, true);
+    // 50 points of 20 kHz from 10.05 MHz: gate window 55 down to 50, 10 points per LO step, 2 before the start.
+    const double start = 10.05e6, step = 20e3;
+    const int points = 50;
+    SendTo(tg, {'L', 0, 20, 0, points + 1});
+    u.Send({'O', 2});
+    u.Send({'G', 10, 0, 2, 0});
+    auto word = [](uint32_t w) { return std::vector<uint8_t>{static_cast<uint8_t>(w), static_cast<uint8_t>(w >> 8),
+                                                              static_cast<uint8_t>(w >> 16), static_cast<uint8_t>(w >> 24)}; };
+    auto command = [](char c, std::vector<uint8_t> tail) {
+        tail.insert(tail.begin(), static_cast<uint8_t>(c));
+        return tail;
+    };
+    SendTo(tg, command('S', word(static_cast<uint32_t>(start * 0.1))));
+    SendTo(tg, command('T', word(static_cast<uint32_t>(step * 0.1))));
+    SendTo(tg, {'G', points, 0});
+    u.Send({'N', 55, 0, 50, 0});
+    const int expectedBlocks = 6 * 10 - 2 + 1; // what the host reads: points plus its extra reads
+    const auto x = Samples(u.Stream(2048u * expectedBlocks));
+    ASSERT_EQ(x.size(), 512u * expectedBlocks);
+    EXPECT_EQ(u.Queued(), 0u);
+    double first = 0, last = 0;
+    for (int j = 0; j < points; ++j) {
+        const double f = start + j * step;
+        const int w = static_cast<int>(std::lround((f - 105555.56) / 200e3));
+        const double b = kHighIfs - ((w + 54) * 200e3 - f);
+        const double level = ToneLevel(x, b, 512 * j, 512);
+        EXPECT_GT(level, ToneLevel(x, b + 20e3, 512 * j, 512) + 20.0) << j;
+        (j == 0 ? first : last) = level - qorsim_path_gain(40000002, f, 2, 1, 1, 0, b, -1, 30.0);
+    }
+    EXPECT_NEAR(first, last, 1.5);
+    u.Send({'O', 0});
+    FT_Close(tg);
+}
