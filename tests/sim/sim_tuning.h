@@ -21,9 +21,9 @@ inline std::vector<uint8_t> SynthWord(uint32_t w) {
             static_cast<uint8_t>(w)};
 }
 
-// A plain LO: the synthesizer's direct output above 149.9 MHz, the divided path below.
-// Returns the LO the registers give.
-inline double TuneLo(Unit& u, double frequency) {
+// A plain LO: the synthesizer's direct output above 149.9 MHz, the divided path
+// below (or always, when asked). Returns the LO the registers give.
+inline double TuneLo(Unit& u, double frequency, bool divided = false) {
     int dividerLog2 = 0;
     double x = frequency;
     while (x < 2.2e9) {
@@ -34,7 +34,7 @@ inline double TuneLo(Unit& u, double frequency) {
     const int fraction = static_cast<int>(std::floor((x - integer * 1e7) / 1e5));
     const int modulus = 100;
     int s = dividerLog2, d = 4;
-    if (frequency <= 1.499e8) {
+    if (frequency <= 1.499e8 || divided) {
         const int r = dividerLog2 - 3;
         d = 0;
         s = 1;
