@@ -17,17 +17,25 @@ double LowestTowardsHigher(const std::vector<double>& trace, int from, int direc
     return lowest;
 }
 
+double Median(std::vector<double> values) {
+    if (values.empty()) return 0.0;
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
 }  // namespace
 
 std::vector<Peak> StrongestPeaks(const std::vector<double>& trace, double startFreq, double binSize, int count,
-                                 double prominence) {
+                                 double prominence, double aboveFloor) {
     std::vector<Peak> peaks;
     const int n = static_cast<int>(trace.size());
+    const double floor = Median(trace);
     for (int i = 0; i < n; ++i) {
         const double v = trace[static_cast<std::size_t>(i)];
         const bool leftLower = i == 0 || trace[static_cast<std::size_t>(i - 1)] < v;
         const bool rightNotHigher = i == n - 1 || trace[static_cast<std::size_t>(i + 1)] <= v;
-        if (!leftLower || !rightNotHigher) continue;
+        if (!leftLower || !rightNotHigher || v < floor + aboveFloor) continue;
         // A peak's prominence is measured against the higher of its valleys; a
         // peak on an edge of the trace has only one.
         double valley = i > 0 ? LowestTowardsHigher(trace, i, -1) : LowestTowardsHigher(trace, i, +1);

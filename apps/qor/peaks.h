@@ -12,10 +12,11 @@ struct Peak {
     double level;
 };
 
-// Local maxima that stand at least `prominence` above the lowest point between
-// them and any stronger neighbour, strongest first, at most `count`.
+// Local maxima of a trace in dB that stand at least `prominence` above the
+// lowest point between them and any stronger neighbour, and `aboveFloor` above
+// the trace's median (its noise floor): strongest first, at most `count`.
 std::vector<Peak> StrongestPeaks(const std::vector<double>& trace, double startFreq, double binSize, int count,
-                                 double prominence = 6.0);
+                                 double prominence = 6.0, double aboveFloor = 15.0);
 
 }  // namespace qortool
 

@@ -44,22 +44,23 @@ std::pair<double, double> LevelRange(const Trace& trace) {
     return {std::floor(low / 10.0) * 10.0 - 10.0, std::ceil(high / 10.0) * 10.0 + 10.0};
 }
 
-// One unit for the whole frequency axis, chosen by the tick step, and as many
-// decimals as the ticks need.
+// One unit for the whole frequency axis, and as many decimals as its ticks need.
 struct AxisUnit {
     double scale;
     const char* name;
     int decimals;
 };
 
-AxisUnit FrequencyUnit(double step) {
-    AxisUnit unit{1.0, "Hz", 0};
-    if (step >= 1e8) {
-        unit = {1e9, "GHz", 0};
-    } else if (step >= 1e5) {
-        unit = {1e6, "MHz", 0};
-    } else if (step >= 100.0) {
-        unit = {1e3, "kHz", 0};
+AxisUnit FrequencyUnit(double highest, double step) {
+    static const AxisUnit kUnits[] = {{1e9, "GHz", 0}, {1e6, "MHz", 0}, {1e3, "kHz", 0}, {1.0, "Hz", 0}};
+    // The largest unit that the frequencies reach and that needs at most
+    // three decimals for the ticks.
+    AxisUnit unit = kUnits[3];
+    for (const AxisUnit& candidate : kUnits) {
+        if (highest >= candidate.scale && step / candidate.scale >= 0.001 - 1e-12) {
+            unit = candidate;
+            break;
+        }
     }
     unit.decimals = std::max(0, static_cast<int>(-std::floor(std::log10(step / unit.scale) + 1e-9)));
     return unit;
@@ -69,7 +70,8 @@ void DrawGrid(cairo_t* cr, const Frame& f, const Trace& trace) {
     cairo_set_line_width(cr, 1.0);
     cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
     const std::vector<double> xTicks = NiceTicks(f.x0, f.x1, 10);
-    const AxisUnit unit = FrequencyUnit(xTicks.size() > 1 ? xTicks[1] - xTicks[0] : f.x1 - f.x0);
+    const AxisUnit unit = FrequencyUnit(std::max(std::fabs(f.x0), std::fabs(f.x1)),
+                                        xTicks.size() > 1 ? xTicks[1] - xTicks[0] : f.x1 - f.x0);
     for (double x : xTicks) {
         cairo_set_source_rgb(cr, 0.88, 0.88, 0.88);
         cairo_move_to(cr, f.PixelX(x), kTop);

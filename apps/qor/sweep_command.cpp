@@ -77,6 +77,15 @@ void MeasureSweep(int device, Trace* trace) {
     }
 }
 
+// The maximum trace in dBm, whatever unit it was measured in.
+std::vector<double> InDbm(const Trace& trace) {
+    std::vector<double> dbm = trace.max;
+    if (trace.millivolts) {
+        for (double& v : dbm) v = v > 0.0 ? 20.0 * std::log10(v) - 46.9897 : -200.0;
+    }
+    return dbm;
+}
+
 std::string Caption(const SweepOptions& o, double center, double span, double rbw, double vbw) {
     char text[400];
     std::snprintf(text, sizeof text, "center %s   span %s   RBW %s   VBW %s   ref %.1f dBm   atten %s   gain %s%s%s   %s",
@@ -137,7 +146,8 @@ int RunSweep(const SweepOptions& o) {
     for (int n = 0; (o.sweeps == 0 || n < o.sweeps) && !interrupted; ++n) MeasureSweep(d, &trace);
     std::signal(SIGINT, SIG_DFL);
 
-    const std::vector<Peak> peaks = StrongestPeaks(trace.max, trace.startFreq, trace.binSize, o.peaks);
+    std::vector<Peak> peaks = StrongestPeaks(InDbm(trace), trace.startFreq, trace.binSize, o.peaks);
+    for (Peak& p : peaks) p.level = trace.max[static_cast<std::size_t>(p.bin)];
     PrintPeaks(peaks, trace.millivolts, serialNumber, o.showInjected);
     if (!o.csv.empty() && !WriteTraceCsv(o.csv, trace)) throw ToolError("--csv: cannot write " + o.csv);
     if (!o.png.empty()) {
