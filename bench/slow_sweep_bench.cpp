@@ -1,0 +1,99 @@
+// The narrow-span sweep: host time against the instrument time it stands for.
+// "x_realtime" is seconds of samples per second of host time: how many units
+// one core keeps up with.
+//
+// BM_SlowSpectrum: the processing of one capture (window, FFTs, video
+// average, detector), from the library's classes.
+// BM_SlowSweep: whole sweeps through the C API on the virtual instrument of
+// the build (immediate pacing), the instrument's sample rendering included;
+// with rejection a sweep is two captures.
+#include <benchmark/benchmark.h>
+
+#include <stdlib.h>
+
+#include <cmath>
+#include <filesystem>
+#include <random>
+#include <vector>
+
+#include "qor_api.h"
+#include "rbw_filter.h"
+#include "spectrum_core.h"
+
+namespace {
+
+constexpr unsigned kSerial = 12000002;  // the default bench's 4.4 GHz unit, a -30 dBm tone at 1 GHz
+
+int SampleCount(int fftSize) { return (fftSize + 767) / 512 * 512; }
+
+void BM_SlowSpectrum(benchmark::State& state) {
+    const double rbw = static_cast<double>(state.range(0));
+    qor::RbwFilter filter(rbw, qor::RbwShapeFlatTop, qor::kSampleRate, qor::UnitsLog, false);
+    const int samples = SampleCount(filter.fftSize);
+    qor::SpectrumCore core(&filter, qor::DetectorMinMax, 1.0, samples, false);
+    std::mt19937 random(1);
+    std::normal_distribution<double> noise(0.0, 1e-3);
+    std::vector<Ipp64fc> block(static_cast<size_t>(samples));
+    for (auto& x : block) x = {noise(random), noise(random)};
+    std::vector<double> min(static_cast<size_t>(filter.fftSize)), max(min.size());
+    for (auto _ : state) {
+        core.Process(block.data(), min.data(), max.data(), false);
+        benchmark::DoNotOptimize(max.data());
+    }
+    state.counters["x_realtime"] =
+        benchmark::Counter(samples / qor::kSampleRate, benchmark::Counter::kIsIterationInvariantRate);
+}
+BENCHMARK(BM_SlowSpectrum)->Arg(120000)->Arg(10000)->Arg(1000)->Arg(100)->Arg(10)->Arg(1)
+    ->Unit(benchmark::kMillisecond);
+
+#ifdef QOR_SIM_LIBRARY
+// The library finds its D2XX functions while its device table is built at
+// load: name the instrument of the build before any static object exists.
+__attribute__((constructor(101))) void UseTheInstrumentOfTheBuild() { setenv("QOR_D2XX_LIBRARY", QOR_SIM_LIBRARY, 0); }
+#endif
+
+// The device of the default bench, opened once for all runs; -1 without an instrument.
+int BenchDevice() {
+    static const int device = [] {
+        const auto folder = std::filesystem::temp_directory_path() / "qor_bench_calibration";
+        std::filesystem::create_directories(folder);
+        qorSetCalFilePath((folder.string() + "/").c_str());
+        int d = -1;
+        return qorOpenDeviceBySerialNumber(&d, static_cast<int>(kSerial)) == qorNoError ? d : -1;
+    }();
+    return device;
+}
+
+void BM_SlowSweep(benchmark::State& state) {
+    const int device = BenchDevice();
+    if (device < 0) {
+        state.SkipWithError("no virtual instrument (QOR_D2XX_LIBRARY)");
+        return;
+    }
+    const double rbw = static_cast<double>(state.range(0));
+    const bool reject = state.range(1) != 0;
+    qorConfigCenterSpan(device, 1.0e9 + 0.2 * std::min(rbw * 100, 200e3), std::min(rbw * 100, 200e3));
+    qorConfigSweepCoupling(device, rbw, rbw, reject);
+    if (qorInitiate(device, ModeSweep) < 0) {
+        state.SkipWithError("qorInitiate failed");
+        return;
+    }
+    int length = 0;
+    double start = 0.0, bin = 0.0;
+    qorQuerySweepInfo(device, &length, &start, &bin);
+    std::vector<double> min(static_cast<size_t>(length)), max(min.size());
+    qorGetSweep_64f(device, min.data(), max.data());  // the first sweep also settles the level
+    for (auto _ : state) {
+        if (qorGetSweep_64f(device, min.data(), max.data()) != qorNoError) state.SkipWithError("sweep failed");
+    }
+    qorAbort(device);
+    const qor::RbwGeometry g = qor::RbwGeometryFor(rbw, qor::RbwShapeFlatTop, qor::kSampleRate, false);
+    const double instrumentSeconds = (reject ? 2 : 1) * SampleCount(g.fftSize) / qor::kSampleRate;
+    state.counters["x_realtime"] =
+        benchmark::Counter(instrumentSeconds, benchmark::Counter::kIsIterationInvariantRate);
+}
+BENCHMARK(BM_SlowSweep)
+    ->Args({10000, 0})->Args({1000, 0})->Args({1000, 1})->Args({100, 0})->Args({10, 0})->Args({1, 0})
+    ->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace
