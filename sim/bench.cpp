@@ -118,6 +118,7 @@ Bench ParseBench(const std::string& text) {
         else if (order == "reversed") b.listOrder = ListOrder::Reversed;
         else if (order == "mixed") b.listOrder = ListOrder::Mixed;
         else throw std::runtime_error("listOrder must be \"unit\", \"reversed\" or \"mixed\"");
+        b.source = text;
         if (auto it = j.find("units"); it != j.end())
             for (const auto& u : *it) b.units.push_back(ParseUnit(u));
         if (auto it = j.find("generators"); it != j.end())

@@ -80,6 +80,7 @@ struct Bench {
     ListOrder listOrder = ListOrder::ByUnit;
     std::vector<UnitSpec> units;
     std::vector<GeneratorSpec> generators;
+    std::string source;         // the JSON text it was read from
 };
 
 constexpr double kFastClockScale = 100.0;

@@ -41,6 +41,11 @@ Bus& Bus::Instance() {
 
 Bus::Bus() { Load(StartupBench()); }
 
+std::string Bus::BenchSource() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return bench_.source;
+}
+
 void Bus::Load(const Bench& bench) {
     const Timing timing{bench.clockScale, bench.realtime};
     std::vector<std::shared_ptr<Analyzer>> analyzers;

@@ -29,6 +29,8 @@ public:
     // Replaces the whole bench; every open handle goes stale.
     void Load(const Bench& bench);
     double ClockScale();
+    // The JSON text of the bench in force.
+    std::string BenchSource();
     CommandLog& Log() { return log_; }
 
     std::shared_ptr<Analyzer> FindAnalyzer(uint32_t serial);

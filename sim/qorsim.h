@@ -27,6 +27,9 @@ QORSIM_API int qorsim_load_bench_json(const char* json);
 QORSIM_API int qorsim_load_bench_file(const char* path);
 /* Message of the last failed load on this thread, "" if none. */
 QORSIM_API const char* qorsim_last_error(void);
+/* The JSON text of the bench in force (the default bench's own text when no
+ * file was given); valid on this thread until the next call. */
+QORSIM_API const char* qorsim_bench_json(void);
 /* Speed of the instrument clock against real time: 1.0 for clock "real", 100.0 for "fast".
  * The library runs its own sleep and tick clock at this speed. */
 QORSIM_API double qorsim_clock_scale(void);

@@ -63,6 +63,16 @@ int qorsim_load_bench_file(const char* path) {
 
 const char* qorsim_last_error(void) { return lastError.c_str(); }
 
+const char* qorsim_bench_json(void) {
+    thread_local std::string text;
+    try {
+        text = Bus::Instance().BenchSource();
+    } catch (...) {
+        text.clear();
+    }
+    return text.c_str();
+}
+
 double qorsim_clock_scale(void) {
     try {
         return Bus::Instance().ClockScale();

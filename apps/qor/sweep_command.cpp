@@ -96,17 +96,18 @@ std::string Caption(const SweepOptions& o, double center, double span, double rb
     return text;
 }
 
-void PrintPeaks(const std::vector<Peak>& peaks, bool millivolts, int serial, bool showInjected) {
+void PrintPeaks(const std::vector<Peak>& peaks, const Trace& trace, int serial, bool showInjected) {
+    const bool millivolts = trace.millivolts;
     std::printf("%-4s %-18s %12s\n", "peak", "frequency", millivolts ? "level (mV)" : "level (dBm)");
     for (std::size_t k = 0; k < peaks.size(); ++k) {
         std::printf("%-4zu %-18s %12.2f\n", k + 1, FormatHz(peaks[k].frequency, 9).c_str(), peaks[k].level);
     }
     if (!showInjected) return;
-    const std::vector<InjectedSignal> injected = InjectedSignals(serial);
-    if (injected.empty()) return;
-    std::printf("\ninjected by the virtual instrument:\n%-4s %-18s %12s\n", "kind", "frequency", "level (dBm)");
-    for (const InjectedSignal& s : injected) {
-        std::printf("%-4s %-18s %12.2f\n", s.kind.c_str(), FormatHz(s.frequency, 9).c_str(), s.level);
+    const double last = trace.startFreq + trace.binSize * static_cast<double>(trace.max.size());
+    std::printf("\ninjected by the virtual instrument in this span:\n%-5s %-18s %12s\n", "kind", "frequency", "level (dBm)");
+    for (const InjectedSignal& s : InjectedSignals(serial)) {
+        if (s.frequency < trace.startFreq || s.frequency > last) continue;
+        std::printf("%-5s %-18s %12.2f\n", s.kind.c_str(), FormatHz(s.frequency, 9).c_str(), s.level);
     }
 }
 
@@ -148,7 +149,7 @@ int RunSweep(const SweepOptions& o) {
 
     std::vector<Peak> peaks = StrongestPeaks(InDbm(trace), trace.startFreq, trace.binSize, o.peaks);
     for (Peak& p : peaks) p.level = trace.max[static_cast<std::size_t>(p.bin)];
-    PrintPeaks(peaks, trace.millivolts, serialNumber, o.showInjected);
+    PrintPeaks(peaks, trace, serialNumber, o.showInjected);
     if (!o.csv.empty() && !WriteTraceCsv(o.csv, trace)) throw ToolError("--csv: cannot write " + o.csv);
     if (!o.png.empty()) {
         char title[64];
