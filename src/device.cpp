@@ -5,6 +5,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "engine_fast.h"
 #include "engine_rule.h"
 #include "engine_slow.h"
 #include "os.h"
@@ -267,9 +268,12 @@ qorStatus Device::InitiateSweep() {
     if (slow) {
         m_engine = std::make_unique<SlowSweepEngine>(&m_settings, m_rbwFilter.get(), &m_link, &m_calibration,
                                                      m_core.get(), &m_sweepInfo);
+    } else if (fast) {
+        m_engine = std::make_unique<FastSweepEngine>(&m_settings, m_rbwFilter.get(), &m_link, &m_calibration,
+                                                     m_core.get(), &m_sweepInfo);
     }
     if (!m_engine) {
-        Abort();  // no fast or midrange engine yet
+        Abort();  // no midrange engine yet
         return qorUnknownErr;
     }
     m_mode = ModeSweep;

@@ -1,5 +1,6 @@
 #include "sweep_engine.h"
 
+#include "analyzer_link.h"
 #include "ipps.h"
 #include "os.h"
 
@@ -37,6 +38,16 @@ void CopyTrace(const double* trace, double* out, int length) {
 
 void CopyTrace(const double* trace, float* out, int length) {
     if (length > 0) ippsConvert_64f32f(trace, out, length);
+}
+
+void SetGainIndex(AnalyzerLink* link, int gain) {
+    if (gain == 1) {
+        link->SetGainRegisters(0, 0);
+    } else if (gain == 2) {
+        link->SetGainRegisters(0, 128);
+    } else {
+        link->SetGainRegisters(128, 0);
+    }
 }
 
 }  // namespace qor

@@ -87,6 +87,10 @@ public:
 void CopyTrace(const double* trace, double* out, int length);
 void CopyTrace(const double* trace, float* out, int length);
 
+// Programs the gain stages for a gain index: 1 the middle setting, 2 the
+// most gain, any other the least.
+void SetGainIndex(AnalyzerLink* link, int gain);
+
 }  // namespace qor
 
 #endif

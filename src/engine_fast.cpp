@@ -1,0 +1,361 @@
+#include "engine_fast.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "analyzer_link.h"
+#include "calibration_store.h"
+#include "rbw_filter.h"
+#include "settings.h"
+#include "spectrum_core.h"
+
+namespace qor {
+namespace {
+
+constexpr int kBlock = AnalyzerLink::kBlockSamples;
+constexpr double kNominalIf = 10700000.0;
+constexpr double kSampledIf = 10694444.44;
+constexpr double kMixOffset = 5555.56;  // moves the sampled IF to the middle of the spectrum
+// Normalised frequencies of the mix tone (+5555.56 Hz) and of the two
+// shifted views of the low-band pass (+105555.56 Hz and -94444.44 Hz).
+constexpr double kMixFrequency = 0.011428571428571429;
+constexpr double kUpFrequency = 0.21714285805714284;
+constexpr double kDownFrequency = 0.8057142866285714;
+// The partner 21.4 MHz below exists from this LO index on.
+constexpr int kFirstPartnerStep = FastSweepPlan::kSegmentSteps + FastSweepPlan::kLowestStep;
+// Substitute entry e stands for LO index e + kLowEntryStep.
+constexpr int kLowEntryStep = 54;
+constexpr double kLowSubstituteDb = 1.5;
+constexpr double kNoPartnerBelow = 16.1e6;  // no LO 21.4 MHz under the signal
+constexpr int kStepsPerDone = 25;           // steps between two deliveries
+constexpr uint32_t kPartialWaitMs = 3000;
+
+void BuildTone(smart_array<Ipp64fc>& tone, double frequency) {
+    tone.Allocate(kBlock);
+    double phase = 0.0;
+    ippsTone_64fc(tone.get(), kBlock, 1.0, frequency, &phase, ippAlgHintFast);
+}
+
+}  // namespace
+
+FastSweepPlan PlanFastSweep(double start, double stop, double span, int32_t fftSize, double timebaseFactor,
+                            bool reject) {
+    constexpr int32_t kSegment = FastSweepPlan::kSegmentSteps;
+    constexpr double kStep = FastSweepPlan::kLoStep;
+    FastSweepPlan p;
+    const double ratio = timebaseFactor;
+    const double startDivided = start / ratio;
+    const double stopDivided = stop / ratio;
+    const double spanDivided = span / ratio;
+
+    const double binWidth = fftSize >= 2 ? kSampleRate / fftSize : kStep;
+    p.binsPerStep = static_cast<int32_t>(std::floor(kStep / binWidth + 0.5));
+    p.stepBin = kStep / p.binsPerStep;
+    p.binSize = p.stepBin * ratio;
+    p.sweepLength = static_cast<int32_t>(std::floor(span / p.binSize + 0.5));
+
+    // The first step shows its lowest kept bin 60 kHz above start at most,
+    // the last its highest 60 kHz below stop at least.
+    p.stepStart = static_cast<int32_t>(std::floor((startDivided + kNominalIf + 60000.0) / kStep));
+    p.stepStop = static_cast<int32_t>(std::ceil((stopDivided + kNominalIf - 60000.0) / kStep));
+    p.stepCount = p.stepStop - p.stepStart + 1;
+
+    const double edge = p.stepStart * kStep - kNominalIf - (p.binsPerStep / 2) * p.binSize;
+    p.firstBin = static_cast<int32_t>(std::floor((start - edge) / p.binSize + 0.5));
+    p.startFreq = p.firstBin * p.binSize + ratio * edge;
+
+    // Segments of 107 steps; with rejection the first reaches 107 steps
+    // further down, to fill the delay line with the partners.
+    p.segmentCount = std::max(1, static_cast<int32_t>(std::ceil(spanDivided / (kSegment * kStep))));
+    const int32_t lead = reject ? kSegment : 0;
+    p.segmentStart.resize(static_cast<size_t>(p.segmentCount));
+    p.segmentLength.resize(static_cast<size_t>(p.segmentCount));
+    for (int32_t k = 0; k < p.segmentCount; ++k) {
+        p.segmentStart[k] = p.stepStart + kSegment * k;
+        p.segmentLength[k] = k + 1 < p.segmentCount ? kSegment : p.stepCount - kSegment * k;
+    }
+    p.segmentStart[0] -= lead;
+    p.segmentLength[0] += lead;
+    if (p.segmentStart[0] < FastSweepPlan::kLowestStep) {
+        p.lowSteps = FastSweepPlan::kLowestStep - p.segmentStart[0];
+        p.segmentStart[0] = FastSweepPlan::kLowestStep;
+        p.segmentLength[0] -= p.lowSteps;
+    }
+    return p;
+}
+
+FastSweepEngine::FastSweepEngine(Settings* settings, RbwFilter* filter, AnalyzerLink* link,
+                                 CalibrationStore* calibration, SpectrumCore* core, SweepInfo* sweepInfo)
+    : SweepEngine(settings, filter, link, calibration, core, sweepInfo),
+      corr(calibration->corr.get()),
+      plan(PlanFastSweep(settings->start, settings->stop, settings->span, filter->fftSize, corr->timebaseFactor,
+                         settings->reject)),
+      fftSize(filter->fftSize),
+      reject(settings->reject) {
+    sweepInfo->sweepLength = plan.sweepLength;
+    sweepInfo->startFreq = plan.startFreq;
+    sweepInfo->binSize = plan.binSize;
+    sweepInfo->blocksPerStep = 1;
+
+    const int length = std::max(plan.sweepLength, 0);
+    ring.Allocate(kRingBlocks * kBlock);
+    ippsZero_64fc(ring.get(), kRingBlocks * kBlock);
+    BuildTone(mixTone, kMixFrequency);
+    minTrace.Allocate(length);
+    maxTrace.Allocate(length);
+    std::fill_n(minTrace.get(), length, -200.0);
+    std::fill_n(maxTrace.get(), length, -200.0);
+    // Room behind the traces: a step's correction slice may reach past the end.
+    corrHigh.Allocate(length + kBlock);
+    corrLow.Allocate(length + kBlock);
+    for (smart_array<double>* spectrum : {&specMinA, &specMaxA, &specMinB, &specMaxB}) spectrum->Allocate(fftSize);
+    if (plan.lowSteps > 0) {
+        BuildTone(toneUp, kUpFrequency);
+        BuildTone(toneDown, kDownFrequency);
+        lowMin.resize(kLowEntries);
+        lowMax.resize(kLowEntries);
+        for (int e = 0; e < kLowEntries; ++e) {
+            lowMin[e].Allocate(fftSize);
+            lowMax[e].Allocate(fftSize);
+        }
+    }
+    StartAcquisition([this] { Run(); });
+}
+
+FastSweepEngine::~FastSweepEngine() {
+    running = false;
+    startEvent.Set();
+    doneEvent.Set();
+    StopAcquisition();
+    link->orskPath = -1;
+    if (link->deviceType == DeviceTypeOrskB) link->SetClockShift(0);
+}
+
+void FastSweepEngine::ComputeCorrections() {
+    corr->temperature = link->ReadTemperature();
+    corr->preampOn = settings->preamp;
+    const int atten = settings->attenUsed;
+    const int gain = settings->gainUsed;
+    const int bps = plan.binsPerStep;
+    int k = ((plan.firstBin % bps) + bps) % bps;  // place of trace bin 0 within its step
+    for (int i = 0; i < plan.sweepLength; ++i) {
+        const double f = i * plan.binSize + plan.startFreq;
+        // The LO above the signal, and the IF offset of the bin there.
+        const double ifA = (k - bps / 2) * plan.binSize - kMixOffset;
+        const double loA = std::floor((f - ifA + kSampledIf) / FastSweepPlan::kLoStep + 0.5) * FastSweepPlan::kLoStep;
+        corrHigh[i] = corr->GetCorrection(f, atten, gain, 1, ifA, corr->BandOf(loA));
+        // The partner's view: the LO 21.4 MHz below, the IF offset turned over.
+        if (reject) {
+            const double ifB = (bps / 2 - k) * plan.binSize - kMixOffset;
+            const double loB = f < kNoPartnerBelow ? loA
+                                                   : std::floor((ifB + f - kSampledIf) / FastSweepPlan::kLoStep + 0.5) *
+                                                         FastSweepPlan::kLoStep;
+            corrLow[i] = corr->GetCorrection(f, atten, gain, 1, ifB, corr->BandOf(loB));
+        }
+        if (++k == bps) k = 0;
+    }
+}
+
+void FastSweepEngine::PrepareLevel() {
+    Settings& s = *settings;
+    if (s.atten >= 0 && s.gain >= 0) {
+        s.attenUsed = s.atten;
+        s.gainUsed = s.gain;
+        ComputeCorrections();
+        return;
+    }
+    s.preamp = s.refLevel <= -29.9 && s.start >= 250e3;
+    s.attenUsed = 2;
+    s.gainUsed = 1;
+    ComputeCorrections();
+    const double smallest =
+        plan.sweepLength > 0 ? *std::min_element(corrHigh.get(), corrHigh.get() + plan.sweepLength) : 0.0;
+    corr->SelectAttenGain(smallest, s.refLevel, &s.attenUsed, &s.gainUsed);
+    ComputeCorrections();
+}
+
+void FastSweepEngine::ConfigurePath() {
+    const Settings& s = *settings;
+    link->SetPreamp(s.preamp);
+    link->SetPathFilter(0, corr->BandOf(s.start));
+    SetGainIndex(link, s.gainUsed);
+    link->SetAttenuation(s.attenUsed * link->attenStep);
+}
+
+void FastSweepEngine::LowBandPass() {
+    link->RestoreSynthModulus();
+    link->SetSweepWindow(kFirstPartnerStep - 1, kFirstPartnerStep - 1 - plan.lowSteps);
+    Ipp64fc* raw = RingBlock(0);
+    Ipp64fc* up = RingBlock(1);
+    Ipp64fc* down = RingBlock(2);
+    const int half = fftSize / 2;
+    for (int i = kLowEntries - plan.lowSteps; i <= kLowEntries; ++i) {
+        if (!link->ReadSamples512(raw)) usbError = 1;  // seen by the next get call
+        ippsMul_64fc(raw, toneUp.get(), up, kBlock);
+        ippsMul_64fc(raw, toneDown.get(), down, kBlock);
+        core->Process(down, specMinB.get(), specMaxB.get(), false);
+        core->Process(up, specMinA.get(), specMaxA.get(), false);
+        if (half == 0) continue;  // no FFT: nothing to keep
+        // An entry joins the upper half of one block and the lower half of the previous one.
+        if (i > 0) {
+            ippsCopy_64f(specMinA.get() + half, lowMin[i - 1].get() + half, half);
+            ippsCopy_64f(specMaxA.get() + half, lowMax[i - 1].get() + half, half);
+        }
+        if (i >= 0 && i < kLowEntries) {
+            ippsCopy_64f(specMinB.get(), lowMin[i].get(), half);
+            ippsCopy_64f(specMaxB.get(), lowMax[i].get(), half);
+        }
+    }
+}
+
+bool FastSweepEngine::ProcessStep(int step, int s) {
+    Ipp64fc* block = RingBlock(ringWrite);
+    const int lag = (ringWrite - ringRead) & (kRingBlocks - 1);
+    ringWrite = (ringWrite + 1) & (kRingBlocks - 1);
+    if (!link->ReadSamples512(block)) {
+        usbError = 1;  // go on with what the block holds
+        doneEvent.Set();
+    }
+    ippsMul_64fc_I(mixTone.get(), block, kBlock);
+    if (!reject) {
+        core->Process(block, specMinA.get(), specMaxA.get(), false);
+        return true;
+    }
+    if (lag < FastSweepPlan::kSegmentSteps) return false;  // the partner of this block is not there yet
+    core->Process(RingBlock(ringRead + FastSweepPlan::kSegmentSteps), specMinA.get(), specMaxA.get(), false);
+    Ipp64fc* older = RingBlock(ringRead);
+    ringRead = (ringRead + 1) & (kRingBlocks - 1);
+    const int entry = step - kLowEntryStep;
+    if (step >= kFirstPartnerStep) {
+        // Taken 21.4 MHz lower: conjugated, it shows the same RF on the same bins.
+        ippsConj_64fc(older, older, kBlock);
+        core->Process(older, specMinB.get(), specMaxB.get(), false);
+    } else if ((fftSize == 1 && s < plan.lowSteps + FastSweepPlan::kSegmentSteps) || entry < 0) {
+        // No usable substitute: this step goes without rejection.
+        ippsCopy_64f(specMinA.get(), specMinB.get(), fftSize);
+        ippsCopy_64f(specMaxA.get(), specMaxB.get(), fftSize);
+    } else {
+        ippsAddC_64f(lowMin[entry].get(), kLowSubstituteDb, specMinB.get(), fftSize);
+        ippsAddC_64f(lowMax[entry].get(), kLowSubstituteDb, specMaxB.get(), fftSize);
+    }
+    return true;
+}
+
+void FastSweepEngine::WriteStep() {
+    const int bps = plan.binsPerStep;
+    int count = bps;
+    int from = fftSize / 2 - bps / 2;
+    int to = bps * traceStep - plan.firstBin;
+    if (to < 0) {
+        count += to;
+        from -= to;
+        to = 0;
+    }
+    if (count + to > plan.sweepLength) count = plan.sweepLength - to;
+    if (count <= 0) return;
+
+    std::lock_guard<std::mutex> lock(traceLock);
+    double* minA = specMinA.get() + from;
+    double* maxA = specMaxA.get() + from;
+    if (reject) {
+        double* minB = specMinB.get() + from;
+        double* maxB = specMaxB.get() + from;
+        ippsAdd_64f(corrHigh.get() + to, minA, minA, count);
+        ippsAdd_64f(corrHigh.get() + to, maxA, maxA, count);
+        ippsAdd_64f(corrLow.get() + to, minB, minB, count);
+        ippsAdd_64f(corrLow.get() + to, maxB, maxB, count);
+        // What shows in one view only is an image: keep the lower reading.
+        ippsMinEvery_64f(minA, minB, minTrace.get() + to, count);
+        ippsMinEvery_64f(maxA, maxB, maxTrace.get() + to, count);
+    } else {
+        ippsAdd_64f(corrHigh.get() + to, minA, minTrace.get() + to, count);
+        ippsAdd_64f(corrHigh.get() + to, maxA, maxTrace.get() + to, count);
+    }
+    progress = count + to;
+}
+
+void FastSweepEngine::Run() {
+    link->RestoreSynthModulus();
+    PrepareLevel();
+    ConfigurePath();
+    while (running) {
+        if (segment == 0) {
+            startEvent.Wait();
+            if (!running) break;
+            if (plan.lowSteps > 0) {
+                LowBandPass();
+                ringWrite = (ringWrite + plan.lowSteps) & (kRingBlocks - 1);
+            }
+        }
+        const int first = plan.segmentStart[segment];
+        const int length = plan.segmentLength[segment];
+        link->SetSweepWindow(first, first + length - 1);
+        for (int s = 0; s < length; ++s) {
+            // A healthy segment is read to its end so that the stream is
+            // drained; on a dead link a stop need not wait for that.
+            if (usbError && !running) break;
+            if (!ProcessStep(first + s, s)) continue;
+            WriteStep();
+            ++traceStep;
+            if (s % kStepsPerDone == kStepsPerDone - 1 && s < length - 20) doneEvent.Set();
+        }
+        if (++segment == plan.segmentCount) {
+            segment = 0;
+            traceStep = 0;
+            ringWrite = 0;
+            ringRead = 0;
+            idle = 1;
+        }
+        doneEvent.Set();
+    }
+}
+
+template <typename T>
+qorStatus FastSweepEngine::Deliver(T* min, T* max) {
+    doneEvent.Wait();
+    if (running) {
+        CopyTrace(minTrace.get(), min, plan.sweepLength);
+        CopyTrace(maxTrace.get(), max, plan.sweepLength);
+    }
+    return usbError ? qorUsbCommErr : qorNoError;
+}
+
+template <typename T>
+qorStatus FastSweepEngine::DeliverPartial(T* min, T* max, int* start, int* stop, bool waitForever) {
+    if (idle.load()) {
+        startEvent.Set();
+        idle = 0;
+    }
+    if (usbError) return qorUsbCommErr;
+    if (waitForever) {
+        doneEvent.Wait();
+    } else {
+        doneEvent.Wait(kPartialWaitMs);
+    }
+    std::lock_guard<std::mutex> lock(traceLock);
+    const int newStop = progress.load();
+    int newStart = delivered.exchange(newStop);
+    // With nothing new the wide form reports its old position, the narrow form 0.
+    if (waitForever ? newStart > newStop : newStart >= newStop) newStart = 0;
+    *start = newStart;
+    *stop = newStop;
+    if (running) {
+        CopyTrace(minTrace.get(), min, plan.sweepLength);
+        CopyTrace(maxTrace.get(), max, plan.sweepLength);
+    }
+    return qorNoError;
+}
+
+qorStatus FastSweepEngine::GetSweep64(double* min, double* max) { return Deliver(min, max); }
+
+qorStatus FastSweepEngine::GetSweep32(float* min, float* max) { return Deliver(min, max); }
+
+qorStatus FastSweepEngine::GetPartialSweep64(double* min, double* max, int* start, int* stop) {
+    return DeliverPartial(min, max, start, stop, true);
+}
+
+qorStatus FastSweepEngine::GetPartialSweep32(float* min, float* max, int* start, int* stop) {
+    return DeliverPartial(min, max, start, stop, false);
+}
+
+}  // namespace qor

@@ -1,0 +1,127 @@
+// The hopped sweep of wide spans: the unit steps its LO by itself in steps
+// of 200 kHz, one 512-sample block per step, after one sweep window command
+// per segment of 107 steps. Of each block the last 256 samples make one
+// short spectrum, whose central 200 kHz (binsPerStep bins) land in the
+// trace. LO index n is an LO of n x 200 kHz; after the 5555.56 Hz mix a bin
+// offset y from the middle of the spectrum is the RF n x 200 kHz - 10.7 MHz + y.
+//
+// Image rejection pairs each block with the one taken 107 steps (21.4 MHz)
+// lower, conjugated: it shows the same RF from the other side of its LO, and
+// the bin-by-bin minimum of the two views keeps what shows in both. The ring
+// of 256 blocks is the delay line for that partner. Below 16.1 MHz there is
+// no such partner; a low-band pass ahead of the sweep builds substitute
+// spectra from two shifted views of the high side.
+//
+// Thread: one, on request. It sleeps on startEvent while `idle` is 1; the
+// first partial get call after that sets startEvent and clears `idle`. The
+// thread then runs the segments, writes each step's bins under traceLock and
+// moves `progress`, sets doneEvent every 25 steps and after each segment,
+// and at the end of the sweep sets `idle` again. The caller copies the whole
+// traces under traceLock; `delivered` tells it where its last copy ended.
+// Shared with the caller: the two events, traceLock (guards minTrace,
+// maxTrace and progress's agreement with them), and the atomic words idle,
+// delivered, progress and usbError. The ring, the spectra and the correction
+// tables belong to the thread alone.
+#ifndef QOR_ENGINE_FAST_H
+#define QOR_ENGINE_FAST_H
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include "ipps.h"
+#include "os.h"
+#include "smart_array.h"
+#include "sweep_engine.h"
+
+namespace qor {
+
+class DeviceCorr;
+
+// The step grid and segments of a hopped sweep, fixed before anything runs.
+struct FastSweepPlan {
+    static constexpr int32_t kSegmentSteps = 107;   // steps of a segment, and the partner distance
+    static constexpr int32_t kLowestStep = 27;      // lowest LO index a sweep uses
+    static constexpr double kLoStep = 200000.0;
+
+    int32_t binsPerStep = 0;  // trace bins taken from each step
+    int32_t firstBin = 0;     // bins left out at the start of the first step
+    int32_t sweepLength = 0;
+    int32_t stepStart = 0;    // LO index of the first step that reaches the trace
+    int32_t stepStop = 0;
+    int32_t stepCount = 0;
+    int32_t lowSteps = 0;     // LO indices below kLowestStep that rejection would need
+    int32_t segmentCount = 0;
+    double stepBin = 0.0;     // bin width in the divided frequency domain
+    double binSize = 0.0;     // reported bin width: stepBin x timebase factor
+    double startFreq = 0.0;   // reported frequency of trace bin 0
+    std::vector<int32_t> segmentStart;   // first LO index of each segment
+    std::vector<int32_t> segmentLength;  // steps of each segment
+};
+
+// The plan for a sweep from `start` to `stop` (span `span`, all as
+// configured, in Hz) with an FFT of `fftSize` points (1: no FFT), a
+// timebase factor and rejection on or off.
+FastSweepPlan PlanFastSweep(double start, double stop, double span, int32_t fftSize, double timebaseFactor,
+                            bool reject);
+
+class FastSweepEngine : public SweepEngine {
+public:
+    FastSweepEngine(Settings* settings, RbwFilter* filter, AnalyzerLink* link, CalibrationStore* calibration,
+                    SpectrumCore* core, SweepInfo* sweepInfo);
+    ~FastSweepEngine() override;
+
+    qorStatus GetSweep64(double* min, double* max) override;
+    qorStatus GetSweep32(float* min, float* max) override;
+    qorStatus GetPartialSweep64(double* min, double* max, int* start, int* stop) override;
+    qorStatus GetPartialSweep32(float* min, float* max, int* start, int* stop) override;
+
+private:
+    static constexpr int kRingBlocks = 256;
+    static constexpr int kLowEntries = 80;  // substitute spectra of the lowest band
+
+    template <typename T>
+    qorStatus Deliver(T* min, T* max);
+    template <typename T>
+    qorStatus DeliverPartial(T* min, T* max, int* start, int* stop, bool waitForever);
+
+    void Run();
+    void PrepareLevel();
+    void ComputeCorrections();
+    void ConfigurePath();
+    void LowBandPass();
+    // One step of a segment; false when it is to be skipped (no partner yet).
+    bool ProcessStep(int step, int s);
+    void WriteStep();
+    Ipp64fc* RingBlock(int slot) { return ring.get() + static_cast<size_t>(slot & (kRingBlocks - 1)) * 512; }
+
+    os::AutoResetEvent startEvent;
+    os::AutoResetEvent doneEvent;
+    std::mutex traceLock;
+    std::atomic<int> idle{1};
+    std::atomic<int> delivered{0};
+    std::atomic<int> progress{0};
+    std::atomic<int> usbError{0};
+
+    DeviceCorr* corr;
+    const FastSweepPlan plan;
+    const int32_t fftSize;
+    const bool reject;
+    int32_t segment = 0;
+    // Thread-local positions of the sweep in progress.
+    int32_t ringWrite = 0;
+    int32_t ringRead = 0;
+    int32_t traceStep = 0;
+
+    smart_array<Ipp64fc> ring;  // kRingBlocks blocks of 512 samples
+    smart_array<Ipp64fc> mixTone, toneUp, toneDown;
+    smart_array<double> minTrace, maxTrace;
+    smart_array<double> corrHigh, corrLow;  // sweepLength + 512
+    smart_array<double> specMinA, specMaxA, specMinB, specMaxB;
+    std::vector<smart_array<double>> lowMin, lowMax;  // kLowEntries each, only with low steps
+};
+
+}  // namespace qor
+
+#endif
