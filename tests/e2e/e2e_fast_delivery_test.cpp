@@ -1,0 +1,154 @@
+// How a hopped sweep reaches the caller and the unit: partial results that
+// grow step by step, the hop windows with the clock trim of the 12.4 GHz B
+// unit, and a unit that goes away in the middle of a sweep.
+#include <chrono>
+
+#include "e2e_fast_fixture.h"
+
+namespace {
+
+using namespace fastsweep;
+
+constexpr unsigned kVelm = 40000001, kVelmB = 40000002, kOrskB = 40000004;
+constexpr int kBinsPerStep = 105;  // at 6.5 kHz
+
+class FastSweepDelivery : public FastSweepSuite {
+protected:
+    static void SetUpTestSuite() {
+        const Sim* sim = TheSim();
+        if (!sim) return;
+        const std::vector<Tone> tones = {{150.1e6, -30}, {7030.0e6, -30}};
+        ASSERT_EQ(0, sim->loadBench(BenchJson({UnitJson(kVelm, 1, tones), UnitJson(kVelmB, 2, tones),
+                                               UnitJson(kOrskB, 4, tones)})
+                                        .c_str()))
+            << sim->lastError();
+        EnterCalibrationFolder("delivery");
+    }
+    static void TearDownTestSuite() { LeaveCalibrationFolder(); }
+    void SetUp() override {
+        sim = TheSim();
+        if (!sim) GTEST_SKIP() << "the virtual instrument is not loaded (QOR_D2XX_LIBRARY)";
+    }
+    // Configures and starts a sweep without fetching it.
+    static void Start(int device, double start, double stop, double rbw, bool reject) {
+        ASSERT_EQ(qorNoError, qorConfigCenterSpan(device, (start + stop) / 2, stop - start));
+        ASSERT_EQ(qorNoError, qorConfigSweepCoupling(device, rbw, rbw, reject));
+        ASSERT_EQ(qorNoError, qorInitiate(device, 0));
+    }
+
+    const Sim* sim = nullptr;
+};
+
+TEST_F(FastSweepDelivery, PartialSweepsGrowStepByStep) {
+    const int device = Open(kVelmB);
+    ASSERT_GE(device, 0);
+    Start(device, 100e6, 200e6, 6500.0, false);
+    int length = 0;
+    double startFreq = 0.0, binSize = 0.0;
+    ASSERT_EQ(qorNoError, qorQuerySweepInfo(device, &length, &startFreq, &binSize));
+    ASSERT_EQ(length, 52500);
+    std::vector<float> min(length), max(length);
+
+    // First sweep: each call reports what is new since the last one, on the
+    // step grid; beyond it the trace is not measured yet.
+    int delivered = 0, calls = 0, gridStop = -1;
+    while (delivered < length) {
+        int start = -1, stop = -1;
+        ASSERT_EQ(qorNoError, qorGetPartialSweep_32f(device, min.data(), max.data(), &start, &stop));
+        ASSERT_LT(++calls, 1000);
+        if (stop == delivered) continue;  // woken with nothing new
+        EXPECT_EQ(start, delivered);
+        ASSERT_GT(stop, delivered);
+        ASSERT_LE(stop, length);
+        if (stop < length) {
+            if (gridStop < 0) gridStop = stop;
+            EXPECT_EQ((stop - gridStop) % kBinsPerStep, 0) << stop;
+        }
+        EXPECT_GT(max[stop - 1], -200.0f);
+        for (int i = stop; i < length; ++i) ASSERT_EQ(max[i], -200.0f) << i;
+        delivered = stop;
+    }
+
+    // The next calls ask for a new sweep: its first news start again from
+    // bin 0, and beyond them the trace still holds the last sweep. (The wide
+    // form reports an old position with nothing new.)
+    int start = -1, stop = -1;
+    EXPECT_EQ(qorNullPtrErr, qorGetPartialSweep_64f(device, nullptr, nullptr, &start, &stop));
+    std::vector<double> min64(length), max64(length);
+    for (int call = 0; call < 10 && start == stop; ++call) {
+        ASSERT_EQ(qorNoError, qorGetPartialSweep_64f(device, min64.data(), max64.data(), &start, &stop));
+    }
+    EXPECT_EQ(start, 0);
+    for (int i = stop; i < length; ++i) ASSERT_GT(max64[i], -200.0) << i;
+    EXPECT_EQ(qorNoError, qorGetSweep_64f(device, min64.data(), max64.data()));
+    qorCloseDevice(device);
+}
+
+// One window a segment of 107 steps, tiling the steps; on the 12.4 GHz B unit
+// above LO index 20000 each window comes with the clock trim of its segment.
+TEST_F(FastSweepDelivery, HopWindowsAndClockTrim) {
+    const int device = Open(kOrskB);
+    ASSERT_GE(device, 0);
+    sim->clearLog(kOrskB);
+    Start(device, 7000e6, 7100e6, 6500.0, false);
+    std::vector<float> min(52500), max(52500);
+    ASSERT_EQ(qorNoError, qorGetSweep_32f(device, min.data(), max.data()));
+    ASSERT_EQ(qorNoError, qorAbort(device));
+
+    std::vector<std::vector<unsigned char>> windows;
+    int trim = -1;
+    int trimsBeforeWindows = 0;
+    for (const auto& c : sim->Commands(kOrskB)) {
+        if (c[0] == 'Z' && c.size() == 3 && c[1] == '3') trim = c[2];
+        if (c[0] != 'N' || c.size() != 5) continue;
+        const int first = c[1] | c[2] << 8;
+        EXPECT_EQ(trim, (first / 107) % 2 == 0 ? 3 : 0) << first;
+        ++trimsBeforeWindows;
+        windows.push_back(c);
+    }
+    // 100 MHz in 5 segments of 21.4 MHz. A caller that comes late may have
+    // asked for a second sweep that the abort cut short.
+    ASSERT_GE(windows.size(), 5u);
+    EXPECT_EQ(trimsBeforeWindows, static_cast<int>(windows.size()));
+    const int stepStart = static_cast<int>((7000e6 + 10.76e6) / 200000.0);
+    int next = stepStart;
+    for (size_t k = 0; k < 5; ++k) {
+        const auto& w = windows[k];
+        const int first = w[1] | w[2] << 8, last = w[3] | w[4] << 8;
+        EXPECT_EQ(first, next);
+        EXPECT_LE(last - first + 1, 107);
+        next = last + 1;
+    }
+    // Leaving the mode returns the trim to 0.
+    EXPECT_EQ(trim, 0);
+    qorCloseDevice(device);
+}
+
+TEST_F(FastSweepDelivery, UnpluggedMidSweep) {
+    const int device = Open(kVelm);
+    ASSERT_GE(device, 0);
+    Start(device, 1e6, 4.4e9, 100000.0, false);
+    int length = 0;
+    double startFreq = 0.0, binSize = 0.0;
+    ASSERT_EQ(qorNoError, qorQuerySweepInfo(device, &length, &startFreq, &binSize));
+    std::vector<float> min(length), max(length);
+    int start = 0, stop = 0;
+    ASSERT_EQ(qorNoError, qorGetPartialSweep_32f(device, min.data(), max.data(), &start, &stop));
+
+    ASSERT_EQ(0, sim->unplug(kVelm, 0.0));
+    qorStatus status = qorNoError;
+    for (int call = 0; call < 50 && status == qorNoError; ++call) {
+        status = qorGetPartialSweep_32f(device, min.data(), max.data(), &start, &stop);
+    }
+    EXPECT_EQ(status, qorUsbCommErr);
+    EXPECT_EQ(qorUsbCommErr, qorGetPartialSweep_32f(device, min.data(), max.data(), &start, &stop));
+    EXPECT_EQ(qorUsbCommErr, qorGetSweep_32f(device, min.data(), max.data()));
+
+    // Generous bounds: they catch a thread that drains a dead stream, not speed.
+    const auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(qorNoError, qorAbort(device));
+    EXPECT_EQ(qorNoError, qorCloseDevice(device));
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(2));
+}
+
+}  // namespace

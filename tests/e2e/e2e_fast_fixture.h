@@ -1,0 +1,172 @@
+// What the hopped-sweep tests share: the virtual instrument's control calls,
+// a calibration folder of the run, and sweeps through the C API with the
+// tones found in them.
+#ifndef QOR_TESTS_E2E_FAST_FIXTURE_H
+#define QOR_TESTS_E2E_FAST_FIXTURE_H
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "qor_api.h"
+
+namespace fastsweep {
+
+// The control side of the virtual instrument that the library loaded.
+struct Sim {
+    int (*loadBench)(const char*);
+    const char* (*lastError)();
+    int (*unplug)(unsigned, double);
+    int (*commandCount)(unsigned);
+    int (*commandLog)(unsigned, int, unsigned char*, int);
+    void (*clearLog)(unsigned);
+
+    // The payloads logged for `serial` since the log was cleared, in order.
+    std::vector<std::vector<unsigned char>> Commands(unsigned serial) const {
+        std::vector<std::vector<unsigned char>> found;
+        unsigned char payload[8];
+        for (int i = 0; i < commandCount(serial); ++i) {
+            const int length = commandLog(serial, i, payload, sizeof payload);
+            if (length >= 1) found.emplace_back(payload, payload + std::min<int>(length, sizeof payload));
+        }
+        return found;
+    }
+};
+
+// Null when the suite runs without the virtual instrument.
+inline const Sim* TheSim() {
+    static const Sim* sim = []() -> const Sim* {
+        const char* path = std::getenv("QOR_D2XX_LIBRARY");
+        void* library = path ? dlopen(path, RTLD_NOW | RTLD_LOCAL) : nullptr;
+        if (!library) return nullptr;
+        static Sim s;
+        auto get = [library](auto& fn, const char* name) {
+            fn = reinterpret_cast<std::remove_reference_t<decltype(fn)>>(dlsym(library, name));
+            return fn != nullptr;
+        };
+        const bool all = get(s.loadBench, "qorsim_load_bench_json") && get(s.lastError, "qorsim_last_error") &&
+                         get(s.unplug, "qorsim_unplug") && get(s.commandCount, "qorsim_command_count") &&
+                         get(s.commandLog, "qorsim_command_log") && get(s.clearLog, "qorsim_clear_command_log");
+        return all ? &s : nullptr;
+    }();
+    return sim;
+}
+
+struct Tone {
+    double frequency;
+    double level;
+};
+
+// A bench unit with calibration on board and a scene of CW tones.
+inline std::string UnitJson(unsigned serial, int type, const std::vector<Tone>& tones) {
+    std::string json = "{\"serial\": " + std::to_string(serial) + ", \"type\": " + std::to_string(type) +
+                       ", \"onDeviceCalibration\": true, \"temperature\": 30.0, \"noiseFloor\": -140.0, \"signals\": [";
+    for (size_t i = 0; i < tones.size(); ++i) {
+        json += (i ? ", " : "") + std::string("{\"kind\": \"cw\", \"frequency\": ") +
+                std::to_string(tones[i].frequency) + ", \"level\": " + std::to_string(tones[i].level) + "}";
+    }
+    return json + "]}";
+}
+
+inline std::string BenchJson(const std::vector<std::string>& units) {
+    std::string json = R"({"clock": "fast", "pacing": "immediate", "units": [)";
+    for (size_t i = 0; i < units.size(); ++i) json += (i ? ", " : "") + units[i];
+    return json + "]}";
+}
+
+// One sweep's result with the grid it lies on.
+struct Trace {
+    int length = 0;
+    double startFreq = 0.0;
+    double binSize = 0.0;
+    std::vector<float> min, max;
+
+    double FrequencyOf(int bin) const { return startFreq + bin * binSize; }
+    // Strongest bin of the max trace within `reach` Hz of `frequency`; -1 if none lies there.
+    int PeakNear(double frequency, double reach) const {
+        const int lo = std::max(0, static_cast<int>(std::ceil((frequency - reach - startFreq) / binSize)));
+        const int hi = std::min(length - 1, static_cast<int>(std::floor((frequency + reach - startFreq) / binSize)));
+        int best = -1;
+        for (int i = lo; i <= hi; ++i) {
+            if (best < 0 || max[i] > max[best]) best = i;
+        }
+        return best;
+    }
+};
+
+// Opens units once per suite, in a calibration folder of the run.
+class FastSweepSuite : public ::testing::Test {
+protected:
+    static std::filesystem::path& Folder() {
+        static std::filesystem::path folder;
+        return folder;
+    }
+    static void EnterCalibrationFolder(const char* tag) {
+        Folder() = std::filesystem::temp_directory_path() / (std::string("qor_e2e_fast_") + tag + "_" +
+                                                              std::to_string(getpid()));
+        std::filesystem::create_directories(Folder());
+        qorSetCalFilePath((Folder().string() + "/").c_str());
+        setenv("QOR_CAL_URL", "http://127.0.0.1:9", 1);  // no download leaves the machine
+    }
+    static void LeaveCalibrationFolder() {
+        for (int device = 0; device < 8; ++device) qorCloseDevice(device);
+        std::filesystem::remove_all(Folder());
+    }
+    // Opens the unit, -1 on failure.
+    static int Open(unsigned serial) {
+        int device = -1;
+        return qorOpenDeviceBySerialNumber(&device, static_cast<int>(serial)) == qorNoError ? device : -1;
+    }
+
+    // One whole sweep from `start` to `stop`; the status of qorInitiate goes to `initiate`.
+    static Trace Sweep(int device, double start, double stop, double rbw, bool reject, int shape = 1,
+                       qorStatus* initiate = nullptr) {
+        Trace t;
+        EXPECT_EQ(qorNoError, qorConfigCenterSpan(device, (start + stop) / 2, stop - start));
+        EXPECT_EQ(qorNoError, qorConfigSweepCoupling(device, rbw, rbw, reject));
+        EXPECT_EQ(qorNoError, qorConfigRBWShape(device, shape));
+        const qorStatus status = qorInitiate(device, 0);
+        if (initiate) *initiate = status;
+        EXPECT_GE(status, 0);
+        EXPECT_EQ(qorNoError, qorQuerySweepInfo(device, &t.length, &t.startFreq, &t.binSize));
+        if (t.length <= 0) return t;
+        t.min.resize(t.length);
+        t.max.resize(t.length);
+        EXPECT_EQ(qorNoError, qorGetSweep_32f(device, t.min.data(), t.max.data()));
+        return t;
+    }
+};
+
+// The middle of the bins within 3 dB of the peak: a flat-top RBW shows a
+// tone flat over several bins, so its highest bin says little.
+inline double PeakCentre(const Trace& t, int peak) {
+    int low = peak, high = peak;
+    while (low > 0 && t.max[low - 1] > t.max[peak] - 3.0f) --low;
+    while (high < t.length - 1 && t.max[high + 1] > t.max[peak] - 3.0f) ++high;
+    return (t.FrequencyOf(low) + t.FrequencyOf(high)) / 2;
+}
+
+// Every tone that lies in the trace within one bin and `tolerance` dB of its level.
+inline void ExpectTones(const Trace& t, const std::vector<Tone>& tones, double tolerance = 0.5) {
+    int seen = 0;
+    for (const Tone& tone : tones) {
+        if (tone.frequency < t.FrequencyOf(0) || tone.frequency > t.FrequencyOf(t.length - 1)) continue;
+        ++seen;
+        const int peak = t.PeakNear(tone.frequency, std::min(20 * t.binSize, 300e3));
+        ASSERT_GE(peak, 0) << tone.frequency;
+        EXPECT_NEAR(PeakCentre(t, peak), tone.frequency, t.binSize) << "tone at " << tone.frequency;
+        EXPECT_NEAR(t.max[peak], tone.level, tolerance) << "tone at " << tone.frequency;
+    }
+    EXPECT_GT(seen, 0) << "no tone in the trace";
+}
+
+}  // namespace fastsweep
+
+#endif
