@@ -25,7 +25,7 @@ protected:
     static void SetUpTestSuite() {
         const Sim* sim = TheSim();
         if (!sim) return;
-        ASSERT_EQ(0, sim->loadBench(BenchJson({UnitJson(kVelmB, 2, kVelmTones), UnitJson(kOrskB, 4, kOrskTones)})
+        ASSERT_EQ(0, sim->loadBenchJson(BenchJson({UnitJson(kVelmB, 2, kVelmTones), UnitJson(kOrskB, 4, kOrskTones)})
                                         .c_str()))
             << sim->lastError();
         EnterCalibrationFolder("accuracy");

@@ -18,7 +18,7 @@ protected:
         const Sim* sim = TheSim();
         if (!sim) return;
         const std::vector<Tone> tones = {{150.1e6, -30}, {7030.0e6, -30}};
-        ASSERT_EQ(0, sim->loadBench(BenchJson({UnitJson(kVelm, 1, tones), UnitJson(kVelmB, 2, tones),
+        ASSERT_EQ(0, sim->loadBenchJson(BenchJson({UnitJson(kVelm, 1, tones), UnitJson(kVelmB, 2, tones),
                                                UnitJson(kOrskB, 4, tones)})
                                         .c_str()))
             << sim->lastError();
@@ -89,7 +89,7 @@ TEST_F(FastSweepDelivery, PartialSweepsGrowStepByStep) {
 TEST_F(FastSweepDelivery, HopWindowsAndClockTrim) {
     const int device = Open(kOrskB);
     ASSERT_GE(device, 0);
-    sim->clearLog(kOrskB);
+    sim->clearCommandLog(kOrskB);
     Start(device, 7000e6, 7100e6, 6500.0, false);
     std::vector<float> min(52500), max(52500);
     ASSERT_EQ(qorNoError, qorGetSweep_32f(device, min.data(), max.data()));
@@ -98,7 +98,7 @@ TEST_F(FastSweepDelivery, HopWindowsAndClockTrim) {
     std::vector<std::vector<unsigned char>> windows;
     int trim = -1;
     int trimsBeforeWindows = 0;
-    for (const auto& c : sim->Commands(kOrskB)) {
+    for (const auto& c : Commands(kOrskB)) {
         if (c[0] == 'Z' && c.size() == 3 && c[1] == '3') trim = c[2];
         if (c[0] != 'N' || c.size() != 5) continue;
         const int first = c[1] | c[2] << 8;

@@ -4,7 +4,6 @@
 #ifndef QOR_TESTS_E2E_FAST_FIXTURE_H
 #define QOR_TESTS_E2E_FAST_FIXTURE_H
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -16,47 +15,25 @@
 #include <vector>
 
 #include "qor_api.h"
+#include "qorsim_calls.h"
 
 namespace fastsweep {
 
-// The control side of the virtual instrument that the library loaded.
-struct Sim {
-    int (*loadBench)(const char*);
-    const char* (*lastError)();
-    int (*unplug)(unsigned, double);
-    int (*commandCount)(unsigned);
-    int (*commandLog)(unsigned, int, unsigned char*, int);
-    void (*clearLog)(unsigned);
-
-    // The payloads logged for `serial` since the log was cleared, in order.
-    std::vector<std::vector<unsigned char>> Commands(unsigned serial) const {
-        std::vector<std::vector<unsigned char>> found;
-        unsigned char payload[8];
-        for (int i = 0; i < commandCount(serial); ++i) {
-            const int length = commandLog(serial, i, payload, sizeof payload);
-            if (length >= 1) found.emplace_back(payload, payload + std::min<int>(length, sizeof payload));
-        }
-        return found;
-    }
-};
+using Sim = simcontrol::Calls;
 
 // Null when the suite runs without the virtual instrument.
-inline const Sim* TheSim() {
-    static const Sim* sim = []() -> const Sim* {
-        const char* path = std::getenv("QOR_D2XX_LIBRARY");
-        void* library = path ? dlopen(path, RTLD_NOW | RTLD_LOCAL) : nullptr;
-        if (!library) return nullptr;
-        static Sim s;
-        auto get = [library](auto& fn, const char* name) {
-            fn = reinterpret_cast<std::remove_reference_t<decltype(fn)>>(dlsym(library, name));
-            return fn != nullptr;
-        };
-        const bool all = get(s.loadBench, "qorsim_load_bench_json") && get(s.lastError, "qorsim_last_error") &&
-                         get(s.unplug, "qorsim_unplug") && get(s.commandCount, "qorsim_command_count") &&
-                         get(s.commandLog, "qorsim_command_log") && get(s.clearLog, "qorsim_clear_command_log");
-        return all ? &s : nullptr;
-    }();
-    return sim;
+inline const Sim* TheSim() { return simcontrol::Resolve(); }
+
+// The command payloads logged for `serial` since the log was cleared, in order.
+inline std::vector<std::vector<unsigned char>> Commands(unsigned serial) {
+    std::vector<std::vector<unsigned char>> found;
+    unsigned char payload[8];
+    const Sim* sim = TheSim();
+    for (int i = 0; i < sim->commandCount(serial); ++i) {
+        const int length = sim->commandLog(serial, i, payload, sizeof payload);
+        if (length >= 1) found.emplace_back(payload, payload + std::min<int>(length, sizeof payload));
+    }
+    return found;
 }
 
 struct Tone {

@@ -18,7 +18,7 @@ protected:
     static void SetUpTestSuite() {
         const Sim* sim = TheSim();
         if (!sim) return;
-        ASSERT_EQ(0, sim->loadBench(BenchJson({UnitJson(kVelmB, 2, kVelmTones), UnitJson(kOrskB, 4, kOrskTones)})
+        ASSERT_EQ(0, sim->loadBenchJson(BenchJson({UnitJson(kVelmB, 2, kVelmTones), UnitJson(kOrskB, 4, kOrskTones)})
                                         .c_str()))
             << sim->lastError();
         EnterCalibrationFolder("rejection");
@@ -70,14 +70,14 @@ TEST_F(FastSweepRejection, ImagesVanishAndTonesStay) {
 // the first segment begins at index 27.
 TEST_F(FastSweepRejection, LowBandPassAheadOfEachSweep) {
     const Sim* sim = TheSim();
-    sim->clearLog(kVelmB);
+    sim->clearCommandLog(kVelmB);
     // Without an FFT the substitute spectra are not used: the tones keep their level.
     const Trace t = Sweep(velm, 1e6, 101e6, 250000.0, true);
     ExpectTones(t, {kVelmTones[0], kVelmTones[1], kVelmTones[2]}, 1.0);
     ASSERT_EQ(qorNoError, qorAbort(velm));
 
     std::vector<std::pair<int, int>> windows;
-    for (const auto& c : sim->Commands(kVelmB)) {
+    for (const auto& c : Commands(kVelmB)) {
         if (c[0] == 'N' && c.size() == 5) windows.emplace_back(c[1] | c[2] << 8, c[3] | c[4] << 8);
     }
     ASSERT_GE(windows.size(), 2u);

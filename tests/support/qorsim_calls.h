@@ -21,6 +21,7 @@ struct Calls {
     decltype(&qorsim_command_count) commandCount;
     decltype(&qorsim_command_log) commandLog;
     decltype(&qorsim_clear_command_log) clearCommandLog;
+    decltype(&qorsim_unplug) unplug;
 };
 
 // Null when the tests don't run on the virtual instrument.
@@ -40,7 +41,8 @@ inline const Calls* Resolve() {
                          get(resolved.writeCalibrationFiles, "qorsim_write_calibration_files") &&
                          get(resolved.commandCount, "qorsim_command_count") &&
                          get(resolved.commandLog, "qorsim_command_log") &&
-                         get(resolved.clearCommandLog, "qorsim_clear_command_log");
+                         get(resolved.clearCommandLog, "qorsim_clear_command_log") &&
+                         get(resolved.unplug, "qorsim_unplug");
         return all ? &resolved : nullptr;
     }();
     return calls;
