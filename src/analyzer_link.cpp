@@ -108,10 +108,53 @@ void AnalyzerLink::EnumerateChannels(int serials[kMaxUnits], int streamIndex[kMa
     // Entries past the units found stay as the caller gave them.
 }
 
+std::mutex& AnalyzerLink::DeviceListMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+int AnalyzerLink::ListUnits(int serials[kMaxUnits], int streamIndex[kMaxUnits], int commandIndex[kMaxUnits]) {
+    int all[kMaxUnits], stream[kMaxUnits], command[kMaxUnits];
+    std::fill_n(stream, kMaxUnits, -1);
+    std::fill_n(command, kMaxUnits, -1);
+    int channels = static_cast<int>(RefreshDeviceList());
+    if (channels < 2) return 0;
+    int pairs = 0;
+    EnumerateChannels(all, stream, command, &pairs, &channels);
+    int count = 0;
+    for (int u = 0; u < kMaxUnits; ++u) {
+        if (stream[u] < 0 || command[u] < 0) continue;
+        serials[count] = all[u];
+        streamIndex[count] = stream[u];
+        commandIndex[count] = command[u];
+        ++count;
+    }
+    return count;
+}
+
+int AnalyzerLink::OpenUnit(int serial) {
+    if (isOpen) return 1;
+    {
+        std::lock_guard<std::mutex> lock(DeviceListMutex());
+        int serials[kMaxUnits], stream[kMaxUnits], command[kMaxUnits];
+        const int count = ListUnits(serials, stream, command);
+        const int u = static_cast<int>(std::find(serials, serials + count, serial) - serials);
+        if (u == count) return kNotListed;
+        if (OpenChannels(stream[u], command[u]) < 0) return -1;
+    }
+    Setup();
+    return 1;
+}
+
 int AnalyzerLink::Open(int streamIndex, int commandIndex) {
     if (isOpen) return 1;
-    if (streamIndex < 0) return -1;
+    if (OpenChannels(streamIndex, commandIndex) < 0) return -1;
+    Setup();
+    return 1;
+}
 
+int AnalyzerLink::OpenChannels(int streamIndex, int commandIndex) {
+    if (streamIndex < 0) return -1;
     FT_STATUS status = FT_DEVICE_NOT_FOUND;
     for (int attempt = 0; attempt < kOpenTries; ++attempt) {
         status = ft_.Open(streamIndex, &streamChannel);
@@ -126,8 +169,11 @@ int AnalyzerLink::Open(int streamIndex, int commandIndex) {
         return -1;
     }
     isOpen = true;
-    orskPath = -100;
+    return 1;
+}
 
+void AnalyzerLink::Setup() {
+    orskPath = -100;
     ft_.SetBaudRate(commandChannel, kCommandBaud);
     ft_.SetTimeouts(commandChannel, 5000, 5000);
     ft_.SetTimeouts(streamChannel, 1000, 1000);
@@ -139,7 +185,6 @@ int AnalyzerLink::Open(int streamIndex, int commandIndex) {
     Command({'L', 0x00, 0x00, 0x4C, 0x42});
     InitAdc();
     RestoreSynthModulus();
-    return 1;
 }
 
 void AnalyzerLink::Close() {

@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
+#include <mutex>
 
 #include "d2xx.h"
 #include "ipp_types.h"
@@ -43,13 +44,28 @@ public:
     AnalyzerLink& operator=(const AnalyzerLink&) = delete;
 
     // ---- Channels ----------------------------------------------------------
+    // The driver's device list is one for the whole process, and FT_Open
+    // takes an index into it: a listing and the opens by its indices must
+    // not interleave with another thread's listing. Every listing of the
+    // bus (analyzers and generators) holds this lock.
+    static std::mutex& DeviceListMutex();
+
     // Pairs the channels of the driver's list (the caller refreshed it and
     // gives its length in *channelCount; *pairCount comes in as 0). A unit
-    // counts when its A channel is free and its B channel is listed.
+    // counts when its A channel is free and its B channel is listed; an A
+    // channel whose B is missing keeps command index -1.
     void EnumerateChannels(int serials[kMaxUnits], int streamIndex[kMaxUnits], int commandIndex[kMaxUnits],
                            int* pairCount, int* channelCount);
     // Refreshes the driver's list and gives its length.
     DWORD RefreshDeviceList();
+    // The complete units on the bus, in the driver's order; none with fewer
+    // than 2 channels. The caller holds DeviceListMutex.
+    int ListUnits(int serials[kMaxUnits], int streamIndex[kMaxUnits], int commandIndex[kMaxUnits]);
+    // Lists the bus and opens the unit `serial` on the indices found, the
+    // listing and the channel opens under DeviceListMutex. kNotListed when
+    // the unit is not on the bus, else what Open gives.
+    static constexpr int kNotListed = -2;
+    int OpenUnit(int serial);
     // Opens and configures both channels, drains the stream, resets the
     // synthesizer and the ADC (about 860 ms of pauses). Returns the open
     // mark (1) or -1; a failed open leaves both channels closed.
@@ -149,6 +165,10 @@ public:
     bool diagnosticsAvailable = false;
 
 private:
+    // FT_Open of both channels, the stream channel with retries; -1 leaves both closed.
+    int OpenChannels(int streamIndex, int commandIndex);
+    // Configures the open channels and brings the unit to a known state.
+    void Setup();
     // Fills txBuffer, sends it and pauses commandDelay plus `extraPauseMs`.
     void Command(std::initializer_list<uint8_t> payload, uint32_t extraPauseMs = 0);
     DWORD ReadReply(void* out, DWORD count);

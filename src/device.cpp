@@ -1,6 +1,5 @@
 #include "device.h"
 
-#include <algorithm>
 #include <array>
 #include <cstring>
 #include <mutex>
@@ -25,39 +24,24 @@ constexpr uint32_t kReenumerateMs = 2500;
 constexpr int kOvenWarmingRaw = 194;
 constexpr float kOvenCurrentLow = 30.0f;
 
-// The unit pairs on the bus, complete ones only, in the driver's order.
-struct UnitList {
-    int serials[Device::kCount] = {};
-    int stream[Device::kCount] = {};
-    int command[Device::kCount] = {};
-    int count = 0;
-};
-
-// Empty with fewer than 2 channels on the bus.
-UnitList ListUnits(AnalyzerLink& link) {
-    UnitList found;
-    int all[Device::kCount], stream[Device::kCount], command[Device::kCount];
-    std::fill(std::begin(stream), std::end(stream), -1);
-    std::fill(std::begin(command), std::end(command), -1);
-    int channels = static_cast<int>(link.RefreshDeviceList());
-    if (channels < 2) return found;
-    int pairs = 0;
-    link.EnumerateChannels(all, stream, command, &pairs, &channels);
-    for (int u = 0; u < Device::kCount; ++u) {
-        if (stream[u] < 0 || command[u] < 0) continue;  // an A channel whose B is not listed
-        found.serials[found.count] = all[u];
-        found.stream[found.count] = stream[u];
-        found.command[found.count] = command[u];
-        ++found.count;
-    }
-    return found;
-}
-
 // Port cycle, both channels closed: the unit starts afresh on the bus.
 void CycleAndClose(AnalyzerLink& link) {
     link.CyclePort();
     link.Close();
     os::SleepMs(kReenumerateMs);
+}
+
+// After a port cycle the unit is listed anew, under indices of its own and
+// perhaps only after a while: it is looked for as the stream channel's open
+// would be retried.
+int ReopenAfterCycle(AnalyzerLink& link, int serialNumber) {
+    constexpr int kTries = 10;
+    constexpr uint32_t kRetryMs = 250;
+    for (int attempt = 0;; ++attempt) {
+        const int opened = link.OpenUnit(serialNumber);
+        if (opened != AnalyzerLink::kNotListed || attempt + 1 == kTries) return opened;
+        os::SleepMs(kRetryMs);
+    }
 }
 
 // The timebase correction stored in the unit's user area; 0.0 for none or
@@ -95,23 +79,18 @@ Device::~Device() {
 
 qorStatus Device::ListSerials(int serials[8], int* count) {
     AnalyzerLink lister;
-    const UnitList units = ListUnits(lister);
-    std::copy_n(units.serials, units.count, serials);
-    *count = units.count;
+    int stream[kCount], command[kCount];
+    std::lock_guard<std::mutex> lock(AnalyzerLink::DeviceListMutex());
+    *count = lister.ListUnits(serials, stream, command);
     return qorNoError;
 }
 
 qorStatus Device::Open(int serialNumber) {
     for (int attempt = 0; attempt < 2; ++attempt) {
-        const UnitList units = ListUnits(m_link);
-        const int* end = units.serials + units.count;
-        const int u = static_cast<int>(std::find(units.serials, end, serialNumber) - units.serials);
-        if (u == units.count) return qorDeviceNotFoundErr;
-
         // The first open resets the unit; the port cycle makes it start afresh.
-        m_link.Open(units.stream[u], units.command[u]);
+        if (m_link.OpenUnit(serialNumber) == AnalyzerLink::kNotListed) return qorDeviceNotFoundErr;
         CycleAndClose(m_link);
-        if (m_link.Open(units.stream[u], units.command[u]) < 0) return qorDeviceNotFoundErr;
+        if (ReopenAfterCycle(m_link, serialNumber) < 0) return qorDeviceNotFoundErr;
 
         m_link.ReadSerialString(m_serialString);
         m_serialNumber = DecimalSerial(m_serialString);

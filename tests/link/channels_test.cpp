@@ -35,6 +35,21 @@ TEST(Channels, PairsUnitsWhateverTheOrderOfTheirChannels) {
     EXPECT_EQ(2, command[2]);
 }
 
+TEST(Channels, UnitsAreOpenedByTheirSerialOnFreshIndices) {
+    os::SetClockScale(1000.0);
+    FakeBus bus;
+    bus.AddChannel("22222222", "Tarven Works B");
+    bus.AddChannel("11111111", "Tarven Works A");
+    bus.AddChannel("22222222", "Tarven Works A");
+    bus.AddChannel("11111111", "Tarven Works B");
+    AnalyzerLink link(FakeBus::Table());
+    EXPECT_EQ(AnalyzerLink::kNotListed, link.OpenUnit(33333333));
+    EXPECT_EQ(1, link.OpenUnit(22222222));
+    EXPECT_EQ((std::vector<std::string>{"Open 2", "Open 0"}),
+              std::vector<std::string>(bus.calls.begin(), bus.calls.begin() + 2));
+    os::SetClockScale(1.0);
+}
+
 TEST(Channels, SerialsThatAreNotDecimalCountAsZero) {
     EXPECT_EQ(12345678, DecimalSerial("12345678"));
     EXPECT_EQ(1234, DecimalSerial("1234"));
