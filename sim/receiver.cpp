@@ -12,6 +12,11 @@ constexpr double kTwoPi = 6.283185307179586476925286766559;
 constexpr double kIfReach = 400e3;
 constexpr int kNoiseTaps = 48;
 constexpr size_t kNoisePool = 1 << 16;
+// The converter's own noise: about 1 LSB rms on I and on Q, white over the
+// whole sampled band, so that a quiet input never reads as exact zeros. A
+// noise floor of -250 dBm/Hz or less stands for an ideal, noiseless unit.
+constexpr double kAdcNoiseLsb = 1.0;
+constexpr size_t kAdcNoisePool = 1 << 14;
 
 // 2 pi times the fractional part of `cycles`, computed in extended precision.
 double TurnsToRadians(long double cycles) {
@@ -150,13 +155,19 @@ void Receiver::RenderComplex(const FrontEnd& fe, const std::vector<SignalSpec>& 
 void Receiver::Render(const FrontEnd& fe, const std::vector<SignalSpec>& signals, double noiseFloor,
                       double temperature, uint64_t start, int16_t* iq) {
     RenderComplex(fe, signals, noiseFloor, temperature, start, scratch_.data());
-    auto quantise = [](double v) {
-        const double x = std::nearbyint(v * 32768.0);
+    if (adcNoise_.empty()) {
+        adcNoise_.resize(kAdcNoisePool);
+        for (double& n : adcNoise_) n = Gaussian() * kAdcNoiseLsb;
+    }
+    const double* adc = adcNoise_.data() + NextRandom() % (kAdcNoisePool - 2 * kBlockSamples);
+    const double adcScale = noiseFloor > -250.0 ? 1.0 : 0.0;
+    auto quantise = [](double v, double noiseLsb) {
+        const double x = std::nearbyint(v * 32768.0 + noiseLsb);
         return static_cast<int16_t>(std::clamp(x, -32768.0, 32767.0));
     };
     for (int i = 0; i < kBlockSamples; ++i) {
-        iq[2 * i] = quantise(scratch_[i].real());
-        iq[2 * i + 1] = quantise(scratch_[i].imag());
+        iq[2 * i] = quantise(scratch_[i].real(), adcScale * adc[2 * i]);
+        iq[2 * i + 1] = quantise(scratch_[i].imag(), adcScale * adc[2 * i + 1]);
     }
 }
 

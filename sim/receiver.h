@@ -47,6 +47,8 @@ private:
     // The IF filter for the noise, and a pool of noise shaped by it, per IF path.
     std::vector<std::complex<double>> noiseFilter_[2];
     std::vector<std::complex<double>> noisePool_[2];
+    // The converter's own white noise, in LSB, drawn from at random offsets.
+    std::vector<double> adcNoise_;
 };
 
 }  // namespace qorsim
