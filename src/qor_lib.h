@@ -24,7 +24,8 @@ void SetCalFilePath(const char* path);
 // "TarvenWorks/cal_files/" under the user's data folder, made on demand.
 std::string CalFolder();
 
-// Base address of the download endpoint: QOR_CAL_URL, else the built-in one.
+// Base address of the download endpoint: QOR_CAL_URL (http://, https:// or
+// file:// for a folder laid out as the endpoint), else the built-in one.
 std::string CalDownloadBase();
 
 // The endpoint's address of a unit's table file: "/custdata/P" + the first

@@ -110,7 +110,8 @@ bool Get::Open(const std::string& url, const std::string& agent, Timeouts timeou
     curl_easy_setopt(t.easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(timeouts.connectMs));
     curl_easy_setopt(t.easy, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(t.easy, CURLOPT_MAXREDIRS, 5L);
-    curl_easy_setopt(t.easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    // file:// too, for an endpoint kept in a local folder; redirects stay on the network.
+    curl_easy_setopt(t.easy, CURLOPT_PROTOCOLS_STR, "http,https,file");
     curl_easy_setopt(t.easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(t.easy, CURLOPT_FORBID_REUSE, 1L);
     curl_easy_setopt(t.easy, CURLOPT_WRITEFUNCTION, &Transfer::OnBody);
@@ -120,8 +121,10 @@ bool Get::Open(const std::string& url, const std::string& agent, Timeouts timeou
     if (curl_multi_add_handle(t.multi, t.easy) != CURLM_OK) return false;
 
     // curl bounds the connect; the server then has the read time-out to answer.
-    t.Pump([&t] { return t.answered; }, timeouts.connectMs + timeouts.readMs);
-    return t.answered;
+    // A file has no response line: its first bytes, or its end, are the answer.
+    auto answered = [&t] { return t.answered || !t.pending.empty() || (t.done && t.result == CURLE_OK); };
+    t.Pump(answered, timeouts.connectMs + timeouts.readMs);
+    return answered();
 }
 
 std::size_t Get::Read(void* dst, std::size_t count) {

@@ -1,4 +1,5 @@
-// One HTTP GET with libcurl, read by the caller in pieces.
+// One HTTP GET with libcurl (or the read of a file:// address), read by the
+// caller in pieces.
 //
 // Read hands out exactly the count asked for until the body ends, however
 // the server splits its packets, so that a short read means the end. The

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdlib>
 
+#include "cal_folder.h"
 #include "loopback_http_server.h"
 #include "qor_lib.h"
 
@@ -127,6 +128,22 @@ TEST_F(DownloadTest, DeadSilentOrBrokenServersFailWithinTheTimeouts) {
     server.Serve("/reset", reset);
     EXPECT_FALSE(timed([&] { return Fetch("/reset", &size); }));
     EXPECT_LE(size, 450000u);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(FileDownload, AFileAddressServesAsAnEndpoint) {
+    caltest::TempFolder root;
+    const std::vector<uint8_t> body = PatternBody(458624);
+    caltest::WriteWhole(root.path() / "D.bin", body);
+    std::vector<uint8_t> block(qor::kDownloadCapacity);
+    uint32_t size = 0;
+    ASSERT_TRUE(qor::DownloadInto("file://" + (root.path() / "D.bin").string(), kShort, block.data(), &size));
+    EXPECT_EQ(size, body.size());
+    EXPECT_TRUE(std::equal(body.begin(), body.end(), block.begin()));
+    EXPECT_FALSE(qor::DownloadInto("file://" + (root.path() / "none.bin").string(), kShort, block.data(), &size));
 }
 
 }  // namespace
