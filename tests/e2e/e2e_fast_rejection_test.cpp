@@ -88,4 +88,15 @@ TEST_F(FastSweepRejection, LowBandPassAheadOfEachSweep) {
     EXPECT_EQ(windows[1].second, 58 + 107 - 1);
 }
 
+// From 100 Hz the partners would begin 81 steps below index 27, one more
+// than there are substitute spectra: the first step writes no bin. The
+// substitutes of the FFT path stand for views 100 kHz either side of a step,
+// which the instrument's downward low-band window does not deliver, so only
+// the tones above 16.1 MHz are held to their level here.
+TEST_F(FastSweepRejection, LowBandPassFromNearZero) {
+    const Trace t = Sweep(velm, 100.0, 100e6 + 100.0, 6500.0, true);
+    EXPECT_NEAR(t.startFreq, 100.0, t.binSize);
+    ExpectTones(t, {kVelmTones[2]});
+}
+
 }  // namespace
