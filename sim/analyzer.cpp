@@ -273,7 +273,7 @@ void Analyzer::Materialize(TimePoint now, size_t wanted) {
         if (gated) {
             fe = GatedFrontEnd(step);
         } else {
-            fe = step < 0 ? FrontEndOf(fw_, spec_.type) : HopFrontEnd(fw_, spec_.type, step * kHopStep, model_.Crossover());
+            fe = step < 0 ? FrontEndOf(fw_, spec_.type) : HopFrontEnd(fw_, spec_.type, program_.HopLo(step), model_.Crossover());
             scene_.insert(scene_.end(), injected_.begin(), injected_.end());
         }
         if (fe.selfTest) {

@@ -9,7 +9,7 @@ namespace {
 void SetSampling(const FirmwareState& s, bool highIf, FrontEnd& fe) {
     fe.sampleRate = s.sampleClock == 1 ? kAlternateSampleRate : kSampleRate;
     fe.highIf = highIf;
-    fe.ifCenter = (highIf ? 22.0 : 6.0) * fe.sampleRate;
+    fe.ifCenter = SampledIf(highIf, fe.sampleRate);
 }
 
 void SetLevels(const FirmwareState& s, int deviceType, FrontEnd& fe) {

@@ -16,6 +16,14 @@ constexpr double kNominalLowIf = 2.9e6;
 constexpr int kBlockSamples = 512;
 constexpr int kBlockBytes = 4 * kBlockSamples;
 
+// The IF that lands at 0 Hz in the samples: 22 and 6 times the normal sample
+// rate (10694444.44 and 2916666.67 Hz); with the alternate clock 10687500 and
+// 2812500 Hz.
+inline double SampledIf(bool highIf, double sampleRate) {
+    if (!highIf) return 6.0 * sampleRate;
+    return sampleRate == kAlternateSampleRate ? 10687500.0 : 22.0 * sampleRate;
+}
+
 // First LO of the 12.4 GHz family, by path 0 to 3.
 constexpr std::array<double, 4> kFirstLo{{7.80e9, 7.84e9, 8.76e9, 8.80e9}};
 

@@ -41,6 +41,11 @@ bool Receiver::Placement(const FrontEnd& fe, double rf, double* b, bool* mirrore
     const double ifFrequency = std::fabs(f1 - fe.lo);
     inverted ^= f1 > fe.lo;
     *b = fe.ifCenter - ifFrequency;
+    // With the alternate clock the high IF reaches the samples turned over.
+    if (fe.highIf && fe.sampleRate == kAlternateSampleRate) {
+        *b = -*b;
+        inverted = !inverted;
+    }
     *mirrored = inverted;
     return std::fabs(*b) < kIfReach;
 }

@@ -16,6 +16,7 @@ void StreamProgram::Stop() {
     blocksLeft_ = 0;
     bulk_.clear();
     bulkOffset_ = 0;
+    halfStep_ = false;
 }
 
 void StreamProgram::StartStream() {
@@ -34,8 +35,12 @@ void StreamProgram::StartCapture(int blocks) {
 void StreamProgram::StartHops(int first, int last) {
     Stop();
     mode_ = Mode::Hops;
-    hopStep_ = first;
-    hopDirection_ = last >= first ? 1 : -1;
+    // A window given high to low is the unit's low-band program: it runs
+    // upward from `last` with every LO half a step above the grid, a view
+    // that moves real signals and images apart.
+    halfStep_ = first > last;
+    hopStep_ = std::min(first, last);
+    hopDirection_ = 1;
     blocksLeft_ = static_cast<uint64_t>(std::abs(last - first)) + 1;
 }
 

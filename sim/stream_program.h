@@ -33,6 +33,8 @@ public:
     void TakeBytes(std::vector<uint8_t>& out);
     // Consumes the next block; `step` is its hop step (point index when gated), -1 for the current tuning.
     void TakeBlock(int* step);
+    // LO of hop step `step` (hops and frames).
+    double HopLo(int step) const { return (step + (halfStep_ ? 0.5 : 0.0)) * kHopStep; }
     // Bytes still to come, or max() for a mode without end.
     uint64_t RemainingBytes() const;
 
@@ -48,6 +50,7 @@ private:
     uint64_t blocksLeft_ = 0;        // capture and hops
     int hopStep_ = 0;
     int hopDirection_ = 1;
+    bool halfStep_ = false;          // hops: LOs half a step above the grid
     std::vector<FirmwareState::Segment> segments_;
     int blocksPerStep_ = 1;
     size_t segment_ = 0;

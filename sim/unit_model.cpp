@@ -286,7 +286,7 @@ int UnitModel::DetectorCode(double power, double t) const {
 FrontEnd ModelFrontEnd(const UnitModel& model, double frequency, int band, bool highIf) {
     FrontEnd fe;
     fe.highIf = highIf;
-    fe.ifCenter = (highIf ? 22.0 : 6.0) * fe.sampleRate;
+    fe.ifCenter = SampledIf(highIf, fe.sampleRate);
     if (model.UnitFamily() == Family::Velm) {
         fe.band = band >= 0 ? band : (frequency < 150e6 ? 0 : 1);
         return fe;

@@ -10,7 +10,8 @@ using namespace fastsweep;
 
 constexpr unsigned kVelmB = 50000002, kOrskB = 50000004;
 
-const std::vector<Tone> kVelmTones = {{3.1e6, -30}, {10.05e6, -35}, {40.0e6, -40}, {530.037e6, -30}, {571.1e6, -35}};
+const std::vector<Tone> kVelmTones = {{3.1e6, -30},      {10.05e6, -35},   {40.0e6, -40},
+                                      {30.0e6, -35},     {530.037e6, -30}, {571.1e6, -35}};
 const std::vector<Tone> kOrskTones = {{3.1e6, -30}, {10.05e6, -35}, {7030.037e6, -30}, {9071.1e6, -35}};
 
 class FastSweepRejection : public FastSweepSuite {
@@ -89,14 +90,19 @@ TEST_F(FastSweepRejection, LowBandPassAheadOfEachSweep) {
 }
 
 // From 100 Hz the partners would begin 81 steps below index 27, one more
-// than there are substitute spectra: the first step writes no bin. The
-// substitutes of the FFT path stand for views 100 kHz either side of a step,
-// which the instrument's downward low-band window does not deliver, so only
-// the tones above 16.1 MHz are held to their level here.
+// than there are substitute spectra: the first step writes no bin. Below
+// 16.1 MHz the substitutes, views from LOs half a step above the grid, keep
+// the real tones.
 TEST_F(FastSweepRejection, LowBandPassFromNearZero) {
-    const Trace t = Sweep(velm, 100.0, 100e6 + 100.0, 6500.0, true);
-    EXPECT_NEAR(t.startFreq, 100.0, t.binSize);
-    ExpectTones(t, {kVelmTones[2]});
+    for (const double rbw : {6500.0, 30000.0}) {
+        SCOPED_TRACE(testing::Message() << "rbw " << rbw);
+        const Trace t = Sweep(velm, 100.0, 100e6 + 100.0, rbw, true);
+        EXPECT_NEAR(t.startFreq, 100.0, t.binSize);
+        ExpectTones(t, {kVelmTones[0], kVelmTones[1], kVelmTones[2], kVelmTones[3]});
+        // The 30 MHz tone's image at 8.6 MHz is gone.
+        const Trace plain = Sweep(velm, 100.0, 100e6 + 100.0, rbw, false);
+        EXPECT_LT(ImageLevel(t, 30.0e6), ImageLevel(plain, 30.0e6) - 40.0);
+    }
 }
 
 }  // namespace

@@ -140,9 +140,6 @@ TEST_F(SlowLevel, AlternateSampleClockNearMultiplesOf70MHz) {
     ASSERT_EQ(t.get, qorNoError);
     EXPECT_DOUBLE_EQ(t.bin, 468750.0 / 2048);
     const int peak = t.PeakBin();
-    if (t.max[peak] < -40.0 - 30.0) {
-        GTEST_SKIP() << "the virtual instrument puts no tone where the alternate clock's IF of 10687500 Hz lands";
-    }
     EXPECT_LE(std::fabs(t.Frequency(peak) - 700.02e6), t.bin);
     EXPECT_NEAR(t.max[peak], -40.0, 0.5);
 }
