@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <vector>
 
+#include <unistd.h>
+
 #include "peaks.h"
 #include "plot.h"
 #include "session.h"
@@ -41,14 +43,18 @@ void FrequencyRange(const SweepOptions& o, double* center, double* span) {
     *span = o.span.empty() ? 20e6 : Frequency(o.span, "--span");
 }
 
+// A bar on a terminal's stderr for sweeps that take more than a second.
 class ProgressBar {
 public:
     void Show(int done, int total) {
         const double elapsed = std::chrono::duration<double>(Clock::now() - begin_).count();
-        if (elapsed < 1.0 || total <= 0) return;
-        const int width = 40, filled = width * done / total;
+        if (!terminal_ || elapsed < 1.0 || total <= 0) return;
+        const int percent = static_cast<int>(100LL * done / total);
+        if (percent == percent_) return;
+        percent_ = percent;
+        const int width = 40, filled = width * percent / 100;
         std::fprintf(stderr, "\r[%.*s%*s] %3d%%", filled, "########################################",
-                     width - filled, "", 100 * done / total);
+                     width - filled, "", percent);
         shown_ = true;
     }
     ~ProgressBar() {
@@ -58,6 +64,8 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
     Clock::time_point begin_ = Clock::now();
+    bool terminal_ = isatty(STDERR_FILENO) != 0;
+    int percent_ = -1;
     bool shown_ = false;
 };
 
