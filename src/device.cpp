@@ -4,7 +4,9 @@
 #include <cstring>
 #include <mutex>
 
+#include "engine_broadband.h"
 #include "engine_fast.h"
+#include "engine_midrange.h"
 #include "engine_rule.h"
 #include "engine_slow.h"
 #include "os.h"
@@ -229,8 +231,14 @@ qorStatus Device::Initiate(int mode, const Settings& entry) {
 qorStatus Device::InitiateSweep() {
     const SweepEngineChoice choice = ChooseSweepEngine(m_settings, m_deviceType);
     m_settings.rbw = choice.rbw;
-    if (choice.kind == SweepEngineKind::Broadband) return qorUnknownErr;  // no broadband engine yet
     if (!m_calibration.corr) return qorUnknownErr;
+    if (choice.kind == SweepEngineKind::Broadband) {
+        // Detector sweeps: no filter and no spectrum core.
+        m_engine = std::make_unique<BroadbandSweepEngine>(&m_settings, nullptr, &m_link, &m_calibration, nullptr,
+                                                          &m_sweepInfo);
+        m_mode = ModeSweep;
+        return qorNoError;
+    }
     qorStatus status = choice.rbwLimited ? qorBandwidthClamped : qorNoError;
 
     const bool fast = choice.kind == SweepEngineKind::Fast;
@@ -250,10 +258,9 @@ qorStatus Device::InitiateSweep() {
     } else if (fast) {
         m_engine = std::make_unique<FastSweepEngine>(&m_settings, m_rbwFilter.get(), &m_link, &m_calibration,
                                                      m_core.get(), &m_sweepInfo);
-    }
-    if (!m_engine) {
-        Abort();  // no midrange engine yet
-        return qorUnknownErr;
+    } else {
+        m_engine = std::make_unique<MidrangeSweepEngine>(&m_settings, m_rbwFilter.get(), &m_link, &m_calibration,
+                                                         m_core.get(), &m_sweepInfo);
     }
     m_mode = ModeSweep;
     return status;

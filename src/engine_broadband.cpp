@@ -1,0 +1,350 @@
+#include "engine_broadband.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "analyzer_link.h"
+#include "calibration_store.h"
+#include "ipps.h"
+#include "settings.h"
+
+namespace qor {
+namespace {
+
+constexpr int kGridStepMHz = 3;
+constexpr int kPieceLimit = 250;  // points of a piece: a reply of about 500 bytes
+constexpr int kTableBytes = 2 * VelmDetectorSweep::kMaxPoints;
+constexpr double kUnmeasured = -200.0;
+// Margins of the 12.4 GHz family: the detector's IF in grid points.
+constexpr int kMarginOrskB = 21;
+constexpr int kMarginOther = 12;
+// The filter byte of the detector path ("F" with IF flag 2 on band 1).
+constexpr uint8_t kDetectorFilter = 41;
+constexpr int kSettingHigh = 41;  // detector model of the high IF attenuator setting
+constexpr int kSettingLow = 11;
+// Codes of the high setting between which its reading hands over to the low one.
+constexpr int kBlendFrom = 600;
+constexpr int kBlendTo = 700;
+// 4.4 GHz family: the detector's dB per code and the level of code 0.
+constexpr double kVelmDbPerCode = 0.13427734375;
+constexpr double kVelmCodeOffset = -77.0;
+constexpr double kVelmLowestLoMHz = 150.0;
+constexpr int kSmoothHalf = 4;
+constexpr double kSmoothWeights[2 * kSmoothHalf + 1] = {0.04, 0.08, 0.12, 0.16, 0.2, 0.16, 0.12, 0.08, 0.04};
+constexpr int kSmoothEdge = 9;  // bins at each end that keep their raw value
+
+uint16_t BigEndianAt(const uint8_t* bytes, int i) {
+    return static_cast<uint16_t>(bytes[2 * i] << 8 | bytes[2 * i + 1]);
+}
+
+bool IsVelm(int deviceType) { return deviceType == DeviceTypeVelm || deviceType == DeviceTypeVelmB; }
+
+int FloorDiv(int a, int b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
+
+}  // namespace
+
+BroadbandPlan PlanBroadband(double start, double stop, int deviceType) {
+    BroadbandPlan p;
+    p.margin = deviceType == DeviceTypeOrskB ? kMarginOrskB : kMarginOther;
+    p.startMHz = static_cast<int32_t>(std::floor(start * 1e-6 + 0.5));
+    p.stopMHz = static_cast<int32_t>(std::floor(stop * 1e-6 + 0.5));
+    p.sweepLength = p.stopMHz - p.startMHz + 1;
+    const int32_t q = p.startMHz / kGridStepMHz;
+    p.firstGrid = kGridStepMHz * (q - p.margin) + 2;
+    p.points = 2 * p.margin + 1 + (p.stopMHz - p.startMHz + 2) / kGridStepMHz;
+    p.points = std::min(p.points, BroadbandPlan::kMaxPoints);
+    p.chunkCount = std::clamp((p.points + kPieceLimit - 1) / kPieceLimit, 2, BroadbandPlan::kMaxPieces);
+    const int32_t chunkLen = p.points / p.chunkCount;
+    p.chunkStart.resize(static_cast<size_t>(p.chunkCount));
+    p.chunkPoints.resize(static_cast<size_t>(p.chunkCount));
+    for (int32_t i = 0; i < p.chunkCount; ++i) {
+        p.chunkStart[i] = p.firstGrid + kGridStepMHz * chunkLen * i;
+        p.chunkPoints[i] = i + 1 < p.chunkCount ? chunkLen : p.points - chunkLen * i;
+    }
+    return p;
+}
+
+void SpreadLevels(const double* levels, int levelCount, int32_t firstMHz, int32_t startMHz, double* trace,
+                  int length) {
+    if (levelCount < 1) return;
+    const auto power = [levels, levelCount](int c) {
+        return std::pow(10.0, 0.1 * levels[std::clamp(c, 0, levelCount - 1)]);
+    };
+    for (int i = 0; i < length; ++i) {
+        // Bin i lies `offset` MHz above the first grid point.
+        const int offset = startMHz + i - firstMHz;
+        const int c = FloorDiv(offset, kGridStepMHz);
+        const int rest = offset - kGridStepMHz * c;
+        if (c < 0 || c >= levelCount - 1 || rest == 0) {
+            trace[i] = levels[std::clamp(c, 0, levelCount - 1)];
+            continue;
+        }
+        // A cubic through the four nearest grid points, in power: a tone
+        // between two points peaks between them, where a straight line would
+        // leave the peak on the stronger point. Never below the weaker of the
+        // two points around the bin.
+        const double t = rest / static_cast<double>(kGridStepMHz);
+        const double p0 = power(c), p1 = power(c + 1);
+        const double m0 = 0.5 * (p1 - power(c - 1));
+        const double m1 = 0.5 * (power(c + 2) - p0);
+        const double t2 = t * t, t3 = t2 * t;
+        const double p = (2 * t3 - 3 * t2 + 1) * p0 + (t3 - 2 * t2 + t) * m0 + (3 * t2 - 2 * t3) * p1 + (t3 - t2) * m1;
+        trace[i] = 10.0 * std::log10(std::max(p, std::min(p0, p1)));
+    }
+}
+
+VelmDetectorSweep PlanVelmDetectorSweep(double start, double stop) {
+    VelmDetectorSweep s;
+    s.first = static_cast<int32_t>(std::max(std::trunc(start * 1e-6 - 12.0), kVelmLowestLoMHz));
+    s.last = static_cast<int32_t>(std::trunc(stop * 1e-6 + 15.0));
+    s.last -= (s.last - s.first) % kGridStepMHz;
+    s.points = std::min((s.last - s.first) / kGridStepMHz, VelmDetectorSweep::kMaxPoints);
+    s.last = s.first + kGridStepMHz * s.points;
+    return s;
+}
+
+double VelmBinLevel(const double* gridA, const double* gridB, int points, int32_t first, double start, int i) {
+    const double x = i + start * 1e-6 + 1.0;
+    const auto at = [points](const double* grid, int k) { return grid[std::clamp(k, 0, points - 1)]; };
+    // The strongest of the two LOs 9 to 12 MHz below, the same above, and the weaker side.
+    const auto bothSides = [&at](const double* grid, int k) {
+        return std::min(std::max(at(grid, k - 4), at(grid, k - 3)), std::max(at(grid, k + 3), at(grid, k + 4)));
+    };
+    const int k = static_cast<int>(std::floor((x - (first + 1)) / kGridStepMHz + 0.5));
+    const int k2 = std::max(0, static_cast<int>(std::floor((x - 1.0 - (first + 1)) / kGridStepMHz + 0.5)));
+    return std::max(bothSides(gridA, k), bothSides(gridB, k2));
+}
+
+void SmoothVelmTrace(const double* raw, double* trace, int length) {
+    for (int i = 0; i < length; ++i) {
+        if (i < kSmoothEdge || i > length - 1 - kSmoothEdge) {
+            trace[i] = raw[i];
+            continue;
+        }
+        double sum = 0.0;
+        for (int d = -kSmoothHalf; d <= kSmoothHalf; ++d) sum += kSmoothWeights[d + kSmoothHalf] * raw[i + d];
+        trace[i] = sum;
+    }
+}
+
+BroadbandSweepEngine::BroadbandSweepEngine(Settings* settings, RbwFilter* filter, AnalyzerLink* link,
+                                           CalibrationStore* calibration, SpectrumCore* core, SweepInfo* sweepInfo)
+    : SweepEngine(settings, filter, link, calibration, core, sweepInfo),
+      corr(calibration->corr.get()),
+      plan(PlanBroadband(settings->start, settings->stop, link->deviceType)) {
+    sweepInfo->binSize = 1000000.0;
+    sweepInfo->startFreq = plan.startMHz * 1e6;
+    sweepInfo->sweepLength = plan.sweepLength;
+    sweepInfo->blocksPerStep = 1;
+
+    const int length = std::max(plan.sweepLength, 0);
+    tableHigh.Allocate(kTableBytes);
+    tableLow.Allocate(kTableBytes);
+    levels.Allocate(BroadbandPlan::kMaxPoints);
+    std::fill_n(levels.get(), BroadbandPlan::kMaxPoints, kUnmeasured);
+    trace.Allocate(length);
+    std::fill_n(trace.get(), length, kUnmeasured);
+    if (IsVelm(link->deviceType)) {
+        levelsB.Allocate(VelmDetectorSweep::kMaxPoints);
+        gridCorr.Allocate(VelmDetectorSweep::kMaxPoints);
+        raw.Allocate(length);
+    } else {
+        codesHigh.Allocate(BroadbandPlan::kMaxPoints);
+        codesLow.Allocate(BroadbandPlan::kMaxPoints);
+    }
+    StartAcquisition([this] { Run(); });
+}
+
+BroadbandSweepEngine::~BroadbandSweepEngine() {
+    running = false;
+    startEvent.Set();
+    doneEvent.Set();
+    StopAcquisition();
+}
+
+void BroadbandSweepEngine::PrepareLevel(bool velm) {
+    Settings& s = *settings;
+    // The detector models drift with temperature: tell the corrections where the unit stands.
+    corr->temperature = link->ReadTemperature();
+    if (s.atten >= 0 && s.gain >= 0) {
+        s.attenUsed = s.atten;
+        s.gainUsed = s.gain;
+    } else if (velm) {
+        s.preamp = s.refLevel <= -19.9;
+        s.attenUsed = s.refLevel > 10.0 ? 3 : s.refLevel > 5.0 ? 2 : s.refLevel > 0.0 ? 1 : 0;
+        s.gainUsed = 1;
+    } else {
+        s.attenUsed = std::clamp(static_cast<int>(std::ceil(s.refLevel * 0.1 + 1.9)), 0, 3);
+        s.gainUsed = 1;
+    }
+    if (velm) {
+        corr->preampOn = s.preamp;
+        link->SetPreamp(s.preamp);
+    }
+}
+
+void BroadbandSweepEngine::Run() {
+    const bool velm = IsVelm(link->deviceType);
+    link->RestoreSynthModulus();
+    PrepareLevel(velm);
+    if (velm) {
+        RunVelm();
+        return;
+    }
+    link->SetOrskPath(3);
+    link->txBuffer[0] = 'F';
+    link->txBuffer[1] = kDetectorFilter;
+    link->SendPayload(2);
+    link->SetAttenuation(settings->attenUsed * link->attenStep);
+    RunOrsk();
+}
+
+bool BroadbandSweepEngine::ReadTable(int first, int last, uint8_t* out) {
+    const DWORD expected = static_cast<DWORD>(2 * ((last - first) / kGridStepMHz));
+    return link->ReadSweepTable(first, last, out) == expected;
+}
+
+void BroadbandSweepEngine::EndSweep() {
+    chunk = 0;
+    idle = 1;
+    doneEvent.Set();
+}
+
+uint16_t BroadbandSweepEngine::WeakerCode(double f, int setting, uint16_t a, uint16_t b) const {
+    const int att = settings->attenUsed;
+    return corr->DetectorPowerRatio(f, att, setting, a, 0) <= corr->DetectorPowerRatio(f, att, setting, b, 0) ? a
+                                                                                                              : b;
+}
+
+void BroadbandSweepEngine::OrskLevels(int fresh) {
+    const int reach = 2 * plan.margin;
+    const int att = settings->attenUsed;
+    for (int j = 0; j < fresh && done < BroadbandPlan::kMaxPoints; ++j) {
+        const int p = used + j;
+        const double f = plan.LevelMHz(p) * 1e6;
+        // LO p lies 3 x margin MHz below f, LO p + 2 x margin as far above:
+        // an image shows in one of them only, so the weaker reading counts.
+        const uint16_t high = WeakerCode(f, kSettingHigh, codesHigh[p], codesHigh[p + reach]);
+        const uint16_t low = WeakerCode(f, kSettingLow, codesLow[p], codesLow[p + reach]);
+        const double a = corr->DetectorPowerRatio(f, att, kSettingHigh, high, 0);
+        const double b = corr->DetectorPowerRatio(f, att, kSettingLow, low, 0);
+        // The high setting alone for strong signals, the low one alone for weak ones.
+        const double w = high < kBlendFrom ? 0.0 : high < kBlendTo ? (high - kBlendFrom) * 0.01 : 1.0;
+        levels[done++] = 10.0 * std::log10((1.0 - w) * a + w * b);
+    }
+    used += std::max(fresh, 0);
+}
+
+void BroadbandSweepEngine::RunOrsk() {
+    while (running) {
+        if (chunk == 0) {
+            startEvent.Wait();
+            if (!running) break;
+            fetched = used = done = 0;
+        }
+        const int first = plan.chunkStart[chunk];
+        const int n = plan.chunkPoints[chunk];
+        const int last = first + kGridStepMHz * n;
+        link->SetIFAttenHigh();
+        bool complete = ReadTable(first, last, tableHigh.get());
+        link->SetIFAttenLow();
+        complete = ReadTable(first, last, tableLow.get()) && complete;
+        if (!complete) {
+            usbError = 1;
+            EndSweep();
+            continue;
+        }
+        for (int i = 0; i < n && fetched + i < BroadbandPlan::kMaxPoints; ++i) {
+            codesHigh[fetched + i] = BigEndianAt(tableHigh.get(), i);
+            codesLow[fetched + i] = BigEndianAt(tableLow.get(), i);
+        }
+        fetched = std::min(fetched + n, BroadbandPlan::kMaxPoints);
+        OrskLevels(fetched - 2 * plan.margin - used);
+        {
+            std::lock_guard<std::mutex> lock(traceLock);
+            SpreadLevels(levels.get(), plan.points - 2 * plan.margin, plan.LevelMHz(0), plan.startMHz, trace.get(),
+                         plan.sweepLength);
+        }
+        if (++chunk == plan.chunkCount) EndSweep();
+    }
+}
+
+void BroadbandSweepEngine::RunVelm() {
+    const Settings& s = *settings;
+    link->SetDividerFour();
+    link->SetPathFilter(0, 1);
+    link->SetAttenuation(s.attenUsed * link->attenStep);
+    const VelmDetectorSweep sweep = PlanVelmDetectorSweep(s.start, s.stop);
+    for (int k = 0; k < sweep.points; ++k) {
+        gridCorr[k] = corr->GetCorrection(s.start + k * 3e6, s.attenUsed, 1, 1, 0.0, 1);
+    }
+    while (running) {
+        startEvent.Wait();
+        if (!running) break;
+        const bool complete = ReadTable(sweep.first, sweep.last, tableHigh.get()) &&
+                              ReadTable(sweep.first + 1, sweep.last + 1, tableLow.get());
+        if (!complete) {
+            usbError = 1;
+            EndSweep();
+            continue;
+        }
+        for (int k = 0; k < sweep.points; ++k) {
+            levels[k] = BigEndianAt(tableHigh.get(), k) * kVelmDbPerCode + gridCorr[k] + kVelmCodeOffset;
+            levelsB[k] = BigEndianAt(tableLow.get(), k) * kVelmDbPerCode + gridCorr[k] + kVelmCodeOffset;
+        }
+        if (sweep.points > 0) {
+            for (int i = 0; i < plan.sweepLength; ++i) {
+                raw[i] = VelmBinLevel(levels.get(), levelsB.get(), sweep.points, sweep.first, s.start, i);
+            }
+        }
+        {
+            std::lock_guard<std::mutex> lock(traceLock);
+            SmoothVelmTrace(raw.get(), trace.get(), plan.sweepLength);
+        }
+        EndSweep();
+    }
+}
+
+template <typename T>
+qorStatus BroadbandSweepEngine::Deliver(T* min, T* max) {
+    if (usbError) return qorUsbCommErr;
+    doneEvent.Wait();
+    if (running) {
+        std::lock_guard<std::mutex> lock(traceLock);
+        CopyTrace(trace.get(), min, plan.sweepLength);
+        CopyTrace(trace.get(), max, plan.sweepLength);
+    }
+    return usbError ? qorUsbCommErr : qorNoError;
+}
+
+template <typename T>
+qorStatus BroadbandSweepEngine::DeliverPartial(T* min, T* max, int* start, int* stop) {
+    if (idle.load()) {
+        startEvent.Set();
+        idle = 0;
+    }
+    if (usbError) return qorUsbCommErr;
+    doneEvent.Wait();
+    *start = 0;
+    *stop = plan.sweepLength;
+    if (running) {
+        std::lock_guard<std::mutex> lock(traceLock);
+        CopyTrace(trace.get(), min, plan.sweepLength);
+        CopyTrace(trace.get(), max, plan.sweepLength);
+    }
+    return usbError ? qorUsbCommErr : qorNoError;
+}
+
+qorStatus BroadbandSweepEngine::GetSweep64(double* min, double* max) { return Deliver(min, max); }
+
+qorStatus BroadbandSweepEngine::GetSweep32(float* min, float* max) { return Deliver(min, max); }
+
+qorStatus BroadbandSweepEngine::GetPartialSweep64(double* min, double* max, int* start, int* stop) {
+    return DeliverPartial(min, max, start, stop);
+}
+
+qorStatus BroadbandSweepEngine::GetPartialSweep32(float* min, float* max, int* start, int* stop) {
+    return DeliverPartial(min, max, start, stop);
+}
+
+}  // namespace qor
