@@ -1,0 +1,209 @@
+// The hopped sweeps' step grid, the midrange frame and its segments, and the
+// processing of a synthetic frame: where a step's bins land, and how a step
+// pairs with its partner in both forms of rejection.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "engine_midrange.h"
+#include "rbw_filter.h"
+#include "spectrum_core.h"
+#include "step_sweep.h"
+
+namespace {
+
+using qor::EdgeScale;
+using qor::MidrangePlan;
+using qor::PlanMidrange;
+using qor::PlanStepGrid;
+using qor::StepGrid;
+
+TEST(StepGrid, FastSweepExample) {
+    for (EdgeScale scale : {EdgeScale::Reported, EdgeScale::Divided}) {
+        const StepGrid g = PlanStepGrid(101e6, 201e6, 100e6, 256, 1.0, scale);
+        EXPECT_EQ(105, g.binsPerStep);
+        EXPECT_NEAR(1904.7619047619, g.stepBin, 1e-9);
+        EXPECT_EQ(558, g.stepStart);
+        EXPECT_EQ(1059, g.stepStop);
+        EXPECT_EQ(502, g.stepCount);
+        EXPECT_EQ(52500, g.sweepLength);
+        EXPECT_NEAR(101e6, g.startFreq, g.binSize / 2);
+    }
+}
+
+TEST(StepGrid, TimebaseFactorOnEitherScale) {
+    const double ratio = 1.0 + 2e-6;
+    const StepGrid divided = PlanStepGrid(1e9, 1.01e9, 10e6, 1024, ratio, EdgeScale::Divided);
+    const StepGrid reported = PlanStepGrid(1e9, 1.01e9, 10e6, 1024, ratio, EdgeScale::Reported);
+    EXPECT_DOUBLE_EQ(divided.stepBin * ratio, divided.binSize);
+    EXPECT_DOUBLE_EQ(divided.binSize, reported.binSize);
+    // The divided form puts bin 0 on the step grid, times the factor, next to the start.
+    const double edge = divided.stepStart * 200000.0 - 10.7e6 - (divided.binsPerStep / 2) * divided.stepBin;
+    EXPECT_NEAR((edge + divided.firstBin * divided.stepBin) * ratio, divided.startFreq, 1e-6);
+    EXPECT_NEAR(1e9, divided.startFreq, divided.binSize / 2);
+    // The reported form sums the step edge undivided: bin 0 lies (ratio - 1) x edge higher.
+    EXPECT_NEAR(1e9 + (ratio - 1.0) * 1e9, reported.startFreq, reported.binSize);
+}
+
+TEST(StepGrid, NoFftIsOneBinAStep) {
+    const StepGrid g = PlanStepGrid(951e6, 1049e6, 98e6, 1, 1.0, EdgeScale::Divided);
+    EXPECT_EQ(1, g.binsPerStep);
+    EXPECT_EQ(200000.0, g.binSize);
+    EXPECT_EQ(490, g.sweepLength);
+}
+
+TEST(StepGrid, SlicesOfTheFirstAndLastSteps) {
+    StepGrid g;
+    g.binsPerStep = 10;
+    g.firstBin = 13;  // more than a step: step 0 adds nothing
+    g.sweepLength = 25;
+    const qor::StepSlice first = qor::SliceOfStep(g, 0, 16);
+    EXPECT_LE(first.count, 0);
+    const qor::StepSlice second = qor::SliceOfStep(g, 1, 16);
+    EXPECT_EQ(0, second.to);
+    EXPECT_EQ(3 + 3, second.from);  // N/2 - bps/2, moved by the 3 bins left out
+    EXPECT_EQ(7, second.count);
+    const qor::StepSlice last = qor::SliceOfStep(g, 4, 16);
+    EXPECT_EQ(27, last.to);
+    EXPECT_LE(last.count, 0) << "the trace ends before this step";
+    EXPECT_EQ(8, qor::SliceOfStep(g, 3, 16).count) << "cut at sweepLength";
+}
+
+// Stop frequencies that give a start of 1 GHz exactly 250 and 251 steps.
+constexpr double kStart = 1000e6;
+constexpr double kStop250 = 1049.7e6;
+constexpr double kStop251 = 1049.9e6;
+
+MidrangePlan Plan(double stop, bool reject, int fftSize = 1024, int sampleCount = 1280) {
+    return PlanMidrange(kStart, stop, stop - kStart, fftSize, 1.0, reject, sampleCount);
+}
+
+TEST(MidrangePlan, SegmentsOfAtMost250Steps) {
+    const MidrangePlan one = Plan(kStop250, false);
+    ASSERT_EQ(250, one.stepCount);
+    EXPECT_EQ(std::vector<int32_t>{250}, one.segmentLength);
+    EXPECT_EQ(std::vector<int32_t>{one.grid.stepStart}, one.segmentStart);
+
+    const MidrangePlan two = Plan(kStop251, false);
+    ASSERT_EQ(251, two.stepCount);
+    EXPECT_EQ((std::vector<int32_t>{250, 1}), two.segmentLength);
+    EXPECT_EQ(two.grid.stepStart + 250, two.segmentStart[1]);
+    EXPECT_EQ(0, two.partner);
+    EXPECT_EQ(251, two.steps);
+
+    // With rejection the frame begins 107 steps lower: 358 steps, 250 + 108.
+    const MidrangePlan rejected = Plan(kStop251, true);
+    EXPECT_FALSE(rejected.shortSpan);
+    EXPECT_EQ(358, rejected.stepCount);
+    EXPECT_EQ(107, rejected.partner);
+    EXPECT_EQ(251, rejected.steps);
+    EXPECT_EQ(rejected.grid.stepStart - 107, rejected.firstStep);
+    EXPECT_EQ((std::vector<int32_t>{250, 108}), rejected.segmentLength);
+    EXPECT_EQ((std::vector<int32_t>{rejected.firstStep, rejected.firstStep + 250}), rejected.segmentStart);
+}
+
+TEST(MidrangePlan, ShortSpanHasTwoHalves) {
+    const MidrangePlan p = Plan(kStart + 10e6, true);
+    const int32_t steps = p.grid.stepCount;
+    ASSERT_LT(steps, 107);
+    EXPECT_TRUE(p.shortSpan);
+    EXPECT_EQ(2 * steps, p.stepCount);
+    EXPECT_EQ(steps, p.partner);
+    EXPECT_EQ(steps, p.steps);
+    EXPECT_EQ((std::vector<int32_t>{p.grid.stepStart - 107, p.grid.stepStart}), p.segmentStart);
+    EXPECT_EQ((std::vector<int32_t>{steps, steps}), p.segmentLength);
+}
+
+TEST(MidrangePlan, BlocksPerStepFollowTheCore) {
+    EXPECT_EQ(129, Plan(kStop250, false, 65536, 66048 - 256).blocksPerStep);
+    EXPECT_EQ(3, Plan(kStop250, false, 1024, 1536 - 256).blocksPerStep);
+    const MidrangePlan direct = Plan(kStop250, false, 1, 512);  // no FFT: the core keeps its 512
+    EXPECT_EQ(1, direct.blocksPerStep);
+    EXPECT_EQ(1, direct.grid.binsPerStep);
+    EXPECT_EQ(250 * 512, direct.FrameSamples());
+}
+
+// A synthetic frame through the frame processor.
+class FrameProcessing : public ::testing::Test {
+protected:
+    static constexpr double kMix = qor::kMixFrequency;
+
+    void Build(double start, double stop, bool reject) {
+        filter = std::make_unique<qor::RbwFilter>(10e3, 1, qor::kSampleRate, 0, false);
+        const int samples = (filter->fftSize + 767) / 512 * 512;
+        core = std::make_unique<qor::SpectrumCore>(filter.get(), 0, 1.0, samples, true);
+        plan = PlanMidrange(start, stop, stop - start, filter->fftSize, 1.0, reject, core->sampleCount);
+        frame.assign(static_cast<size_t>(plan.FrameSamples()), Ipp64fc{0.0, 0.0});
+        processor = std::make_unique<qor::MidrangeFrameProcessor>(plan, core.get(), filter->fftSize, reject);
+        corrections = std::make_unique<qor::StepCorrections>(nullptr, plan.grid, 0.0, reject);  // all 0 dB
+        minTrace.assign(static_cast<size_t>(plan.grid.sweepLength), 0.0);
+        maxTrace = minTrace;
+    }
+    Ipp64fc* Step(int s) { return frame.data() + static_cast<size_t>(s) * plan.StepSamples(); }
+    // Trace step i: the step whose LO lies above `f` by the IF, and its position in the frame.
+    int TraceStep(double f) { return static_cast<int>(std::floor((f + 10.7e6) / 200e3 + 0.5)) - plan.grid.stepStart; }
+    // A tone at RF `f` as trace step i sees it (LO above the signal).
+    void AddTone(int i, double f, double amplitude) {
+        const double lo = (plan.grid.stepStart + i) * 200000.0;
+        const double y = f - (lo - 10.7e6);  // offset from the middle after the mix
+        const double cycles = (y - qor::kMixOffset) / qor::kSampleRate;
+        Ipp64fc* step = Step(i + plan.partner);
+        for (int t = 0; t < plan.StepSamples(); ++t) {
+            step[t].re += amplitude * std::cos(2 * M_PI * cycles * t);
+            step[t].im += amplitude * std::sin(2 * M_PI * cycles * t);
+        }
+    }
+    // The partner of trace step i: what conjugated and mixed reads like step i mixed.
+    void MirrorIntoPartner(int i) {
+        Ipp64fc* from = Step(i + plan.partner);
+        Ipp64fc* to = Step(i);
+        for (int t = 0; t < plan.StepSamples(); ++t) {
+            const double phase = -2.0 * 2 * M_PI * kMix * t;  // conj(mix)^2
+            const double re = from[t].re, im = -from[t].im;
+            to[t] = {re * std::cos(phase) - im * std::sin(phase), re * std::sin(phase) + im * std::cos(phase)};
+        }
+    }
+    int PeakBin() { return static_cast<int>(std::max_element(maxTrace.begin(), maxTrace.end()) - maxTrace.begin()); }
+    void Run() {
+        processor->ProcessFrame(frame.data());
+        processor->Publish(*corrections, minTrace.data(), maxTrace.data());
+    }
+
+    std::unique_ptr<qor::RbwFilter> filter;
+    std::unique_ptr<qor::SpectrumCore> core;
+    MidrangePlan plan;
+    std::vector<Ipp64fc> frame;
+    std::unique_ptr<qor::MidrangeFrameProcessor> processor;
+    std::unique_ptr<qor::StepCorrections> corrections;
+    std::vector<double> minTrace, maxTrace;
+};
+
+TEST_F(FrameProcessing, ToneLandsOnItsBin) {
+    Build(1000e6, 1002e6, false);
+    const double f = 1001.2345e6;
+    AddTone(TraceStep(f), f, 0.1);
+    Run();
+    EXPECT_NEAR(f, plan.grid.startFreq + PeakBin() * plan.grid.binSize, plan.grid.binSize * 1.5);
+    EXPECT_NEAR(-20.0 + 3.01, maxTrace[static_cast<size_t>(PeakBin())], 0.3) << "the window's 3 dB, uncorrected";
+}
+
+TEST_F(FrameProcessing, RejectionKeepsWhatBothViewsShow) {
+    for (const bool shortSpan : {true, false}) {
+        SCOPED_TRACE(shortSpan ? "two halves" : "107 steps lower");
+        Build(1000e6, shortSpan ? 1002e6 : 1030e6, true);
+        ASSERT_EQ(shortSpan, plan.shortSpan);
+        const double signal = 1001.2345e6, image = 1001.6789e6;
+        AddTone(TraceStep(signal), signal, 0.1);
+        MirrorIntoPartner(TraceStep(signal));      // the signal shows from both LOs
+        AddTone(TraceStep(image), image, 0.1);     // the image from one only
+        Run();
+        const auto at = [this](double f) {
+            return maxTrace[static_cast<size_t>(std::lround((f - plan.grid.startFreq) / plan.grid.binSize))];
+        };
+        EXPECT_NEAR(-20.0 + 3.01, at(signal), 0.3);
+        EXPECT_LT(at(image), -100.0);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,96 @@
+// Faults on the stream of a running midrange sweep: headers lost, garbled or
+// of the wrong size make the reader find its place again and the sweeps go
+// on correct and without error; an unplugged unit gives -11 within a second
+// and a prompt abort.
+#include <chrono>
+#include <thread>
+
+#include "e2e_midrange_support.h"
+
+namespace {
+
+using namespace widetest;
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned kSerial = 41000004;
+const Tone kTone{1001.3e6, -25.0};  // on a bin of 200 kHz
+
+class MidrangeFaults : public ::testing::Test {
+protected:
+    void SetUp() override {
+        Unit unit{kSerial, 4, {kTone}};
+        unit.noiseFloor = -130.0;
+        const std::string problem = LoadBench({unit});
+        if (!problem.empty()) GTEST_SKIP() << problem;
+        device = Open(kSerial);
+        ASSERT_GE(device, 0);
+        // With rejection 597 steps of one block: three segments, a frame of 1.2 MB.
+        widetest::Sweep s;
+        s.start = 951e6;
+        s.stop = 1049e6;
+        s.rbw = 250e3;
+        s.reject = true;
+        ASSERT_EQ(qorNoError, Initiate(device, s));
+        qorQuerySweepInfo(device, &trace.length, &trace.startFreq, &trace.binSize);
+        trace.min.resize(static_cast<size_t>(trace.length));
+        trace.max.resize(static_cast<size_t>(trace.length));
+        ASSERT_EQ(qorNoError, TakeSweep());
+    }
+    void TearDown() override {
+        if (device >= 0) qorCloseDevice(device);
+    }
+    qorStatus TakeSweep() { return qorGetSweep_64f(device, trace.min.data(), trace.max.data()); }
+    // A few sweeps after a fault: all without error, the last one right.
+    void ExpectSweepsRecover() {
+        for (int k = 0; k < 4; ++k) ASSERT_EQ(qorNoError, TakeSweep()) << "sweep " << k;
+        const int peak = trace.PeakNear(kTone.frequency, trace.binSize);
+        ASSERT_GE(peak, 0);
+        EXPECT_NEAR(trace.FrequencyOf(peak), kTone.frequency, trace.binSize);
+        EXPECT_NEAR(trace.max[peak], kTone.level, 1.0);
+    }
+
+    int device = -1;
+    Trace trace;
+};
+
+TEST_F(MidrangeFaults, LostHeadersResynchronise) {
+    ASSERT_EQ(0, Instrument().loseFrameHeaders(kSerial, 3));
+    ExpectSweepsRecover();
+}
+
+TEST_F(MidrangeFaults, GarbledHeadersResynchronise) {
+    // More than a whole frame: headers go, and samples with them.
+    ASSERT_EQ(0, Instrument().corruptStreamBytes(kSerial, 1000, 1500000));
+    ExpectSweepsRecover();
+}
+
+TEST_F(MidrangeFaults, FramesOfAnotherSizeAreDropped) {
+    ASSERT_EQ(0, Instrument().wrongSizeFrames(kSerial, 3));
+    ExpectSweepsRecover();
+}
+
+TEST_F(MidrangeFaults, UnplugGivesUsbErrorAndPromptAbort) {
+    // Long frames (129 blocks a step), so that the unit mostly goes while the caller waits.
+    widetest::Sweep s;
+    s.start = 995e6;
+    s.stop = 1005e6;
+    s.rbw = 1e3;
+    s.vbw = s.rbw / 32;
+    ASSERT_EQ(qorNoError, Initiate(device, s));
+    qorQuerySweepInfo(device, &trace.length, &trace.startFreq, &trace.binSize);
+    trace.min.resize(static_cast<size_t>(trace.length));
+    trace.max.resize(static_cast<size_t>(trace.length));
+    const auto unplugged = Clock::now();
+    ASSERT_EQ(0, Instrument().unplug(kSerial, 5));
+    // A frame finished before the unplug may still be delivered.
+    qorStatus status = qorNoError;
+    for (int k = 0; k < 3 && status == qorNoError; ++k) status = TakeSweep();
+    EXPECT_EQ(qorUsbCommErr, status);
+    EXPECT_LT(Clock::now() - unplugged, std::chrono::seconds(1));
+    EXPECT_EQ(qorUsbCommErr, TakeSweep()) << "the mark stays";
+    const auto aborting = Clock::now();
+    EXPECT_EQ(qorNoError, qorAbort(device));
+    EXPECT_LT(Clock::now() - aborting, std::chrono::seconds(1));
+}
+
+}  // namespace
