@@ -13,12 +13,8 @@ namespace qor {
 namespace {
 
 constexpr int kBlock = AnalyzerLink::kBlockSamples;
-constexpr double kNominalIf = 10700000.0;
-constexpr double kSampledIf = 10694444.44;
-constexpr double kMixOffset = 5555.56;  // moves the sampled IF to the middle of the spectrum
-// Normalised frequencies of the mix tone (+5555.56 Hz) and of the two
-// shifted views of the low-band pass (+105555.56 Hz and -94444.44 Hz).
-constexpr double kMixFrequency = 0.011428571428571429;
+// Normalised frequencies of the two shifted views of the low-band pass
+// (+105555.56 Hz and -94444.44 Hz).
 constexpr double kUpFrequency = 0.21714285805714284;
 constexpr double kDownFrequency = 0.8057142866285714;
 // The partner 21.4 MHz below exists from this LO index on.
@@ -30,43 +26,18 @@ constexpr double kNoPartnerBelow = 16.1e6;  // no LO 21.4 MHz under the signal
 constexpr int kStepsPerDone = 25;           // steps between two deliveries
 constexpr uint32_t kPartialWaitMs = 3000;
 
-void BuildTone(smart_array<Ipp64fc>& tone, double frequency) {
-    tone.Allocate(kBlock);
-    double phase = 0.0;
-    ippsTone_64fc(tone.get(), kBlock, 1.0, frequency, &phase, ippAlgHintFast);
-}
-
 }  // namespace
 
 FastSweepPlan PlanFastSweep(double start, double stop, double span, int32_t fftSize, double timebaseFactor,
                             bool reject) {
     constexpr int32_t kSegment = FastSweepPlan::kSegmentSteps;
-    constexpr double kStep = FastSweepPlan::kLoStep;
     FastSweepPlan p;
-    const double ratio = timebaseFactor;
-    const double startDivided = start / ratio;
-    const double stopDivided = stop / ratio;
-    const double spanDivided = span / ratio;
-
-    const double binWidth = fftSize >= 2 ? kSampleRate / fftSize : kStep;
-    p.binsPerStep = static_cast<int32_t>(std::floor(kStep / binWidth + 0.5));
-    p.stepBin = kStep / p.binsPerStep;
-    p.binSize = p.stepBin * ratio;
-    p.sweepLength = static_cast<int32_t>(std::floor(span / p.binSize + 0.5));
-
-    // The first step shows its lowest kept bin 60 kHz above start at most,
-    // the last its highest 60 kHz below stop at least.
-    p.stepStart = static_cast<int32_t>(std::floor((startDivided + kNominalIf + 60000.0) / kStep));
-    p.stepStop = static_cast<int32_t>(std::ceil((stopDivided + kNominalIf - 60000.0) / kStep));
-    p.stepCount = p.stepStop - p.stepStart + 1;
-
-    const double edge = p.stepStart * kStep - kNominalIf - (p.binsPerStep / 2) * p.binSize;
-    p.firstBin = static_cast<int32_t>(std::floor((start - edge) / p.binSize + 0.5));
-    p.startFreq = p.firstBin * p.binSize + ratio * edge;
+    static_cast<StepGrid&>(p) = PlanStepGrid(start, stop, span, fftSize, timebaseFactor, EdgeScale::Reported);
+    const double spanDivided = span / timebaseFactor;
 
     // Segments of 107 steps; with rejection the first reaches 107 steps
     // further down, to fill the delay line with the partners.
-    p.segmentCount = std::max(1, static_cast<int32_t>(std::ceil(spanDivided / (kSegment * kStep))));
+    p.segmentCount = std::max(1, static_cast<int32_t>(std::ceil(spanDivided / (kSegment * kLoStep))));
     const int32_t lead = reject ? kSegment : 0;
     p.segmentStart.resize(static_cast<size_t>(p.segmentCount));
     p.segmentLength.resize(static_cast<size_t>(p.segmentCount));
@@ -91,7 +62,8 @@ FastSweepEngine::FastSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
       plan(PlanFastSweep(settings->start, settings->stop, settings->span, filter->fftSize, corr->timebaseFactor,
                          settings->reject)),
       fftSize(filter->fftSize),
-      reject(settings->reject) {
+      reject(settings->reject),
+      corrections(corr, plan, kNoPartnerBelow, settings->reject) {
     sweepInfo->sweepLength = plan.sweepLength;
     sweepInfo->startFreq = plan.startFreq;
     sweepInfo->binSize = plan.binSize;
@@ -100,18 +72,15 @@ FastSweepEngine::FastSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
     const int length = std::max(plan.sweepLength, 0);
     ring.Allocate(kRingBlocks * kBlock);
     ippsZero_64fc(ring.get(), kRingBlocks * kBlock);
-    BuildTone(mixTone, kMixFrequency);
+    BuildTone(mixTone, kBlock, kMixFrequency);
     minTrace.Allocate(length);
     maxTrace.Allocate(length);
     std::fill_n(minTrace.get(), length, -200.0);
     std::fill_n(maxTrace.get(), length, -200.0);
-    // Room behind the traces: a step's correction slice may reach past the end.
-    corrHigh.Allocate(length + kBlock);
-    corrLow.Allocate(length + kBlock);
     for (smart_array<double>* spectrum : {&specMinA, &specMaxA, &specMinB, &specMaxB}) spectrum->Allocate(fftSize);
     if (plan.lowSteps > 0) {
-        BuildTone(toneUp, kUpFrequency);
-        BuildTone(toneDown, kDownFrequency);
+        BuildTone(toneUp, kBlock, kUpFrequency);
+        BuildTone(toneDown, kBlock, kDownFrequency);
         lowMin.resize(kLowEntries);
         lowMax.resize(kLowEntries);
         for (int e = 0; e < kLowEntries; ++e) {
@@ -129,57 +98,6 @@ FastSweepEngine::~FastSweepEngine() {
     StopAcquisition();
     link->orskPath = -1;
     if (link->deviceType == DeviceTypeOrskB) link->SetClockShift(0);
-}
-
-void FastSweepEngine::ComputeCorrections() {
-    corr->temperature = link->ReadTemperature();
-    corr->preampOn = settings->preamp;
-    const int atten = settings->attenUsed;
-    const int gain = settings->gainUsed;
-    const int bps = plan.binsPerStep;
-    int k = ((plan.firstBin % bps) + bps) % bps;  // place of trace bin 0 within its step
-    for (int i = 0; i < plan.sweepLength; ++i) {
-        const double f = i * plan.binSize + plan.startFreq;
-        // The LO above the signal, and the IF offset of the bin there.
-        const double ifA = (k - bps / 2) * plan.binSize - kMixOffset;
-        const double loA = std::floor((f - ifA + kSampledIf) / FastSweepPlan::kLoStep + 0.5) * FastSweepPlan::kLoStep;
-        corrHigh[i] = corr->GetCorrection(f, atten, gain, 1, ifA, corr->BandOf(loA));
-        // The partner's view: the LO 21.4 MHz below, the IF offset turned over.
-        if (reject) {
-            const double ifB = (bps / 2 - k) * plan.binSize - kMixOffset;
-            const double loB = f < kNoPartnerBelow ? loA
-                                                   : std::floor((ifB + f - kSampledIf) / FastSweepPlan::kLoStep + 0.5) *
-                                                         FastSweepPlan::kLoStep;
-            corrLow[i] = corr->GetCorrection(f, atten, gain, 1, ifB, corr->BandOf(loB));
-        }
-        if (++k == bps) k = 0;
-    }
-}
-
-void FastSweepEngine::PrepareLevel() {
-    Settings& s = *settings;
-    if (s.atten >= 0 && s.gain >= 0) {
-        s.attenUsed = s.atten;
-        s.gainUsed = s.gain;
-        ComputeCorrections();
-        return;
-    }
-    s.preamp = s.refLevel <= -29.9 && s.start >= 250e3;
-    s.attenUsed = 2;
-    s.gainUsed = 1;
-    ComputeCorrections();
-    const double smallest =
-        plan.sweepLength > 0 ? *std::min_element(corrHigh.get(), corrHigh.get() + plan.sweepLength) : 0.0;
-    corr->SelectAttenGain(smallest, s.refLevel, &s.attenUsed, &s.gainUsed);
-    ComputeCorrections();
-}
-
-void FastSweepEngine::ConfigurePath() {
-    const Settings& s = *settings;
-    link->SetPreamp(s.preamp);
-    link->SetPathFilter(0, corr->BandOf(s.start));
-    SetGainIndex(link, s.gainUsed);
-    link->SetAttenuation(s.attenUsed * link->attenStep);
 }
 
 void FastSweepEngine::LowBandPass() {
@@ -242,16 +160,10 @@ bool FastSweepEngine::ProcessStep(int step, int s) {
 }
 
 void FastSweepEngine::WriteStep() {
-    const int bps = plan.binsPerStep;
-    int count = bps;
-    int from = fftSize / 2 - bps / 2;
-    int to = bps * traceStep - plan.firstBin;
-    if (to < 0) {
-        count += to;
-        from -= to;
-        to = 0;
-    }
-    if (count + to > plan.sweepLength) count = plan.sweepLength - to;
+    const StepSlice slice = SliceOfStep(plan, traceStep, fftSize);
+    const int count = slice.count;
+    const int from = slice.from;
+    const int to = slice.to;
     if (count <= 0) return;
 
     std::lock_guard<std::mutex> lock(traceLock);
@@ -260,24 +172,24 @@ void FastSweepEngine::WriteStep() {
     if (reject) {
         double* minB = specMinB.get() + from;
         double* maxB = specMaxB.get() + from;
-        ippsAdd_64f(corrHigh.get() + to, minA, minA, count);
-        ippsAdd_64f(corrHigh.get() + to, maxA, maxA, count);
-        ippsAdd_64f(corrLow.get() + to, minB, minB, count);
-        ippsAdd_64f(corrLow.get() + to, maxB, maxB, count);
+        ippsAdd_64f(corrections.High() + to, minA, minA, count);
+        ippsAdd_64f(corrections.High() + to, maxA, maxA, count);
+        ippsAdd_64f(corrections.Low() + to, minB, minB, count);
+        ippsAdd_64f(corrections.Low() + to, maxB, maxB, count);
         // What shows in one view only is an image: keep the lower reading.
         ippsMinEvery_64f(minA, minB, minTrace.get() + to, count);
         ippsMinEvery_64f(maxA, maxB, maxTrace.get() + to, count);
     } else {
-        ippsAdd_64f(corrHigh.get() + to, minA, minTrace.get() + to, count);
-        ippsAdd_64f(corrHigh.get() + to, maxA, maxTrace.get() + to, count);
+        ippsAdd_64f(corrections.High() + to, minA, minTrace.get() + to, count);
+        ippsAdd_64f(corrections.High() + to, maxA, maxTrace.get() + to, count);
     }
     progress = count + to;
 }
 
 void FastSweepEngine::Run() {
     link->RestoreSynthModulus();
-    PrepareLevel();
-    ConfigurePath();
+    corrections.ChooseLevel(link, *settings);
+    ConfigureStepPath(link, corr, *settings);
     while (running) {
         if (segment == 0) {
             startEvent.Wait();

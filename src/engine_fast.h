@@ -33,29 +33,21 @@
 #include "ipps.h"
 #include "os.h"
 #include "smart_array.h"
+#include "step_sweep.h"
 #include "sweep_engine.h"
 
 namespace qor {
 
 class DeviceCorr;
 
-// The step grid and segments of a hopped sweep, fixed before anything runs.
-struct FastSweepPlan {
-    static constexpr int32_t kSegmentSteps = 107;   // steps of a segment, and the partner distance
-    static constexpr int32_t kLowestStep = 27;      // lowest LO index a sweep uses
-    static constexpr double kLoStep = 200000.0;
+// The step grid (step_sweep.h) and the segments of a hopped sweep, fixed
+// before anything runs.
+struct FastSweepPlan : StepGrid {
+    static constexpr int32_t kSegmentSteps = kPartnerSteps;  // steps of a segment, and the partner distance
+    static constexpr int32_t kLowestStep = 27;               // lowest LO index a sweep uses
 
-    int32_t binsPerStep = 0;  // trace bins taken from each step
-    int32_t firstBin = 0;     // bins left out at the start of the first step
-    int32_t sweepLength = 0;
-    int32_t stepStart = 0;    // LO index of the first step that reaches the trace
-    int32_t stepStop = 0;
-    int32_t stepCount = 0;
-    int32_t lowSteps = 0;     // LO indices below kLowestStep that rejection would need
+    int32_t lowSteps = 0;  // LO indices below kLowestStep that rejection would need
     int32_t segmentCount = 0;
-    double stepBin = 0.0;     // bin width in the divided frequency domain
-    double binSize = 0.0;     // reported bin width: stepBin x timebase factor
-    double startFreq = 0.0;   // reported frequency of trace bin 0
     std::vector<int32_t> segmentStart;   // first LO index of each segment
     std::vector<int32_t> segmentLength;  // steps of each segment
 };
@@ -87,9 +79,6 @@ private:
     qorStatus DeliverPartial(T* min, T* max, int* start, int* stop, bool waitForever);
 
     void Run();
-    void PrepareLevel();
-    void ComputeCorrections();
-    void ConfigurePath();
     void LowBandPass();
     // One step of a segment; false when it is to be skipped (no partner yet).
     bool ProcessStep(int step, int s);
@@ -116,8 +105,8 @@ private:
 
     smart_array<Ipp64fc> ring;  // kRingBlocks blocks of 512 samples
     smart_array<Ipp64fc> mixTone, toneUp, toneDown;
+    StepCorrections corrections;
     smart_array<double> minTrace, maxTrace;
-    smart_array<double> corrHigh, corrLow;  // sweepLength + 512
     smart_array<double> specMinA, specMaxA, specMinB, specMaxB;
     std::vector<smart_array<double>> lowMin, lowMax;  // kLowEntries each, only with low steps
 };

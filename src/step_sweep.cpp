@@ -7,6 +7,7 @@
 #include "corrections.h"
 #include "rbw_filter.h"
 #include "settings.h"
+#include "sweep_engine.h"
 
 namespace qor {
 namespace {
@@ -113,14 +114,7 @@ void StepCorrections::ChooseLevel(AnalyzerLink* link, Settings& s) {
 void ConfigureStepPath(AnalyzerLink* link, DeviceCorr* corr, const Settings& s) {
     link->SetPreamp(s.preamp);
     link->SetPathFilter(0, corr->BandOf(s.start));
-    // Gain index 1 the middle setting, 2 the most gain, any other the least.
-    if (s.gainUsed == 1) {
-        link->SetGainRegisters(0, 0);
-    } else if (s.gainUsed == 2) {
-        link->SetGainRegisters(0, 128);
-    } else {
-        link->SetGainRegisters(128, 0);
-    }
+    SetGainIndex(link, s.gainUsed);
     link->SetAttenuation(s.attenUsed * link->attenStep);
 }
 

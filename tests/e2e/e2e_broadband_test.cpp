@@ -114,8 +114,7 @@ TEST_F(Broadband, SweepsOnRequestAsWholeTraces) {
     double start = 0.0, bin = 0.0;
     ASSERT_EQ(qorNoError, qorQuerySweepInfo(device, &length, &start, &bin));
     EXPECT_EQ(1001, length);
-    const Sim& sim = Instrument();
-    sim.clearLog(kSerialOf[4]);
+    Instrument()->clearCommandLog(kSerialOf[4]);
     std::vector<float> min(static_cast<size_t>(length)), max(static_cast<size_t>(length));
     int first = -1, last = -1;
     ASSERT_EQ(qorNoError, qorGetPartialSweep_32f(device, min.data(), max.data(), &first, &last));
@@ -123,7 +122,7 @@ TEST_F(Broadband, SweepsOnRequestAsWholeTraces) {
     EXPECT_EQ(length, last);
     EXPECT_EQ(min, max) << "one trace stands for both";
     // 2 x 21 + 1 + 334 grid points in two pieces, each read at both IF attenuator settings.
-    EXPECT_EQ(4u, sim.Commands(kSerialOf[4], 'B').size());
+    EXPECT_EQ(4u, Commands(kSerialOf[4], 'B').size());
     qorCloseDevice(device);
 }
 
@@ -143,7 +142,7 @@ TEST_F(Broadband, UnplugGivesUsbErrorAndPromptAbort) {
         std::vector<double> min(static_cast<size_t>(length)), max(static_cast<size_t>(length));
         ASSERT_EQ(qorNoError, qorGetSweep_64f(device, min.data(), max.data()));
         const auto unplugged = Clock::now();
-        ASSERT_EQ(0, Instrument().unplug(kSerialOf[type], 0));
+        ASSERT_EQ(0, Instrument()->unplug(kSerialOf[type], 0));
         EXPECT_EQ(qorUsbCommErr, qorGetSweep_64f(device, min.data(), max.data()));
         EXPECT_EQ(qorUsbCommErr, qorGetSweep_64f(device, min.data(), max.data())) << "the mark stays";
         EXPECT_LT(Clock::now() - unplugged, std::chrono::seconds(1));

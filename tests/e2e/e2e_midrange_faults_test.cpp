@@ -54,18 +54,18 @@ protected:
 };
 
 TEST_F(MidrangeFaults, LostHeadersResynchronise) {
-    ASSERT_EQ(0, Instrument().loseFrameHeaders(kSerial, 3));
+    ASSERT_EQ(0, Instrument()->loseFrameHeaders(kSerial, 3));
     ExpectSweepsRecover();
 }
 
 TEST_F(MidrangeFaults, GarbledHeadersResynchronise) {
     // More than a whole frame: headers go, and samples with them.
-    ASSERT_EQ(0, Instrument().corruptStreamBytes(kSerial, 1000, 1500000));
+    ASSERT_EQ(0, Instrument()->corruptStreamBytes(kSerial, 1000, 1500000));
     ExpectSweepsRecover();
 }
 
 TEST_F(MidrangeFaults, FramesOfAnotherSizeAreDropped) {
-    ASSERT_EQ(0, Instrument().wrongSizeFrames(kSerial, 3));
+    ASSERT_EQ(0, Instrument()->wrongSizeFrames(kSerial, 3));
     ExpectSweepsRecover();
 }
 
@@ -81,7 +81,7 @@ TEST_F(MidrangeFaults, UnplugGivesUsbErrorAndPromptAbort) {
     trace.min.resize(static_cast<size_t>(trace.length));
     trace.max.resize(static_cast<size_t>(trace.length));
     const auto unplugged = Clock::now();
-    ASSERT_EQ(0, Instrument().unplug(kSerial, 5));
+    ASSERT_EQ(0, Instrument()->unplug(kSerial, 5));
     // A frame finished before the unplug may still be delivered.
     qorStatus status = qorNoError;
     for (int k = 0; k < 3 && status == qorNoError; ++k) status = TakeSweep();

@@ -5,7 +5,6 @@
 #ifndef QOR_TESTS_E2E_MIDRANGE_SUPPORT_H
 #define QOR_TESTS_E2E_MIDRANGE_SUPPORT_H
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -19,6 +18,7 @@
 #include <vector>
 
 #include "qor_api.h"
+#include "qorsim_calls.h"
 
 namespace widetest {
 
@@ -34,63 +34,21 @@ struct Unit {
     double noiseFloor = -165.0;
 };
 
-// The control calls in use; null members when the D2XX library of the run
-// is not the virtual instrument.
-struct Sim {
-    int (*loadBenchJson)(const char*) = nullptr;
-    const char* (*lastError)() = nullptr;
-    int (*unplug)(unsigned, double) = nullptr;
-    int (*loseFrameHeaders)(unsigned, int) = nullptr;
-    int (*wrongSizeFrames)(unsigned, int) = nullptr;
-    int (*corruptStreamBytes)(unsigned, unsigned long long, unsigned long long) = nullptr;
-    int (*stallStream)(unsigned, int) = nullptr;
-    int (*writeCalibrationFiles)(unsigned, const char*) = nullptr;
-    int (*commandCount)(unsigned) = nullptr;
-    int (*commandLog)(unsigned, int, unsigned char*, int) = nullptr;
-    void (*clearLog)(unsigned) = nullptr;
+// The instrument's control calls; null when the tests don't run on it.
+inline const simcontrol::Calls* Instrument() { return simcontrol::Resolve(); }
 
-    bool Complete() const {
-        return loadBenchJson && lastError && unplug && loseFrameHeaders && wrongSizeFrames && corruptStreamBytes &&
-               stallStream &&
-               writeCalibrationFiles && commandCount && commandLog && clearLog;
-    }
-    // Logged payloads of `serial` that begin with `first`.
-    std::vector<std::vector<unsigned char>> Commands(unsigned serial, char first) const {
-        std::vector<std::vector<unsigned char>> found;
-        unsigned char payload[8];
-        for (int i = 0; i < commandCount(serial); ++i) {
-            const int length = commandLog(serial, i, payload, sizeof payload);
-            if (length >= 1 && payload[0] == static_cast<unsigned char>(first)) {
-                found.emplace_back(payload, payload + std::min<int>(length, sizeof payload));
-            }
+// Logged payloads of `serial` that begin with `first`.
+inline std::vector<std::vector<unsigned char>> Commands(unsigned serial, char first) {
+    std::vector<std::vector<unsigned char>> found;
+    unsigned char payload[8];
+    const simcontrol::Calls* sim = Instrument();
+    for (int i = 0; i < sim->commandCount(serial); ++i) {
+        const int length = sim->commandLog(serial, i, payload, sizeof payload);
+        if (length >= 1 && payload[0] == static_cast<unsigned char>(first)) {
+            found.emplace_back(payload, payload + std::min<int>(length, sizeof payload));
         }
-        return found;
     }
-};
-
-inline const Sim& Instrument() {
-    static const Sim sim = [] {
-        Sim s;
-        const char* library = std::getenv("QOR_D2XX_LIBRARY");
-        void* handle = library ? dlopen(library, RTLD_NOW) : nullptr;
-        if (handle == nullptr) return s;
-        const auto get = [handle](auto& fn, const char* name) {
-            fn = reinterpret_cast<std::remove_reference_t<decltype(fn)>>(dlsym(handle, name));
-        };
-        get(s.loadBenchJson, "qorsim_load_bench_json");
-        get(s.lastError, "qorsim_last_error");
-        get(s.unplug, "qorsim_unplug");
-        get(s.loseFrameHeaders, "qorsim_lose_frame_headers");
-        get(s.wrongSizeFrames, "qorsim_wrong_size_frames");
-        get(s.corruptStreamBytes, "qorsim_corrupt_stream_bytes");
-        get(s.stallStream, "qorsim_stall_stream");
-        get(s.writeCalibrationFiles, "qorsim_write_calibration_files");
-        get(s.commandCount, "qorsim_command_count");
-        get(s.commandLog, "qorsim_command_log");
-        get(s.clearLog, "qorsim_clear_command_log");
-        return s;
-    }();
-    return sim;
+    return found;
 }
 
 // The calibration folder of this test process, removed when it ends.
@@ -134,16 +92,16 @@ inline std::string BenchJson(const std::vector<Unit>& units) {
 // files of type 3 units into the calibration folder and points the library
 // at it. An empty string, or why it failed.
 inline std::string LoadBench(const std::vector<Unit>& units) {
-    const Sim& sim = Instrument();
-    if (!sim.Complete()) return "the D2XX library is no virtual instrument";
-    if (sim.loadBenchJson(BenchJson(units).c_str()) != 0) return std::string("bench refused: ") + sim.lastError();
+    const simcontrol::Calls* sim = Instrument();
+    if (!sim) return "the D2XX library is no virtual instrument";
+    if (sim->loadBenchJson(BenchJson(units).c_str()) != 0) return std::string("bench refused: ") + sim->lastError();
     const std::filesystem::path& folder = CalFolder();
     if (folder.empty()) return "no calibration folder";
     setenv("QOR_CAL_URL", "http://127.0.0.1:9", 1);  // no download leaves the machine
     for (const Unit& unit : units) {
         if (unit.type != 3) continue;
         const std::filesystem::path root = folder / "endpoint";
-        if (sim.writeCalibrationFiles(unit.serial, root.c_str()) != 0) return "no table file";
+        if (sim->writeCalibrationFiles(unit.serial, root.c_str()) != 0) return "no table file";
         char name[32];
         std::snprintf(name, sizeof name, "D%08u.bin", unit.serial);
         for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {

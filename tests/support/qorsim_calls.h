@@ -22,6 +22,9 @@ struct Calls {
     decltype(&qorsim_command_log) commandLog;
     decltype(&qorsim_clear_command_log) clearCommandLog;
     decltype(&qorsim_unplug) unplug;
+    decltype(&qorsim_lose_frame_headers) loseFrameHeaders;
+    decltype(&qorsim_wrong_size_frames) wrongSizeFrames;
+    decltype(&qorsim_corrupt_stream_bytes) corruptStreamBytes;
 };
 
 // Null when the tests don't run on the virtual instrument.
@@ -42,7 +45,10 @@ inline const Calls* Resolve() {
                          get(resolved.commandCount, "qorsim_command_count") &&
                          get(resolved.commandLog, "qorsim_command_log") &&
                          get(resolved.clearCommandLog, "qorsim_clear_command_log") &&
-                         get(resolved.unplug, "qorsim_unplug");
+                         get(resolved.unplug, "qorsim_unplug") &&
+                         get(resolved.loseFrameHeaders, "qorsim_lose_frame_headers") &&
+                         get(resolved.wrongSizeFrames, "qorsim_wrong_size_frames") &&
+                         get(resolved.corruptStreamBytes, "qorsim_corrupt_stream_bytes");
         return all ? &resolved : nullptr;
     }();
     return calls;
