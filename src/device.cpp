@@ -207,6 +207,11 @@ void Device::Abort() {
     m_engine.reset();
     m_core.reset();
     m_rbwFilter.reset();
+    // The IF output holds the unit tuned until the next abort.
+    if (m_link.ifOutputOn) {
+        m_link.ReleaseReference();
+        m_link.ifOutputOn = false;
+    }
 }
 
 qorStatus Device::Initiate(int mode, const Settings& entry) {

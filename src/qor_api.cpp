@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "device.h"
+#include "diagnostics.h"
 #include "qor_lib.h"
 #include "status_text.h"
 #include "trace_units.h"
@@ -453,50 +454,42 @@ qorStatus qorGetTgFreqAmpl(int device, double* /*frequency*/, double* /*amplitud
 }
 
 // ---- Timebase and diagnostics ----------------------------------------------
-// The hardware steps of these calls are not built yet: past their checks they
-// answer -666.
 
 qorStatus qorSetTimebase(int device, int timebase) {
-    return WithDevice(device, [&](Device& d) {
-        d.Abort();
-        if (timebase == 2) return d.m_deviceType == DeviceTypeOrskA ? qorInvalidDeviceErr : qorUnknownErr;
-        if (timebase == 1) {
-            const bool velm = d.m_deviceType == DeviceTypeVelm || d.m_deviceType == DeviceTypeVelmB;
-            return velm ? qorInvalidDeviceErr : qorUnknownErr;
-        }
-        return qorInvalidParameterErr;
-    });
+    return WithDevice(device, [&](Device& d) { return qor::SetTimebase(d, timebase); });
 }
 
-qorStatus qorConfigIFOutput(int device, double /*inputFreq*/, double /*outputFreq*/, int /*inputAtten*/,
-                            int /*outputGain*/) {
+qorStatus qorConfigIFOutput(int device, double inputFreq, double outputFreq, int inputAtten, int outputGain) {
     return WithDevice(device, [&](Device& d) {
-        if (d.m_deviceType != DeviceTypeOrskA && d.m_deviceType != DeviceTypeOrskB) return qorInvalidDeviceErr;
-        d.Abort();
-        return qorUnknownErr;
+        return qor::ConfigIFOutput(d, inputFreq, outputFreq, inputAtten, outputGain);
     });
 }
 
 qorStatus qorSelfTest(int device, SelfTestResults* results) {
     return WithDevice(device, [&](Device& d) {
         if (AnyNull(results)) return qorNullPtrErr;
-        d.Abort();
-        if (d.m_deviceType != DeviceTypeVelmB && d.m_deviceType != DeviceTypeOrskB) return qorInvalidDeviceErr;
-        return qorUnknownErr;
+        return qor::SelfTest(d, *results);
     });
 }
 
-qorStatus qorSetTimebaseCorrection(int device, double /*correction*/) {
-    return WithDevice(device, [](Device&) { return qorUnknownErr; });
+qorStatus qorSetTimebaseCorrection(int device, double correction) {
+    return WithDevice(device, [&](Device& d) {
+        d.m_calibration.corr->timebaseFactor = correction;
+        return qorNoError;
+    });
 }
 
 qorStatus qorGetTimebaseCorrection(int device, double* correction) {
-    return WithDevice(device, [&](Device&) {
+    return WithDevice(device, [&](Device& d) {
         if (AnyNull(correction)) return qorNullPtrErr;
-        return qorUnknownErr;
+        *correction = d.m_calibration.corr->timebaseFactor;
+        return qorNoError;
     });
 }
 
-qorStatus qorAdjustTimebase(int device, double /*correction*/) {
-    return WithDevice(device, [](Device&) { return qorUnknownErr; });
+qorStatus qorAdjustTimebase(int device, double correction) {
+    return WithDevice(device, [&](Device& d) {
+        qor::AdjustTimebase(d, correction);
+        return qorNoError;
+    });
 }

@@ -25,6 +25,7 @@ struct Calls {
     decltype(&qorsim_lose_frame_headers) loseFrameHeaders;
     decltype(&qorsim_wrong_size_frames) wrongSizeFrames;
     decltype(&qorsim_corrupt_stream_bytes) corruptStreamBytes;
+    decltype(&qorsim_reference_present) referencePresent;
 };
 
 // Null when the tests don't run on the virtual instrument.
@@ -48,7 +49,8 @@ inline const Calls* Resolve() {
                          get(resolved.unplug, "qorsim_unplug") &&
                          get(resolved.loseFrameHeaders, "qorsim_lose_frame_headers") &&
                          get(resolved.wrongSizeFrames, "qorsim_wrong_size_frames") &&
-                         get(resolved.corruptStreamBytes, "qorsim_corrupt_stream_bytes");
+                         get(resolved.corruptStreamBytes, "qorsim_corrupt_stream_bytes") &&
+                         get(resolved.referencePresent, "qorsim_reference_present");
         return all ? &resolved : nullptr;
     }();
     return calls;

@@ -1,0 +1,282 @@
+// Self-test, reference choice, timebase correction and the IF output through
+// the C API on the virtual instrument: what each call answers, the commands
+// it sends, and what the unit's user area carries to the next open.
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "e2e_fast_fixture.h"
+
+namespace {
+
+using namespace fastsweep;
+using Payload = std::vector<unsigned char>;
+
+constexpr unsigned kVelm = 60000001, kVelmB = 60000002, kOrskA = 60000003, kOrskB = 60000004;
+constexpr double kStoredCorrection = 1.0000025;  // in the type 2 unit's user area
+
+const char* const kBench = R"({"clock": "fast", "pacing": "immediate", "units": [
+    {"serial": 60000001, "type": 1, "onDeviceCalibration": true, "temperature": 30.0},
+    {"serial": 60000002, "type": 2, "onDeviceCalibration": true, "temperature": 30.0,
+     "timebaseCorrection": 1.0000025},
+    {"serial": 60000003, "type": 3, "onDeviceCalibration": false, "temperature": 30.0},
+    {"serial": 60000004, "type": 4, "onDeviceCalibration": true, "temperature": 30.0}]})";
+
+unsigned SerialOfType(int type) { return type == 1 ? kVelm : type == 2 ? kVelmB : type == 3 ? kOrskA : kOrskB; }
+
+// The LO of the last synthesizer programming in `log`, decoded from its four
+// frames: divider word, "D" outboard divider, modulus word, integer/fraction word.
+double LastLo(const std::vector<Payload>& log) {
+    for (size_t i = log.size(); i-- > 1;) {
+        const Payload& d = log[i];
+        if (d.size() != 2 || d[0] != 'D' || i + 2 >= log.size()) continue;
+        const Payload& divider = log[i - 1];
+        const Payload& mod = log[i + 1];
+        const Payload& word = log[i + 2];
+        const int synthLog2 = (divider[2] - 0x86) / 16;
+        const int modulus = (mod[3] - 0x80) * 32 + (mod[4] - 1) / 8;
+        const int integer = word[2] * 2 + (word[3] >> 7);
+        const int fraction = (word[3] & 0x7F) * 32 + word[4] / 8;
+        const int outboardLog2 = d[1] < 4 ? d[1] + 3 : 0;
+        return (integer + static_cast<double>(fraction) / modulus) * 1e7 / std::ldexp(1.0, synthLog2 + outboardLog2);
+    }
+    return -1.0;
+}
+
+int Count(const std::vector<Payload>& log, const Payload& command) {
+    return static_cast<int>(std::count(log.begin(), log.end(), command));
+}
+
+class Diagnostics : public FastSweepSuite {
+protected:
+    static void SetUpTestSuite() {
+        const Sim* sim = TheSim();
+        if (!sim) return;
+        ASSERT_EQ(0, sim->loadBenchJson(kBench)) << sim->lastError();
+        EnterCalibrationFolder("diagnostics");
+        // The 12.4 GHz A unit keeps no table on board: it is in the cache, as if downloaded before.
+        const std::filesystem::path www = Folder() / "www";
+        ASSERT_EQ(0, sim->writeCalibrationFiles(kOrskA, www.c_str()));
+        std::filesystem::copy_file(www / "custdata/P6000/D60000003.bin", Folder() / "D60000003.bin");
+    }
+    static void TearDownTestSuite() { LeaveCalibrationFolder(); }
+
+    void SetUp() override {
+        sim = TheSim();
+        if (!sim) GTEST_SKIP() << "the virtual instrument is not loaded (QOR_D2XX_LIBRARY)";
+        // A fresh bench: user areas and reference inputs as the bench says.
+        ASSERT_EQ(0, sim->loadBenchJson(kBench)) << sim->lastError();
+    }
+    void TearDown() override {
+        for (int device = 0; device < 8; ++device) qorCloseDevice(device);
+    }
+
+    // Opens the unit of `type` and clears its command log.
+    int OpenType(int type) {
+        const int device = Open(SerialOfType(type));
+        EXPECT_GE(device, 0) << "type " << type;
+        sim->clearCommandLog(SerialOfType(type));
+        return device;
+    }
+    int Reopen(int device, int type) {
+        EXPECT_EQ(qorNoError, qorCloseDevice(device));
+        return OpenType(type);
+    }
+    double Factor(int device) {
+        double factor = 0.0;
+        EXPECT_EQ(qorNoError, qorGetTimebaseCorrection(device, &factor));
+        return factor;
+    }
+    static bool Sweeping(int device) {
+        int length = 0;
+        double start = 0.0, bin = 0.0;
+        return qorQuerySweepInfo(device, &length, &start, &bin) == qorNoError;
+    }
+    static void StartSweep(int device) {
+        ASSERT_EQ(qorNoError, qorConfigCenterSpan(device, 1e9, 100e3));
+        ASSERT_EQ(qorNoError, qorInitiate(device, ModeSweep));
+        ASSERT_TRUE(Sweeping(device));
+    }
+
+    const Sim* sim = nullptr;
+};
+
+// ---- Self-test -------------------------------------------------------------
+
+TEST_F(Diagnostics, SelfTestPassesWithTheUnitsOwnSource) {
+    for (int type : {2, 4}) {
+        const int device = OpenType(type);
+        StartSweep(device);
+        SelfTestResults r{};
+        ASSERT_EQ(qorNoError, qorSelfTest(device, &r)) << "type " << type;
+        EXPECT_FALSE(Sweeping(device));
+        EXPECT_TRUE(r.highBandPass) << type << " high band " << r.highBandLevel;
+        EXPECT_TRUE(r.lowBandPass) << type << " low band " << r.lowBandLevel;
+        EXPECT_TRUE(r.attenuatorPass) << type << " attenuator " << r.attenuatorDelta;
+        EXPECT_TRUE(r.lowIfPass) << type << " low IF " << r.lowIfLevel;
+        EXPECT_TRUE(r.preampPass) << type << " preamplifier " << r.preampLevel;
+        // The source is switched on once and off at the end; only type 2 has a preamplifier.
+        const auto log = Commands(SerialOfType(type));
+        EXPECT_EQ(1, Count(log, {'O', 1}));
+        EXPECT_EQ(log.back(), (Payload{'O', 0}));
+        EXPECT_EQ(type == 2 ? 1 : 0, Count(log, {'M', 1}));
+    }
+}
+
+TEST_F(Diagnostics, SelfTestWithoutSourceStopsTheModeAndRefuses) {
+    for (int type : {1, 3}) {
+        const int device = OpenType(type);
+        StartSweep(device);
+        EXPECT_EQ(qorNullPtrErr, qorSelfTest(device, nullptr));
+        EXPECT_TRUE(Sweeping(device)) << "the null test comes before the abort";
+        SelfTestResults r{};
+        EXPECT_EQ(qorInvalidDeviceErr, qorSelfTest(device, &r)) << "type " << type;
+        EXPECT_FALSE(Sweeping(device)) << "type " << type;
+        EXPECT_EQ(0, Count(Commands(SerialOfType(type)), {'O', 1}));
+    }
+}
+
+// ---- Reference choice ----------------------------------------------------
+
+TEST_F(Diagnostics, FirstReferenceChoiceLastsUntilReopen) {
+    int device = OpenType(4);
+    StartSweep(device);
+    EXPECT_EQ(qorInvalidParameterErr, qorSetTimebase(device, 0)) << "no choice made yet";
+    EXPECT_FALSE(Sweeping(device)) << "the abort comes before the rule";
+    sim->clearCommandLog(kOrskB);
+    EXPECT_EQ(qorNoError, qorSetTimebase(device, 1));
+    EXPECT_EQ((std::vector<Payload>{{'C', 1}}), Commands(kOrskB));
+
+    sim->clearCommandLog(kOrskB);
+    EXPECT_EQ(qorNoError, qorSetTimebase(device, 2));
+    EXPECT_EQ(qorNoError, qorSetTimebase(device, 0));
+    EXPECT_TRUE(Commands(kOrskB).empty()) << "a made choice sends nothing";
+
+    device = Reopen(device, 4);
+    EXPECT_EQ(qorInvalidParameterErr, qorSetTimebase(device, 0)) << "a reopen forgets the choice";
+}
+
+TEST_F(Diagnostics, ExternalReferenceMissingThenPresent) {
+    for (int type : {2, 4}) {
+        const unsigned serial = SerialOfType(type);
+        const int device = OpenType(type);
+        ASSERT_EQ(qorNoError, qorSetTimebaseCorrection(device, 1.000004));
+        EXPECT_EQ(qorExternalReferenceNotFound, qorSetTimebase(device, 2));
+        EXPECT_EQ((std::vector<Payload>{{'C', 2}}), Commands(serial)) << "only the question goes out";
+        EXPECT_EQ(1.000004, Factor(device)) << "the internal reference keeps its correction";
+
+        ASSERT_EQ(0, sim->referencePresent(serial, 1));
+        sim->clearCommandLog(serial);
+        EXPECT_EQ(qorNoError, qorSetTimebase(device, 2)) << "a failed choice locks nothing";
+        const unsigned char select = type == 4 ? 3 : 1;
+        EXPECT_EQ((std::vector<Payload>{{'C', 2}, {'C', select}}), Commands(serial));
+        EXPECT_EQ(1.0, Factor(device)) << "an external reference is exact";
+    }
+}
+
+TEST_F(Diagnostics, ReferenceChoicesTheTypeLacks) {
+    struct Case {
+        int type, timebase;
+    } cases[] = {{1, 1}, {2, 1}, {3, 2}};
+    for (const Case& c : cases) {
+        const int device = OpenType(c.type);
+        EXPECT_EQ(qorInvalidDeviceErr, qorSetTimebase(device, c.timebase)) << c.type << " " << c.timebase;
+        EXPECT_TRUE(Commands(SerialOfType(c.type)).empty());
+        if (c.type == 3) {
+            EXPECT_EQ(qorNoError, qorSetTimebase(device, 1)) << "type 3 still gives its reference out";
+        }
+    }
+}
+
+// ---- Timebase correction -------------------------------------------------
+
+TEST_F(Diagnostics, StoredCorrectionReachesTheNextOpen) {
+    int device = OpenType(2);
+    EXPECT_EQ(kStoredCorrection, Factor(device)) << "the open takes the user area's correction";
+
+    // Set, not stored: the next open goes back to the stored one.
+    ASSERT_EQ(qorNoError, qorSetTimebaseCorrection(device, 1.5));
+    EXPECT_EQ(1.5, Factor(device));
+    device = Reopen(device, 2);
+    EXPECT_EQ(kStoredCorrection, Factor(device));
+
+    // 0.0 clears the stored value and leaves the running factor.
+    EXPECT_EQ(qorNoError, qorAdjustTimebase(device, 0.0));
+    EXPECT_EQ(kStoredCorrection, Factor(device));
+    EXPECT_TRUE(Commands(kVelmB).empty()) << "the user area is no command";
+    device = Reopen(device, 2);
+    EXPECT_EQ(1.0, Factor(device)) << "the factory's exact reference";
+
+    EXPECT_EQ(qorNoError, qorAdjustTimebase(device, 0.9999987));
+    EXPECT_EQ(0.9999987, Factor(device));
+    device = Reopen(device, 2);
+    EXPECT_EQ(0.9999987, Factor(device));
+}
+
+// ---- IF output -----------------------------------------------------------
+
+TEST_F(Diagnostics, IFOutputHoldsItsLimits) {
+    struct Case {
+        int type;
+        double input, output;
+        int atten, gain;
+        qorStatus status;
+        double lo;               // the last LO: the input less the signed output used, after any first LO
+        unsigned char filter;    // "F" 3 x 16 + 8 + band group
+        unsigned char gainCode;  // "A" 65 + gain
+        unsigned char attenCode;
+    } cases[] = {
+        // Raised to 125 MHz, where the LO may not lie above: sign 1.
+        {3, 1e8, -3.5e7, 5, 10, qorParameterClamped, 1.25e8 - 3.5e7, 56, 75, 5},
+        {3, 1e9, 3.6e7, 40, 70, qorParameterClamped, 1e9 - 3.6e7, 57, 125, 30},
+        {4, 1e9, 3.6e7, 5, 10, qorParameterClamped, 1e9 - 6.1e7, 57, 75, 5},
+        {4, 1e9, -6.3e7, 0, 60, qorNoError, 1e9 + 6.3e7, 57, 125, 0},
+        // Band 5: the last LO works on the input less the 8.8 GHz first LO.
+        {4, 2e10, 7e7, -3, 0, qorParameterClamped, 1.3e10 - 8.8e9 - 6.5e7, 59, 65, 0},
+    };
+    for (const Case& c : cases) {
+        const int device = OpenType(c.type);
+        const unsigned serial = SerialOfType(c.type);
+        EXPECT_EQ(c.status, qorConfigIFOutput(device, c.input, c.output, c.atten, c.gain)) << c.type << " " << c.input;
+        const auto log = Commands(serial);
+        ASSERT_GE(log.size(), 3u);
+        const Payload tail[3] = {{'F', c.filter}, {'A', c.gainCode}, {'A', c.attenCode}};
+        EXPECT_TRUE(std::equal(tail, tail + 3, log.end() - 3)) << c.type << " " << c.input;
+        EXPECT_NEAR(c.lo, LastLo(log), 1e4) << c.type << " " << c.input;
+        ASSERT_EQ(qorNoError, qorCloseDevice(device));
+    }
+}
+
+TEST_F(Diagnostics, IFOutputAboveTheFirstMixerTakesItsPath) {
+    const int device = OpenType(4);
+    ASSERT_EQ(qorNoError, qorConfigIFOutput(device, 1e9, 6.3e7, 0, 0));
+    sim->clearCommandLog(kOrskB);
+    // Band 2 runs through the 7.8 GHz first LO, which lies above the input:
+    // the last LO sits at 7.8 GHz - 5 GHz, on the side the sign says.
+    ASSERT_EQ(qorNoError, qorConfigIFOutput(device, 5e9, -6.3e7, 0, 0));
+    const auto log = Commands(kOrskB);
+    EXPECT_EQ(1, Count(log, {'A', 131})) << "the first-LO path changes to 0";
+    EXPECT_NEAR(7.8e9 - 5e9 - 6.3e7, LastLo(log), 1e4);
+}
+
+TEST_F(Diagnostics, AbortReleasesTheIFOutputOnce) {
+    const int device = OpenType(3);
+    ASSERT_EQ(qorNoError, qorConfigIFOutput(device, 1e9, 3.6e7, 0, 0));
+    sim->clearCommandLog(kOrskA);
+    EXPECT_EQ(qorNoError, qorAbort(device));
+    EXPECT_EQ((std::vector<Payload>{{'C', 0}}), Commands(kOrskA));
+    sim->clearCommandLog(kOrskA);
+    EXPECT_EQ(qorNoError, qorAbort(device));
+    EXPECT_TRUE(Commands(kOrskA).empty());
+}
+
+TEST_F(Diagnostics, IFOutputOnTheSmallFamilyLeavesTheModeRunning) {
+    const int device = OpenType(2);
+    StartSweep(device);
+    EXPECT_EQ(qorInvalidDeviceErr, qorConfigIFOutput(device, 1e9, 3.6e7, 0, 0));
+    EXPECT_TRUE(Sweeping(device)) << "the type test comes before the abort";
+}
+
+}  // namespace
