@@ -36,7 +36,7 @@ constexpr SelfTestLimits kOrskBLimits{{-30.0, -18.0}, {-35.0, -23.0}, {-12.0, -8
 // IF output limits of the 12.4 GHz family.
 constexpr double kIFInputLowest = 1.25e8;
 constexpr double kIFInputHighest = 1.3e10;
-constexpr double kIFInvertedFrom = 2.01e8;  // below it the LO cannot lie under the input
+constexpr double kIFInvertedFrom = 2.01e8;  // below it the LO stays under the input: no inverted output
 constexpr int kIFAttenHighest = 30;
 constexpr int kIFGainHighest = 60;
 

@@ -5,8 +5,9 @@
 // with no engine behind it.
 //
 // They run on the application's thread. SelfTest, SetTimebase and
-// ConfigIFOutput stop the running engine first (Device::Abort), so that the
-// link is theirs and the device is idle afterwards, also when they fail.
+// ConfigIFOutput stop the running engine (Device::Abort) before they touch
+// the link, so that the device is idle afterwards, also when they fail; only
+// ConfigIFOutput refuses a type without an IF output before that.
 #ifndef QOR_DIAGNOSTICS_H
 #define QOR_DIAGNOSTICS_H
 
