@@ -2,13 +2,16 @@
 
 #include <atomic>
 #include <chrono>
-#include <pthread.h>
-#include <sched.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace qor::os {
 namespace {
 
 std::atomic<double> clockScale{1.0};
+
+constexpr int kTimeCriticalNice = -20;
 
 using Steady = std::chrono::steady_clock;
 const Steady::time_point origin = Steady::now();
@@ -61,14 +64,16 @@ bool AutoResetEvent::Wait(uint32_t timeoutMs) {
 }
 
 std::thread StartThread(std::function<void()> body, Priority priority) {
-    std::thread thread(std::move(body));
-    if (priority == Priority::TimeCritical) {
-        sched_param param{};
-        param.sched_priority = sched_get_priority_max(SCHED_FIFO);
-        // Refused without the privilege; the thread then runs at normal priority.
-        (void)pthread_setschedparam(thread.native_handle(), SCHED_FIFO, &param);
-    }
-    return thread;
+    return std::thread([body = std::move(body), priority] {
+        if (priority == Priority::TimeCritical) {
+            // The strongest weight of the fair scheduler, not a real-time
+            // class: a reader that never blocks (a unit that always has data)
+            // must not starve its partner thread or the machine. Refused
+            // without the privilege; the thread then keeps the normal weight.
+            (void)setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), kTimeCriticalNice);
+        }
+        body();
+    });
 }
 
 }  // namespace qor::os

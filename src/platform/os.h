@@ -47,6 +47,7 @@ enum class Priority { Normal, TimeCritical };
 
 // Starts a thread and asks for the priority; the request is best effort
 // (an unprivileged process on Linux keeps the normal priority).
+// Time-critical threads get the fair scheduler's strongest weight.
 std::thread StartThread(std::function<void()> body, Priority priority);
 
 }  // namespace qor::os
