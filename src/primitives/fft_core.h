@@ -36,7 +36,7 @@ FftSizes FftMemorySizes(int order);
 
 }  // namespace qor_prim
 
-// The specification: read only after initialisation, so one serves any
+// The FFT setup block: read only after initialisation, so one serves any
 // number of threads, each with its own work buffer.
 struct IppsFFTSpec_C_64fc {
     uint64_t magic;
@@ -53,14 +53,14 @@ struct IppsFFTSpec_C_64fc {
 
 namespace qor_prim {
 
-// Builds a specification in `specMemory` (FftMemorySizes(order).spec bytes),
+// Builds a setup block in `specMemory` (FftMemorySizes(order).spec bytes),
 // using `initMemory` (.init bytes) as scratch; null `initMemory` is refused by the caller.
 IppsFFTSpec_C_64fc* FftBuild(int order, double forwardScale, double inverseScale, void* specMemory, void* initMemory);
 
 // Transform of src into dst (the same array allowed) with work (.work bytes).
 void FftRun(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, bool inverse);
 
-// The same with an explicit scale instead of the specification's.
+// The same with an explicit scale instead of the setup block's.
 void FftRunScaled(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, bool inverse,
                   double scale);
 

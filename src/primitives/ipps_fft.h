@@ -1,10 +1,10 @@
 // Complex double FFT of 2^order points, order 0 to 24.
 //
-// Life cycle: ippsFFTGetSize_C_64fc gives the bytes of the specification,
+// Life cycle: ippsFFTGetSize_C_64fc gives the bytes of the FFT setup block,
 // of the initialisation memory (needed only during ippsFFTInit_C_64fc) and
-// of the work buffer; ippsFFTInit_C_64fc fills the specification once (no
+// of the work buffer; ippsFFTInit_C_64fc fills the setup block once (no
 // timing, no allocation); the transforms then allocate nothing. The
-// specification is read only and may serve several threads, each with its
+// setup block is read only and may serve several threads, each with its
 // own work buffer. Forward X[k] = scale sum x[n] exp(-2 pi j n k / N),
 // inverse with +2 pi j; the flag chooses the scales (IPP_FFT_DIV_FWD_BY_N:
 // forward 1 / N, inverse 1). Source and destination may be the same array.
@@ -19,12 +19,12 @@ struct IppsFFTSpec_C_64fc;
 IppStatus ippsFFTGetSize_C_64fc(int order, int flag, IppHintAlgorithm hint, int* specSize, int* initSize,
                                 int* workSize);
 
-// *spec receives the specification, which lives inside specMemory.
+// *spec receives the setup block, which lives inside specMemory.
 // Status: -8 null pointer, -15 order, -16 flag.
 IppStatus ippsFFTInit_C_64fc(IppsFFTSpec_C_64fc** spec, int order, int flag, IppHintAlgorithm hint, Ipp8u* specMemory,
                              Ipp8u* initMemory);
 
-// Status: -8 null pointer, -13 a specification that ippsFFTInit_C_64fc did not make.
+// Status: -8 null pointer, -13 a setup block that ippsFFTInit_C_64fc did not make.
 IppStatus ippsFFTFwd_CToC_64fc(const Ipp64fc* src, Ipp64fc* dst, const IppsFFTSpec_C_64fc* spec, Ipp8u* work);
 IppStatus ippsFFTInv_CToC_64fc(const Ipp64fc* src, Ipp64fc* dst, const IppsFFTSpec_C_64fc* spec, Ipp8u* work);
 
