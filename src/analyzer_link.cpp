@@ -373,7 +373,7 @@ int AnalyzerLink::CaptureStream(Ipp64fc* out, int count) {
     return status;
 }
 
-int AnalyzerLink::ReadFrame(Ipp64fc* out, int expectedSamples) {
+int AnalyzerLink::ReadFrame(Ipp64fc* out, int expectedSamples, const std::atomic<bool>* keepReading) {
     std::memset(syncWord, 0, sizeof syncWord);
     ReadStreamBytes(syncWord, sizeof syncWord);
     if (!IsFrameHeader(syncWord) && (ResyncFrames() != 0 || !IsFrameHeader(syncWord))) return -1;
@@ -384,6 +384,7 @@ int AnalyzerLink::ReadFrame(Ipp64fc* out, int expectedSamples) {
         for (frameBlock = 0; frameBlock < blocks; ++frameBlock) {
             // A block that misses its limit leaves the frame torn; the next
             // call finds its place again through the header.
+            if (keepReading && !keepReading->load()) return -1;
             if (ReadSamples512(out + static_cast<size_t>(frameBlock) * kBlockSamples) == 0) return -1;
         }
         return frameTag;

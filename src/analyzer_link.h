@@ -90,7 +90,10 @@ public:
     int ReadSamples4096(Ipp64fc* out);
     void StartStream();
     void StopStream();
-    int ReadFrame(Ipp64fc* out, int expectedSamples);
+    // `keepReading`, when given, is looked at between blocks: a frame it
+    // leaves ends at once, torn, with -1 (so that a stop need not wait for a
+    // long frame).
+    int ReadFrame(Ipp64fc* out, int expectedSamples, const std::atomic<bool>* keepReading = nullptr);
     int ResyncFrames();
     void PurgeStream(ULONG mask);
     DWORD StreamQueued();

@@ -197,7 +197,8 @@ void MidrangeSweepEngine::ReadFrames() {
     int failures = 0;     // reads in a row that found no header
     while (running) {
         Ipp64fc* out = frameBuffer[fill].get() + segmentOffset[segment];
-        const int r = link->ReadFrame(out, plan.segmentLength[segment] * plan.StepSamples());
+        const int r = link->ReadFrame(out, plan.segmentLength[segment] * plan.StepSamples(), &running);
+        if (!running) break;
         if (r >= 0 && r < segments) {
             // After a lost header the segment that came may not be the one expected:
             // its data went to the wrong place, and the reader follows the unit.
@@ -220,6 +221,10 @@ void MidrangeSweepEngine::ReadFrames() {
             if (!torn) OfferFrame(fill);
             torn = false;
             segment = 0;
+            // The processor runs at the reader's priority: let it have the
+            // processor now, else a stream that is always ready (a unit that
+            // never has to be waited for) would keep it from ever running.
+            std::this_thread::yield();
         }
     }
     frameEvent.Set();

@@ -1,5 +1,6 @@
 // Reads of the sample stream: captures, blocks, frames and finding the frames
 // again after garbage.
+#include <atomic>
 #include <vector>
 
 #include "link_fixture.h"
@@ -50,6 +51,14 @@ TEST_F(StreamTest, FramesInStepAreReadWhole) {
     EXPECT_EQ(6, link.ReadFrame(out.data(), 512));
     EXPECT_DOUBLE_EQ(-1.0, out[0].re);
     EXPECT_TRUE(Stream().empty());
+}
+
+TEST_F(StreamTest, AFrameLeftOnStopEndsTorn) {
+    link.blocksPerStep = 1;
+    Push(Stream(), Frame(5, 1, 100));
+    std::atomic<bool> keepReading{false};
+    EXPECT_EQ(-1, link.ReadFrame(out.data(), 1024, &keepReading));
+    EXPECT_EQ(1024u * 4, Stream().size()) << "no block of it was read";
 }
 
 TEST_F(StreamTest, AFrameOfAnotherSizeIsDroppedWhole) {
