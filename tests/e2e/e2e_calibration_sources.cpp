@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "e2e_calibration_endpoint.h"
+#include "e2e_bench.h"
 #include "qor_api.h"
-#include "qorsim_calls.h"
 
 namespace {
 
@@ -31,17 +31,13 @@ constexpr Unit kDownload[] = {{51000012, 2, false}, {51000013, 3, false}, {51000
 constexpr Unit kNowhere = {51000022, 2, false};
 
 std::string Bench() {
-    std::string units;
-    auto add = [&](const Unit& u) {
-        if (!units.empty()) units += ",";
-        units += "{\"serial\": " + std::to_string(u.serial) + ", \"type\": " + std::to_string(u.type) +
-                 ", \"onDeviceCalibration\": " + (u.onDevice ? "true" : "false") + ", \"temperature\": 28.0}";
-    };
+    std::vector<e2e::BenchUnit> units;
+    auto add = [&](const Unit& u) { units.push_back({static_cast<unsigned>(u.serial), u.type, u.onDevice, 28.0, NAN, {}}); };
     for (const Unit& u : kOnBoard) add(u);
     add(kPageOnly);
     for (const Unit& u : kDownload) add(u);
     add(kNowhere);
-    return R"({"clock": "fast", "pacing": "immediate", "units": [)" + units + "]}";
+    return e2e::BenchJson(units);
 }
 
 std::vector<uint8_t> ReadWhole(const fs::path& file) {
@@ -49,20 +45,16 @@ std::vector<uint8_t> ReadWhole(const fs::path& file) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-std::string Eight(int serial) {
-    char text[16];
-    std::snprintf(text, sizeof text, "%08d", serial);
-    return text;
-}
+using e2e::Eight;
 
 class CalibrationSources : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         sim = simcontrol::Resolve();
         if (!sim) return;
-        root = new TempDir();
-        fs::create_directory(root->path / "www");
-        endpoint = new e2ecal::PythonEndpoint((root->path / "www").string(), (root->path / "http").string());
+        root = new e2e::TempFolder("e2e_cal");
+        fs::create_directory(root->Path() / "www");
+        endpoint = new e2ecal::PythonEndpoint((root->Path() / "www").string(), (root->Path() / "http").string());
     }
     static void TearDownTestSuite() {
         delete endpoint;
@@ -76,7 +68,7 @@ protected:
         if (!endpoint->Ok()) GTEST_SKIP() << "python3 -m http.server did not start";
         ASSERT_EQ(sim->loadBenchJson(Bench().c_str()), 0) << sim->lastError();
         setenv("QOR_CAL_URL", endpoint->BaseUrl().c_str(), 1);
-        ASSERT_EQ(qorSetCalFilePath((cache.path.string() + "/").c_str()), qorNoError);
+        ASSERT_EQ(qorSetCalFilePath((cache.Path().string() + "/").c_str()), qorNoError);
     }
     void TearDown() override {
         qorSetCalFilePath(nullptr);
@@ -113,8 +105,8 @@ protected:
         const std::size_t tableBytes = u.type <= 2 ? 458624 : 571616;
         std::vector<uint8_t> unit(4096), table(tableBytes);
         ASSERT_GT(sim->calibrationBlocks(u.serial, unit.data(), 4096, table.data(), static_cast<int>(tableBytes)), 0);
-        const std::vector<uint8_t> unitFile = ReadWhole(cache.path / (Eight(u.serial) + ".qmi"));
-        const std::vector<uint8_t> tableFile = ReadWhole(cache.path / ("D" + Eight(u.serial) + ".bin"));
+        const std::vector<uint8_t> unitFile = ReadWhole(cache.Path() / (Eight(u.serial) + ".qmi"));
+        const std::vector<uint8_t> tableFile = ReadWhole(cache.Path() / ("D" + Eight(u.serial) + ".bin"));
         ASSERT_EQ(unitFile.size(), 3128u);
         if (unitBlockFromUnit) {
             EXPECT_TRUE(std::equal(unitFile.begin(), unitFile.end(), unit.begin())) << u.serial;
@@ -126,19 +118,10 @@ protected:
         }
     }
 
-    struct TempDir {
-        TempDir() {
-            std::string pattern = (fs::temp_directory_path() / "qor-e2e-cal-XXXXXX").string();
-            path = mkdtemp(pattern.data());
-        }
-        ~TempDir() { fs::remove_all(path); }
-        fs::path path;
-    };
-
     static inline const simcontrol::Calls* sim = nullptr;
-    static inline TempDir* root = nullptr;
+    static inline e2e::TempFolder* root = nullptr;
     static inline e2ecal::PythonEndpoint* endpoint = nullptr;
-    TempDir cache;
+    e2e::TempFolder cache{"e2e_cal"};
 };
 
 TEST_F(CalibrationSources, FromTheUnitThenFromTheCache) {
@@ -160,7 +143,7 @@ TEST_F(CalibrationSources, FromTheUnitThenFromTheCache) {
 
 TEST_F(CalibrationSources, FromTheDownloadEndpointThenFromTheCache) {
     for (const Unit& u : kDownload) {
-        ASSERT_EQ(sim->writeCalibrationFiles(u.serial, (root->path / "www").c_str()), 0);
+        ASSERT_EQ(sim->writeCalibrationFiles(u.serial, (root->Path() / "www").c_str()), 0);
         const std::string path = "/custdata/P5100/D" + Eight(u.serial) + ".bin";
         const CalCommands first = OpenAndClose(u);
         EXPECT_EQ(endpoint->Requests(path), 1) << u.serial;
@@ -173,8 +156,8 @@ TEST_F(CalibrationSources, FromTheDownloadEndpointThenFromTheCache) {
 
 TEST_F(CalibrationSources, NoTableFileAnywhereFailsTheOpenAndFreesTheUnit) {
     OpenAndClose(kNowhere, qorInternetErr);
-    EXPECT_FALSE(fs::exists(cache.path / ("D" + Eight(kNowhere.serial) + ".bin")));
-    EXPECT_FALSE(fs::exists(cache.path / (Eight(kNowhere.serial) + ".qmi")));
+    EXPECT_FALSE(fs::exists(cache.Path() / ("D" + Eight(kNowhere.serial) + ".bin")));
+    EXPECT_FALSE(fs::exists(cache.Path() / (Eight(kNowhere.serial) + ".qmi")));
     int serials[8] = {}, count = 0;
     ASSERT_EQ(qorGetSerialNumberList(serials, &count), qorNoError);
     EXPECT_NE(std::find(serials, serials + count, kNowhere.serial), serials + count) << "its channels were released";
@@ -183,7 +166,7 @@ TEST_F(CalibrationSources, NoTableFileAnywhereFailsTheOpenAndFreesTheUnit) {
     OpenAndClose(kNowhere, qorInternetErr);
 
     setenv("QOR_CAL_URL", endpoint->BaseUrl().c_str(), 1);
-    ASSERT_EQ(sim->writeCalibrationFiles(kNowhere.serial, (root->path / "www").c_str()), 0);
+    ASSERT_EQ(sim->writeCalibrationFiles(kNowhere.serial, (root->Path() / "www").c_str()), 0);
     OpenAndClose(kNowhere);  // the next open tries again
     ExpectCacheFilesOf(kNowhere, true);
 }

@@ -3,7 +3,6 @@
 // it sends, and what the unit's user area carries to the next open.
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -12,7 +11,6 @@
 namespace {
 
 using namespace fastsweep;
-using Payload = std::vector<unsigned char>;
 
 constexpr unsigned kVelm = 60000001, kVelmB = 60000002, kOrskA = 60000003, kOrskB = 60000004;
 constexpr double kStoredCorrection = 1.0000025;  // in the type 2 unit's user area
@@ -57,9 +55,7 @@ protected:
         ASSERT_EQ(0, sim->loadBenchJson(kBench)) << sim->lastError();
         EnterCalibrationFolder("diagnostics");
         // The 12.4 GHz A unit keeps no table on board: it is in the cache, as if downloaded before.
-        const std::filesystem::path www = Folder() / "www";
-        ASSERT_EQ(0, sim->writeCalibrationFiles(kOrskA, www.c_str()));
-        std::filesystem::copy_file(www / "custdata/P6000/D60000003.bin", Folder() / "D60000003.bin");
+        ASSERT_TRUE(Folder()->CopyTableFile(kOrskA));
     }
     static void TearDownTestSuite() { LeaveCalibrationFolder(); }
 

@@ -21,29 +21,10 @@ const std::vector<Tone> kOrskTones = {{5.3e6, -30},        {120.1e6, -40},     {
                                       {4500.061e6, -45},   {6000.3e6, -30},    {6800.1e6, -35},   {8300.05e6, -40},
                                       {9200.1e6, -30},     {10000.3e6, -35},   {11500.07e6, -30}, {12390.0e6, -40}};
 
-class FastSweepAccuracy : public FastSweepSuite {
+class FastSweepAccuracy : public FastSweepPairSuite {
 protected:
-    static void SetUpTestSuite() {
-        const Sim* sim = TheSim();
-        if (!sim) return;
-        ASSERT_EQ(0, sim->loadBenchJson(BenchJson({UnitJson(kVelmB, 2, kVelmTones), UnitJson(kOrskB, 4, kOrskTones)})
-                                        .c_str()))
-            << sim->lastError();
-        EnterCalibrationFolder("accuracy");
-        velm = Open(kVelmB);
-        orsk = Open(kOrskB);
-    }
-    static void TearDownTestSuite() { LeaveCalibrationFolder(); }
-    void SetUp() override {
-        if (!TheSim()) GTEST_SKIP() << "the virtual instrument is not loaded (QOR_D2XX_LIBRARY)";
-        ASSERT_GE(velm, 0);
-        ASSERT_GE(orsk, 0);
-    }
-
-    static int velm, orsk;
+    static void SetUpTestSuite() { OpenPair("accuracy", kVelmB, kVelmTones, kOrskB, kOrskTones); }
 };
-int FastSweepAccuracy::velm = -1;
-int FastSweepAccuracy::orsk = -1;
 
 // Under the sanitizers a step costs many times more, and the traces are
 // copied whole on every partial delivery: there the full range is swept with

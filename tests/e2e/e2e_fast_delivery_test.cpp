@@ -18,8 +18,8 @@ protected:
         const Sim* sim = TheSim();
         if (!sim) return;
         const std::vector<Tone> tones = {{150.1e6, -30}, {7030.0e6, -30}};
-        ASSERT_EQ(0, sim->loadBenchJson(BenchJson({UnitJson(kVelm, 1, tones), UnitJson(kVelmB, 2, tones),
-                                               UnitJson(kOrskB, 4, tones)})
+        ASSERT_EQ(0, sim->loadBenchJson(BenchJson({FastUnit(kVelm, 1, tones), FastUnit(kVelmB, 2, tones),
+                                               FastUnit(kOrskB, 4, tones)})
                                         .c_str()))
             << sim->lastError();
         EnterCalibrationFolder("delivery");

@@ -5,57 +5,28 @@
 #define QOR_TESTS_E2E_FAST_FIXTURE_H
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "e2e_bench.h"
 #include "qor_api.h"
-#include "qorsim_calls.h"
 
 namespace fastsweep {
 
-using Sim = simcontrol::Calls;
-
-// Null when the suite runs without the virtual instrument.
-inline const Sim* TheSim() { return simcontrol::Resolve(); }
-
-// The command payloads logged for `serial` since the log was cleared, in order.
-inline std::vector<std::vector<unsigned char>> Commands(unsigned serial) {
-    std::vector<std::vector<unsigned char>> found;
-    unsigned char payload[8];
-    const Sim* sim = TheSim();
-    for (int i = 0; i < sim->commandCount(serial); ++i) {
-        const int length = sim->commandLog(serial, i, payload, sizeof payload);
-        if (length >= 1) found.emplace_back(payload, payload + std::min<int>(length, sizeof payload));
-    }
-    return found;
-}
-
-struct Tone {
-    double frequency;
-    double level;
-};
+using e2e::BenchJson;
+using e2e::Payload;
+using e2e::Commands;
+using e2e::Sim;
+using e2e::TheSim;
+using e2e::Tone;
 
 // A bench unit with calibration on board and a scene of CW tones.
-inline std::string UnitJson(unsigned serial, int type, const std::vector<Tone>& tones) {
-    std::string json = "{\"serial\": " + std::to_string(serial) + ", \"type\": " + std::to_string(type) +
-                       ", \"onDeviceCalibration\": true, \"temperature\": 30.0, \"noiseFloor\": -140.0, \"signals\": [";
-    for (size_t i = 0; i < tones.size(); ++i) {
-        json += (i ? ", " : "") + std::string("{\"kind\": \"cw\", \"frequency\": ") +
-                std::to_string(tones[i].frequency) + ", \"level\": " + std::to_string(tones[i].level) + "}";
-    }
-    return json + "]}";
-}
-
-inline std::string BenchJson(const std::vector<std::string>& units) {
-    std::string json = R"({"clock": "fast", "pacing": "immediate", "units": [)";
-    for (size_t i = 0; i < units.size(); ++i) json += (i ? ", " : "") + units[i];
-    return json + "]}";
+inline e2e::BenchUnit FastUnit(unsigned serial, int type, const std::vector<Tone>& tones) {
+    return {serial, type, true, 30.0, -140.0, tones};
 }
 
 // One sweep's result with the grid it lies on.
@@ -81,20 +52,17 @@ struct Trace {
 // Opens units once per suite, in a calibration folder of the run.
 class FastSweepSuite : public ::testing::Test {
 protected:
-    static std::filesystem::path& Folder() {
-        static std::filesystem::path folder;
+    static std::unique_ptr<e2e::TempFolder>& Folder() {
+        static std::unique_ptr<e2e::TempFolder> folder;
         return folder;
     }
     static void EnterCalibrationFolder(const char* tag) {
-        Folder() = std::filesystem::temp_directory_path() / (std::string("qor_e2e_fast_") + tag + "_" +
-                                                              std::to_string(getpid()));
-        std::filesystem::create_directories(Folder());
-        qorSetCalFilePath((Folder().string() + "/").c_str());
-        setenv("QOR_CAL_URL", "http://127.0.0.1:9", 1);  // no download leaves the machine
+        Folder() = std::make_unique<e2e::TempFolder>((std::string("e2e_fast_") + tag).c_str());
+        Folder()->UseAsCalibrationCache();
     }
     static void LeaveCalibrationFolder() {
         for (int device = 0; device < 8; ++device) qorCloseDevice(device);
-        std::filesystem::remove_all(Folder());
+        Folder().reset();
     }
     // Opens the unit, -1 on failure.
     static int Open(unsigned serial) {
@@ -119,6 +87,30 @@ protected:
         EXPECT_EQ(qorNoError, qorGetSweep_32f(device, t.min.data(), t.max.data()));
         return t;
     }
+};
+
+// A type 2 and a type 4 unit with their scenes, opened once per suite.
+class FastSweepPairSuite : public FastSweepSuite {
+protected:
+    static void OpenPair(const char* tag, unsigned velmSerial, const std::vector<Tone>& velmTones,
+                         unsigned orskSerial, const std::vector<Tone>& orskTones) {
+        const Sim* sim = TheSim();
+        if (!sim) return;
+        ASSERT_EQ(0, sim->loadBenchJson(
+                         BenchJson({FastUnit(velmSerial, 2, velmTones), FastUnit(orskSerial, 4, orskTones)}).c_str()))
+            << sim->lastError();
+        EnterCalibrationFolder(tag);
+        velm = Open(velmSerial);
+        orsk = Open(orskSerial);
+    }
+    static void TearDownTestSuite() { LeaveCalibrationFolder(); }
+    void SetUp() override {
+        if (!TheSim()) GTEST_SKIP() << "the virtual instrument is not loaded (QOR_D2XX_LIBRARY)";
+        ASSERT_GE(velm, 0);
+        ASSERT_GE(orsk, 0);
+    }
+
+    static inline int velm = -1, orsk = -1;
 };
 
 // The middle of the bins within 3 dB of the peak: a flat-top RBW shows a

@@ -14,29 +14,10 @@ const std::vector<Tone> kVelmTones = {{3.1e6, -30},      {10.05e6, -35},   {40.0
                                       {30.0e6, -35},     {530.037e6, -30}, {571.1e6, -35}};
 const std::vector<Tone> kOrskTones = {{3.1e6, -30}, {10.05e6, -35}, {7030.037e6, -30}, {9071.1e6, -35}};
 
-class FastSweepRejection : public FastSweepSuite {
+class FastSweepRejection : public FastSweepPairSuite {
 protected:
-    static void SetUpTestSuite() {
-        const Sim* sim = TheSim();
-        if (!sim) return;
-        ASSERT_EQ(0, sim->loadBenchJson(BenchJson({UnitJson(kVelmB, 2, kVelmTones), UnitJson(kOrskB, 4, kOrskTones)})
-                                        .c_str()))
-            << sim->lastError();
-        EnterCalibrationFolder("rejection");
-        velm = Open(kVelmB);
-        orsk = Open(kOrskB);
-    }
-    static void TearDownTestSuite() { LeaveCalibrationFolder(); }
-    void SetUp() override {
-        if (!TheSim()) GTEST_SKIP() << "the virtual instrument is not loaded (QOR_D2XX_LIBRARY)";
-        ASSERT_GE(velm, 0);
-        ASSERT_GE(orsk, 0);
-    }
-
-    static int velm, orsk;
+    static void SetUpTestSuite() { OpenPair("rejection", kVelmB, kVelmTones, kOrskB, kOrskTones); }
 };
-int FastSweepRejection::velm = -1;
-int FastSweepRejection::orsk = -1;
 
 // The strongest reading where a tone's image lands: 21.4 MHz below it, moved
 // by up to twice the offset of the tone within its step.

@@ -1,18 +1,15 @@
 // Listing, opening, closing and presetting units of every type through the C
 // API, against the virtual instrument with its fast clock: the retries, the
 // oven errors and the faults of a unit that vanishes or goes silent.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <algorithm>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "e2e_bench.h"
 #include "qor_api.h"
 
 extern "C" int e2e_open_walk(char* report, size_t capacity);
@@ -29,87 +26,19 @@ std::string BenchJson(const std::string& listOrder = "unit") {
         {"serial": 10000004, "type": 4, "temperature": -5.0, "voltage": 4.9}]})";
 }
 
-// The control side of the virtual instrument the library loaded: the same
-// library, reached by its path.
-struct Sim {
-    int (*loadBench)(const char*);
-    const char* (*lastError)();
-    int (*unknownFirmware)(unsigned, int);
-    int (*ovenWarming)(unsigned, double);
-    int (*ovenCurrent)(unsigned, double);
-    int (*holdStream)(unsigned, int);
-    int (*unplug)(unsigned, double);
-    int (*replyFaults)(unsigned, int, int);
-    int (*setTemperature)(unsigned, double);
-    int (*commandCount)(unsigned);
-    int (*commandLog)(unsigned, int, unsigned char*, int);
-    void (*clearLog)(unsigned);
-    int (*writeCalibrationFiles)(unsigned, const char*);
-
-    // Commands logged for `serial` that begin with `first` (and `second`).
-    int Count(unsigned serial, char first, int second = -1) const {
-        int found = 0;
-        unsigned char payload[8];
-        for (int i = 0; i < commandCount(serial); ++i) {
-            const int length = commandLog(serial, i, payload, sizeof payload);
-            if (length >= 1 && payload[0] == first && (second < 0 || (length >= 2 && payload[1] == second))) ++found;
-        }
-        return found;
-    }
-};
-
-template <typename Fn>
-bool Resolve(void* library, const char* name, Fn& fn) {
-    fn = reinterpret_cast<Fn>(dlsym(library, name));
-    return fn != nullptr;
-}
-
-// Null when the suite runs without the virtual instrument.
-const Sim* TheSim() {
-    static const Sim* sim = [] () -> const Sim* {
-        const char* path = std::getenv("QOR_D2XX_LIBRARY");
-        void* library = path ? dlopen(path, RTLD_NOW | RTLD_LOCAL) : nullptr;
-        if (!library) return nullptr;
-        static Sim s;
-        const bool all = Resolve(library, "qorsim_load_bench_json", s.loadBench) &&
-                         Resolve(library, "qorsim_last_error", s.lastError) &&
-                         Resolve(library, "qorsim_unknown_firmware", s.unknownFirmware) &&
-                         Resolve(library, "qorsim_oven_warming", s.ovenWarming) &&
-                         Resolve(library, "qorsim_oven_current", s.ovenCurrent) &&
-                         Resolve(library, "qorsim_hold_stream_channel", s.holdStream) &&
-                         Resolve(library, "qorsim_unplug", s.unplug) &&
-                         Resolve(library, "qorsim_reply_faults", s.replyFaults) &&
-                         Resolve(library, "qorsim_set_temperature", s.setTemperature) &&
-                         Resolve(library, "qorsim_command_count", s.commandCount) &&
-                         Resolve(library, "qorsim_command_log", s.commandLog) &&
-                         Resolve(library, "qorsim_clear_command_log", s.clearLog) &&
-                         Resolve(library, "qorsim_write_calibration_files", s.writeCalibrationFiles);
-        return all ? &s : nullptr;
-    }();
-    return sim;
-}
+using e2e::CountCommands;
 
 class OpenTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        // Calibration caches go to a folder of this run, and no download leaves the machine.
-        runFolder = std::filesystem::temp_directory_path() / ("qor_e2e_open_" + std::to_string(getpid()));
-        std::filesystem::create_directories(runFolder / "cache");
-        qorSetCalFilePath((runFolder / "cache").string().append("/").c_str());
-        setenv("QOR_CAL_URL", "http://127.0.0.1:9", 1);
-    }
-    static void TearDownTestSuite() { std::filesystem::remove_all(runFolder); }
-
     void SetUp() override {
-        sim = TheSim();
+        sim = e2e::TheSim();
         if (!sim) GTEST_SKIP() << "the virtual instrument is not loaded (QOR_D2XX_LIBRARY)";
-        ASSERT_EQ(0, sim->loadBench(BenchJson().c_str())) << sim->lastError();
-        sim->clearLog(0);
+        ASSERT_EQ(0, sim->loadBenchJson(BenchJson().c_str())) << sim->lastError();
+        sim->clearCommandLog(0);
+        calibration.UseAsCalibrationCache();
         // The 12.4 GHz A unit keeps no table on board: it is in the cache, as
         // if downloaded before.
-        ASSERT_EQ(0, sim->writeCalibrationFiles(kOrskA, runFolder.c_str()));
-        std::filesystem::copy_file(runFolder / "custdata/P1000/D10000003.bin", runFolder / "cache/D10000003.bin",
-                                   std::filesystem::copy_options::overwrite_existing);
+        ASSERT_TRUE(calibration.CopyTableFile(kOrskA));
     }
     void TearDown() override {
         for (int device = 0; device < 8; ++device) qorCloseDevice(device);
@@ -128,8 +57,8 @@ protected:
         return device;
     }
 
-    static inline std::filesystem::path runFolder;
-    const Sim* sim = nullptr;
+    e2e::TempFolder calibration{"e2e_open"};
+    const e2e::Sim* sim = nullptr;
 };
 
 TEST_F(OpenTest, ACProgramWalksEveryUnitOfTheBench) {
@@ -159,9 +88,9 @@ TEST_F(OpenTest, ACProgramWalksEveryUnitOfTheBench) {
 
 TEST_F(OpenTest, ListsInTheDriversOrderAndHidesUnitsInUse) {
     EXPECT_EQ((std::vector<int>{10000001, 10000002, 10000003, 10000004}), List());
-    ASSERT_EQ(0, sim->loadBench(BenchJson("reversed").c_str()));
+    ASSERT_EQ(0, sim->loadBenchJson(BenchJson("reversed").c_str()));
     EXPECT_EQ((std::vector<int>{10000004, 10000003, 10000002, 10000001}), List());
-    ASSERT_EQ(0, sim->loadBench(BenchJson("mixed").c_str()));
+    ASSERT_EQ(0, sim->loadBenchJson(BenchJson("mixed").c_str()));
     EXPECT_EQ((std::vector<int>{10000001, 10000002, 10000003, 10000004}), List()) << "A channels decide the order";
 
     int device = -1;
@@ -182,7 +111,7 @@ TEST_F(OpenTest, ListsInTheDriversOrderAndHidesUnitsInUse) {
 }
 
 TEST_F(OpenTest, AnEmptyBusOpensNothing) {
-    ASSERT_EQ(0, sim->loadBench(R"({"clock": "fast", "units": []})"));
+    ASSERT_EQ(0, sim->loadBenchJson(R"({"clock": "fast", "units": []})"));
     EXPECT_TRUE(List().empty());
     int device = -1;
     EXPECT_EQ(qorDeviceNotFoundErr, qorOpenDevice(&device));
@@ -195,14 +124,14 @@ TEST_F(OpenTest, UnknownFirmwareGetsOneRetry) {
     int type = 0;
     qorGetDeviceType(device, &type);
     EXPECT_EQ(DeviceTypeVelmB, type);
-    EXPECT_EQ(2, sim->Count(kVelmB, 'V')) << "asked twice";
+    EXPECT_EQ(2, CountCommands(kVelmB, 'V')) << "asked twice";
     qorCloseDevice(device);
 
-    sim->clearLog(kVelmB);
+    sim->clearCommandLog(kVelmB);
     sim->unknownFirmware(kVelmB, 2);
     int failed = -1;
     EXPECT_EQ(qorDeviceNotFoundErr, qorOpenDeviceBySerialNumber(&failed, kVelmB));
-    EXPECT_EQ(2, sim->Count(kVelmB, 'V'));
+    EXPECT_EQ(2, CountCommands(kVelmB, 'V'));
     EXPECT_EQ(4u, List().size()) << "the channels are released";
     EXPECT_EQ(0, OpenOrFail(kVelm)) << "and the slot is free";
 }
@@ -211,8 +140,8 @@ TEST_F(OpenTest, AWarmingOvenRefusesTheOpenUntilWarm) {
     sim->ovenWarming(kOrskB, 1e9);
     int device = -1;
     EXPECT_EQ(qorOcxoWarmupErr, qorOpenDeviceBySerialNumber(&device, kOrskB));
-    EXPECT_EQ(1, sim->Count(kOrskB, 'R', 'x'));
-    EXPECT_EQ(0, sim->Count(kOrskB, 'R', 'a')) << "no current read while warming";
+    EXPECT_EQ(1, CountCommands(kOrskB, 'R', 'x'));
+    EXPECT_EQ(0, CountCommands(kOrskB, 'R', 'a')) << "no current read while warming";
     EXPECT_EQ(4u, List().size()) << "closed after the port cycle";
 
     sim->ovenWarming(kOrskB, 0.0);
@@ -226,12 +155,12 @@ TEST_F(OpenTest, AWarmingOvenRefusesTheOpenUntilWarm) {
 TEST_F(OpenTest, AnOvenWithoutCurrentIsAskedTwiceThenRefused) {
     for (const unsigned serial : {kOrskA, kOrskB}) {
         SCOPED_TRACE(serial);
-        sim->clearLog(serial);
+        sim->clearCommandLog(serial);
         sim->ovenCurrent(serial, 20.0);
         int device = -1;
         EXPECT_EQ(qorOcxoCurrentErr, qorOpenDeviceBySerialNumber(&device, static_cast<int>(serial)));
-        EXPECT_EQ(2, sim->Count(serial, 'R', 'j'));
-        EXPECT_EQ(2, sim->Count(serial, 'R', 'a'));
+        EXPECT_EQ(2, CountCommands(serial, 'R', 'j'));
+        EXPECT_EQ(2, CountCommands(serial, 'R', 'a'));
         EXPECT_EQ(4u, List().size());
     }
     sim->ovenCurrent(kOrskA, 31.0);
@@ -280,7 +209,7 @@ TEST_F(OpenTest, TemperatureAndSupplyReadOuts) {
     EXPECT_EQ(qorNoError, qorQueryDiagnostics(orskB, &value));
     EXPECT_NEAR(4.9f, value, 6.6f / 1024);
 
-    sim->clearLog(0);
+    sim->clearCommandLog(0);
     for (const int device : {velm, orskA}) {
         EXPECT_EQ(qorNoError, qorQueryDiagnostics(device, &value));
         EXPECT_EQ(5.0f, value) << "no voltage read-back on this type";

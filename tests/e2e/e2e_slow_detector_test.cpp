@@ -25,14 +25,8 @@ const std::vector<slowtest::Unit>& Scene() {
     return units;
 }
 
-class SlowDetectors : public ::testing::Test {
+class SlowDetectors : public slowtest::SceneSuite<Scene> {
 protected:
-    static void SetUpTestSuite() { failure_ = slowtest::OpenUnits(Scene(), &devices_); }
-    static void TearDownTestSuite() { slowtest::CloseUnits(&devices_); }
-    void SetUp() override {
-        if (!slowtest::Instrument().loadBenchJson) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
-        ASSERT_EQ(failure_, "");
-    }
 
     static Trace Noise(int detector, int units, double vbw) {
         Sweep sweep;
@@ -47,13 +41,8 @@ protected:
         EXPECT_EQ(t.get, qorNoError);
         return t;
     }
-
-    static std::string failure_;
-    static std::map<unsigned, int> devices_;
 };
 
-std::string SlowDetectors::failure_;
-std::map<unsigned, int> SlowDetectors::devices_;
 
 TEST_F(SlowDetectors, MinMaxSpreadsAroundTheAverage) {
     const Trace minMax = Noise(0, 0, 1e3);

@@ -23,7 +23,7 @@ double MsSince(Clock::time_point t) {
 class SlowUnplug : public ::testing::TestWithParam<double> {
 protected:
     void SetUp() override {
-        if (!slowtest::Instrument().loadBenchJson) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
+        if (!slowtest::Instrument()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
         // A fresh bench each time: an unplugged unit stays gone.
         ASSERT_EQ(slowtest::OpenUnits({{kVelmB, 2, {{1.0e9, -30.0}}}}, &devices_), "");
         device_ = devices_[kVelmB];
@@ -66,7 +66,7 @@ TEST_P(SlowUnplug, WaitingRetrievalFailsWithinASecond) {
     while (!waiting) std::this_thread::yield();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     const Clock::time_point unplugged = Clock::now();
-    ASSERT_EQ(slowtest::Instrument().unplug(kVelmB, 0.0), 0);
+    ASSERT_EQ(slowtest::Instrument()->unplug(kVelmB, 0.0), 0);
     caller.join();
     EXPECT_EQ(result, qorUsbCommErr);
     const std::chrono::duration<double, std::milli> latency = failedAt - unplugged;
@@ -92,7 +92,7 @@ TEST_P(SlowUnplug, WaitingRetrievalFailsWithinASecond) {
 // failure still hands out the trace measured before it.
 TEST_P(SlowUnplug, LastTraceSurvivesTheFailure) {
     const std::vector<double> before = max_;
-    ASSERT_EQ(slowtest::Instrument().unplug(kVelmB, 0.0), 0);
+    ASSERT_EQ(slowtest::Instrument()->unplug(kVelmB, 0.0), 0);
     const Clock::time_point t = Clock::now();
     qorStatus status;
     do {

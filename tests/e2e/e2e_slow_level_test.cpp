@@ -32,21 +32,8 @@ const std::vector<slowtest::Unit>& Scene() {
     return units;
 }
 
-class SlowLevel : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() { failure_ = slowtest::OpenUnits(Scene(), &devices_); }
-    static void TearDownTestSuite() { slowtest::CloseUnits(&devices_); }
-    void SetUp() override {
-        if (!slowtest::Instrument().loadBenchJson) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
-        ASSERT_EQ(failure_, "");
-    }
+using SlowLevel = slowtest::SceneSuite<Scene>;
 
-    static std::string failure_;
-    static std::map<unsigned, int> devices_;
-};
-
-std::string SlowLevel::failure_;
-std::map<unsigned, int> SlowLevel::devices_;
 
 struct ToneCase {
     const char* name;

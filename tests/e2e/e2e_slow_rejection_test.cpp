@@ -34,14 +34,8 @@ const std::vector<slowtest::Unit>& Scene() {
     return units;
 }
 
-class SlowRejection : public ::testing::Test {
+class SlowRejection : public slowtest::SceneSuite<Scene> {
 protected:
-    static void SetUpTestSuite() { failure_ = slowtest::OpenUnits(Scene(), &devices_); }
-    static void TearDownTestSuite() { slowtest::CloseUnits(&devices_); }
-    void SetUp() override {
-        if (!slowtest::Instrument().loadBenchJson) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
-        ASSERT_EQ(failure_, "");
-    }
 
     // Strongest reading farther than 10 kHz from the real tone.
     static double Spurious(const Trace& t, double tone) {
@@ -51,13 +45,8 @@ protected:
         }
         return highest;
     }
-
-    static std::string failure_;
-    static std::map<unsigned, int> devices_;
 };
 
-std::string SlowRejection::failure_;
-std::map<unsigned, int> SlowRejection::devices_;
 
 TEST_F(SlowRejection, ImagesGoRealTonesStay) {
     for (const auto& [serial, center] : {std::pair{kVelmB, kVelmCenter}, std::pair{kOrskB, kOrskCenter}}) {

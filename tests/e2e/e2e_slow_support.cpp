@@ -1,14 +1,9 @@
 #include "e2e_slow_support.h"
 
-#include <dlfcn.h>
-#include <stdlib.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
-#include <sstream>
 
 namespace slowtest {
 namespace {
@@ -18,25 +13,7 @@ constexpr int kUnitFileBytes = 3128;
 constexpr int kTableCapacity = 768000;
 
 // The calibration folder of this test process, removed when it ends.
-class CalFolder {
-public:
-    ~CalFolder() {
-        std::error_code ignored;
-        if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-    }
-    const std::string& Fresh() {
-        if (path_.empty()) {
-            std::string pattern = std::filesystem::temp_directory_path().string() + "/qor_e2e_slow_XXXXXX";
-            if (mkdtemp(pattern.data()) != nullptr) path_ = pattern;
-        }
-        return path_;
-    }
-
-private:
-    std::string path_;
-};
-
-CalFolder calFolder;
+const e2e::TempFolder calFolder("e2e_slow");
 
 bool WriteFile(const std::string& path, const unsigned char* data, int length) {
     std::ofstream out(path, std::ios::binary);
@@ -45,61 +22,34 @@ bool WriteFile(const std::string& path, const unsigned char* data, int length) {
 }
 
 std::string BenchJson(const std::vector<Unit>& units) {
-    std::ostringstream json;
-    json.precision(17);
-    json << R"({"clock": "fast", "pacing": "immediate", "units": [)";
-    for (std::size_t u = 0; u < units.size(); ++u) {
-        const Unit& unit = units[u];
-        json << (u ? ", " : "") << R"({"serial": )" << unit.serial << R"(, "type": )" << unit.type
-             << R"(, "onDeviceCalibration": )" << (unit.onDeviceCalibration ? "true" : "false")
-             << R"(, "noiseFloor": )" << unit.noiseFloor << R"(, "signals": [)";
-        for (std::size_t t = 0; t < unit.tones.size(); ++t) {
-            json << (t ? ", " : "") << R"({"kind": "cw", "frequency": )" << unit.tones[t].frequency
-                 << R"(, "level": )" << unit.tones[t].level << "}";
-        }
-        json << "]}";
+    std::vector<e2e::BenchUnit> bench;
+    for (const Unit& unit : units) {
+        bench.push_back({unit.serial, unit.type, unit.onDeviceCalibration, NAN, unit.noiseFloor, unit.tones});
     }
-    json << "]}";
-    return json.str();
+    return e2e::BenchJson(bench);
 }
 
 }  // namespace
 
-const Sim& Instrument() {
-    static const Sim sim = [] {
-        Sim s;
-        const char* library = std::getenv("QOR_D2XX_LIBRARY");
-        void* handle = library ? dlopen(library, RTLD_NOW) : nullptr;
-        if (handle == nullptr) return s;
-        s.loadBenchJson = reinterpret_cast<int (*)(const char*)>(dlsym(handle, "qorsim_load_bench_json"));
-        s.lastError = reinterpret_cast<const char* (*)()>(dlsym(handle, "qorsim_last_error"));
-        s.unplug = reinterpret_cast<int (*)(unsigned, double)>(dlsym(handle, "qorsim_unplug"));
-        s.calibrationBlocks = reinterpret_cast<int (*)(unsigned, unsigned char*, int, unsigned char*, int)>(
-            dlsym(handle, "qorsim_calibration_blocks"));
-        return s;
-    }();
-    return sim;
-}
-
 std::string LoadBench(const std::vector<Unit>& units) {
-    const Sim& sim = Instrument();
-    if (!sim.loadBenchJson || !sim.unplug || !sim.calibrationBlocks) return "the D2XX library is no virtual instrument";
-    if (sim.loadBenchJson(BenchJson(units).c_str()) != 0) return std::string("bench refused: ") + sim.lastError();
-    const std::string folder = calFolder.Fresh();
+    const e2e::Sim* sim = Instrument();
+    if (!sim) return "the D2XX library is no virtual instrument";
+    if (sim->loadBenchJson(BenchJson(units).c_str()) != 0) return std::string("bench refused: ") + sim->lastError();
+    const std::string folder = calFolder.Path().string();
     if (folder.empty()) return "no calibration folder";
     std::vector<unsigned char> unitBlock(kUnitBlockBytes), table(kTableCapacity);
     for (const Unit& unit : units) {
         if (unit.onDeviceCalibration) continue;
         // What the download endpoint and the unit would give, as the cache holds it.
         const int tableBytes =
-            sim.calibrationBlocks(unit.serial, unitBlock.data(), kUnitBlockBytes, table.data(), kTableCapacity);
+            sim->calibrationBlocks(unit.serial, unitBlock.data(), kUnitBlockBytes, table.data(), kTableCapacity);
         char name[32];
         std::snprintf(name, sizeof name, "/%08u.qmi", unit.serial);
         if (!WriteFile(folder + name, unitBlock.data(), kUnitFileBytes)) return "cannot write the unit file";
         std::snprintf(name, sizeof name, "/D%08u.bin", unit.serial);
         if (!WriteFile(folder + name, table.data(), tableBytes)) return "cannot write the table file";
     }
-    qorSetCalFilePath((folder + "/").c_str());
+    calFolder.UseAsCalibrationCache();
     return "";
 }
 

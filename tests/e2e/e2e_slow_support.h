@@ -5,18 +5,18 @@
 #ifndef QOR_TESTS_E2E_SLOW_SUPPORT_H
 #define QOR_TESTS_E2E_SLOW_SUPPORT_H
 
+#include <gtest/gtest.h>
+
 #include <map>
 #include <string>
 #include <vector>
 
+#include "e2e_bench.h"
 #include "qor_api.h"
 
 namespace slowtest {
 
-struct Tone {
-    double frequency;
-    double level;
-};
+using e2e::Tone;
 
 struct Unit {
     unsigned serial;
@@ -26,15 +26,8 @@ struct Unit {
     bool onDeviceCalibration = true;
 };
 
-// The instrument's control calls in use; null when the D2XX library of the
-// run is not the virtual instrument.
-struct Sim {
-    int (*loadBenchJson)(const char*) = nullptr;
-    const char* (*lastError)() = nullptr;
-    int (*unplug)(unsigned, double) = nullptr;
-    int (*calibrationBlocks)(unsigned, unsigned char*, int, unsigned char*, int) = nullptr;
-};
-const Sim& Instrument();
+// Null when the D2XX library of the run is not the virtual instrument.
+inline const e2e::Sim* Instrument() { return e2e::TheSim(); }
 
 // Loads a fast-clock, immediate-pacing bench of `units`, writes the cache
 // files of the units without on-device calibration into a fresh folder and
@@ -79,6 +72,22 @@ struct Trace {
 // Configures `sweep`, starts the sweep mode, takes `sweeps` traces (the
 // last one is kept) and stops the mode.
 Trace Measure(int device, const Sweep& sweep, int sweeps = 1);
+
+// A suite that opens the units of `Scene` once; a test skips without the
+// virtual instrument and fails when they did not open.
+template <const std::vector<Unit>& (*Scene)()>
+class SceneSuite : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { failure_ = OpenUnits(Scene(), &devices_); }
+    static void TearDownTestSuite() { CloseUnits(&devices_); }
+    void SetUp() override {
+        if (!Instrument()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
+        ASSERT_EQ(failure_, "");
+    }
+
+    static inline std::string failure_;
+    static inline std::map<unsigned, int> devices_;
+};
 
 }  // namespace slowtest
 

@@ -26,6 +26,12 @@ struct Calls {
     decltype(&qorsim_wrong_size_frames) wrongSizeFrames;
     decltype(&qorsim_corrupt_stream_bytes) corruptStreamBytes;
     decltype(&qorsim_reference_present) referencePresent;
+    decltype(&qorsim_unknown_firmware) unknownFirmware;
+    decltype(&qorsim_oven_warming) ovenWarming;
+    decltype(&qorsim_oven_current) ovenCurrent;
+    decltype(&qorsim_hold_stream_channel) holdStream;
+    decltype(&qorsim_reply_faults) replyFaults;
+    decltype(&qorsim_set_temperature) setTemperature;
 };
 
 // Null when the tests don't run on the virtual instrument.
@@ -50,7 +56,13 @@ inline const Calls* Resolve() {
                          get(resolved.loseFrameHeaders, "qorsim_lose_frame_headers") &&
                          get(resolved.wrongSizeFrames, "qorsim_wrong_size_frames") &&
                          get(resolved.corruptStreamBytes, "qorsim_corrupt_stream_bytes") &&
-                         get(resolved.referencePresent, "qorsim_reference_present");
+                         get(resolved.referencePresent, "qorsim_reference_present") &&
+                         get(resolved.unknownFirmware, "qorsim_unknown_firmware") &&
+                         get(resolved.ovenWarming, "qorsim_oven_warming") &&
+                         get(resolved.ovenCurrent, "qorsim_oven_current") &&
+                         get(resolved.holdStream, "qorsim_hold_stream_channel") &&
+                         get(resolved.replyFaults, "qorsim_reply_faults") &&
+                         get(resolved.setTemperature, "qorsim_set_temperature");
         return all ? &resolved : nullptr;
     }();
     return calls;
