@@ -29,11 +29,14 @@ protected:
         sim = TheSim();
         if (!sim) GTEST_SKIP() << "the virtual instrument is not loaded (QOR_D2XX_LIBRARY)";
     }
-    // Configures and starts a sweep without fetching it.
-    static void Start(int device, double start, double stop, double rbw, bool reject) {
+    // Configures and starts a sweep without fetching it; `t` gets its grid and room for its traces.
+    static void Start(int device, double start, double stop, double rbw, Trace* t) {
         ASSERT_EQ(qorNoError, qorConfigCenterSpan(device, (start + stop) / 2, stop - start));
-        ASSERT_EQ(qorNoError, qorConfigSweepCoupling(device, rbw, rbw, reject));
+        ASSERT_EQ(qorNoError, qorConfigSweepCoupling(device, rbw, rbw, false));
         ASSERT_EQ(qorNoError, qorInitiate(device, 0));
+        ASSERT_EQ(qorNoError, qorQuerySweepInfo(device, &t->length, &t->startFreq, &t->binSize));
+        t->min.resize(t->length);
+        t->max.resize(t->length);
     }
 
     const Sim* sim = nullptr;
@@ -42,19 +45,18 @@ protected:
 TEST_F(FastSweepDelivery, PartialSweepsGrowStepByStep) {
     const int device = Open(kVelmB);
     ASSERT_GE(device, 0);
-    Start(device, 100e6, 200e6, 6500.0, false);
-    int length = 0;
-    double startFreq = 0.0, binSize = 0.0;
-    ASSERT_EQ(qorNoError, qorQuerySweepInfo(device, &length, &startFreq, &binSize));
+    Trace t;
+    Start(device, 100e6, 200e6, 6500.0, &t);
+    const int length = t.length;
     ASSERT_EQ(length, 52500);
-    std::vector<float> min(length), max(length);
+    const std::vector<float>& max = t.max;
 
     // First sweep: each call reports what is new since the last one, on the
     // step grid; beyond it the trace is not measured yet.
     int delivered = 0, calls = 0, gridStop = -1;
     while (delivered < length) {
         int start = -1, stop = -1;
-        ASSERT_EQ(qorNoError, qorGetPartialSweep_32f(device, min.data(), max.data(), &start, &stop));
+        ASSERT_EQ(qorNoError, qorGetPartialSweep_32f(device, t.min.data(), t.max.data(), &start, &stop));
         ASSERT_LT(++calls, 1000);
         if (stop == delivered) continue;  // woken with nothing new
         EXPECT_EQ(start, delivered);
@@ -90,9 +92,9 @@ TEST_F(FastSweepDelivery, HopWindowsAndClockTrim) {
     const int device = Open(kOrskB);
     ASSERT_GE(device, 0);
     sim->clearCommandLog(kOrskB);
-    Start(device, 7000e6, 7100e6, 6500.0, false);
-    std::vector<float> min(52500), max(52500);
-    ASSERT_EQ(qorNoError, qorGetSweep_32f(device, min.data(), max.data()));
+    Trace t;
+    Start(device, 7000e6, 7100e6, 6500.0, &t);
+    ASSERT_EQ(qorNoError, qorGetSweep_32f(device, t.min.data(), t.max.data()));
     ASSERT_EQ(qorNoError, qorAbort(device));
 
     std::vector<std::vector<unsigned char>> windows;
@@ -127,28 +129,25 @@ TEST_F(FastSweepDelivery, HopWindowsAndClockTrim) {
 TEST_F(FastSweepDelivery, UnpluggedMidSweep) {
     const int device = Open(kVelm);
     ASSERT_GE(device, 0);
-    Start(device, 1e6, 4.4e9, 100000.0, false);
-    int length = 0;
-    double startFreq = 0.0, binSize = 0.0;
-    ASSERT_EQ(qorNoError, qorQuerySweepInfo(device, &length, &startFreq, &binSize));
-    std::vector<float> min(length), max(length);
+    Trace t;
+    Start(device, 1e6, 4.4e9, 100000.0, &t);
     int start = 0, stop = 0;
-    ASSERT_EQ(qorNoError, qorGetPartialSweep_32f(device, min.data(), max.data(), &start, &stop));
+    ASSERT_EQ(qorNoError, qorGetPartialSweep_32f(device, t.min.data(), t.max.data(), &start, &stop));
 
     ASSERT_EQ(0, sim->unplug(kVelm, 0.0));
     qorStatus status = qorNoError;
     for (int call = 0; call < 50 && status == qorNoError; ++call) {
-        status = qorGetPartialSweep_32f(device, min.data(), max.data(), &start, &stop);
+        status = qorGetPartialSweep_32f(device, t.min.data(), t.max.data(), &start, &stop);
     }
     EXPECT_EQ(status, qorUsbCommErr);
-    EXPECT_EQ(qorUsbCommErr, qorGetPartialSweep_32f(device, min.data(), max.data(), &start, &stop));
-    EXPECT_EQ(qorUsbCommErr, qorGetSweep_32f(device, min.data(), max.data()));
+    EXPECT_EQ(qorUsbCommErr, qorGetPartialSweep_32f(device, t.min.data(), t.max.data(), &start, &stop));
+    EXPECT_EQ(qorUsbCommErr, qorGetSweep_32f(device, t.min.data(), t.max.data()));
 
     // Generous bounds: they catch a thread that drains a dead stream, not speed.
-    const auto t0 = std::chrono::steady_clock::now();
+    const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(qorNoError, qorAbort(device));
     EXPECT_EQ(qorNoError, qorCloseDevice(device));
-    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(2));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
 }
 
 }  // namespace

@@ -39,13 +39,7 @@ struct Trace {
     double FrequencyOf(int bin) const { return startFreq + bin * binSize; }
     // Strongest bin of the max trace within `reach` Hz of `frequency`; -1 if none lies there.
     int PeakNear(double frequency, double reach) const {
-        const int lo = std::max(0, static_cast<int>(std::ceil((frequency - reach - startFreq) / binSize)));
-        const int hi = std::min(length - 1, static_cast<int>(std::floor((frequency + reach - startFreq) / binSize)));
-        int best = -1;
-        for (int i = lo; i <= hi; ++i) {
-            if (best < 0 || max[i] > max[best]) best = i;
-        }
-        return best;
+        return e2e::PeakNear(max, startFreq, binSize, frequency, reach);
     }
 };
 

@@ -40,6 +40,8 @@ struct ToneCase {
     unsigned serial;
     double tone, level;
     Sweep sweep;  // center is set from the tone: 17 % of the span below it
+    double bin = 0.0;  // when set, the bin width the unit's sample clock gives
+    qorStatus initiate = qorNoError;
 };
 
 Sweep With(double span, double rbw, void (*adjust)(Sweep&) = nullptr) {
@@ -89,14 +91,21 @@ TEST_F(SlowLevel, ToneAtItsFrequencyAndLevel) {
         {"orskB band 4, manual 3/0", kOrskB, 9.0e9, -25.0, With(100e3, 1e3, [](Sweep& s) { s.atten = 3; s.gain = 0; })},
         {"orskB band 5 gaussian, power units", kOrskB, 12.0e9, -60.0,
          With(100e3, 1e3, [](Sweep& s) { s.refLevel = -40.0; s.shape = 2; s.units = 2; })},
+        // Within 100 kHz of a multiple of 70 MHz the unit samples at 468750 Hz, and the bins shrink with it.
+        {"velmB alternate sample clock near 700 MHz", kVelmB, 700.02e6, -40.0, With(100e3, 1e3), 468750.0 / 2048},
+        // RBWs beyond the narrow sweep's range are held to it.
+        {"velmB 200 kHz held to the range", kVelmB, 1.0e9, -30.0, With(200e3, 200e3), 0.0, qorBandwidthClamped},
     };
     for (const ToneCase& c : cases) {
         SCOPED_TRACE(c.name);
         Sweep sweep = c.sweep;
         sweep.center = c.tone + 0.17 * sweep.span;
         const Trace t = Measure(devices_[c.serial], sweep);
-        ASSERT_GE(t.initiate, 0);
+        ASSERT_EQ(t.initiate, c.initiate);
         ASSERT_EQ(t.get, qorNoError);
+        if (c.bin > 0.0) {
+            EXPECT_DOUBLE_EQ(t.bin, c.bin);
+        }
         ASSERT_GT(t.length, 0);
         const int peak = t.PeakBin();
         EXPECT_LE(std::fabs(t.Frequency(peak) - c.tone), t.bin) << "peak at " << t.Frequency(peak);
@@ -116,28 +125,6 @@ TEST_F(SlowLevel, SweepInfoFollowsTheFft) {
     EXPECT_DOUBLE_EQ(t.bin, 486111.1111111111 / 2048);
     EXPECT_EQ(t.length, static_cast<int>(100e3 / t.bin));
     EXPECT_DOUBLE_EQ(t.start, 1.0e9 - (t.length / 2) * t.bin);
-}
-
-// Within 100 kHz of a multiple of 70 MHz the unit samples at 468750 Hz, and
-// the bins shrink with it.
-TEST_F(SlowLevel, AlternateSampleClockNearMultiplesOf70MHz) {
-    Sweep sweep = With(100e3, 1e3);
-    sweep.center = 700.02e6 + 17e3;
-    const Trace t = Measure(devices_[kVelmB], sweep);
-    ASSERT_EQ(t.get, qorNoError);
-    EXPECT_DOUBLE_EQ(t.bin, 468750.0 / 2048);
-    const int peak = t.PeakBin();
-    EXPECT_LE(std::fabs(t.Frequency(peak) - 700.02e6), t.bin);
-    EXPECT_NEAR(t.max[peak], -40.0, 0.5);
-}
-
-// RBWs beyond the narrow sweep's range are held to it, with status 4.
-TEST_F(SlowLevel, RbwIsHeldToTheRange) {
-    Sweep sweep = With(200e3, 200e3);
-    sweep.center = 1.0e9 + 30e3;
-    const Trace t = Measure(devices_[kVelmB], sweep);
-    EXPECT_EQ(t.initiate, qorBandwidthClamped);
-    EXPECT_NEAR(t.max[t.PeakBin()], -30.0, 0.5);
 }
 
 }  // namespace

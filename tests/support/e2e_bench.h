@@ -82,6 +82,20 @@ inline int CountCommands(unsigned serial, char first, int second = -1) {
     return found;
 }
 
+// Strongest bin of `max`, a trace from `start` in steps of `bin` Hz, within
+// `reach` Hz of `frequency`; -1 if none lies there.
+template <typename Level>
+int PeakNear(const std::vector<Level>& max, double start, double bin, double frequency, double reach) {
+    const int length = static_cast<int>(max.size());
+    const int lo = std::max(0, static_cast<int>(std::ceil((frequency - reach - start) / bin)));
+    const int hi = std::min(length - 1, static_cast<int>(std::floor((frequency + reach - start) / bin)));
+    int best = -1;
+    for (int i = lo; i <= hi; ++i) {
+        if (best < 0 || max[i] > max[best]) best = i;
+    }
+    return best;
+}
+
 inline std::string Eight(unsigned serial) {
     char text[16];
     std::snprintf(text, sizeof text, "%08u", serial);
