@@ -15,7 +15,9 @@ using caltest::PatternBody;
 using Reply = LoopbackHttpServer::Reply;
 
 constexpr const char* kPath42 = "/custdata/P0000/D00000042.bin";
-constexpr qor::http::Timeouts kShort{500, 300};
+// Short enough to keep the suite quick, long enough that a loaded machine
+// (sanitizers, parallel tests) does not stall a healthy transfer past them.
+constexpr qor::http::Timeouts kShort{1500, 1000};
 
 class DownloadTest : public ::testing::Test {
 protected:
@@ -103,7 +105,7 @@ TEST_F(DownloadTest, DeadSilentOrBrokenServersFailWithinTheTimeouts) {
         const auto start = std::chrono::steady_clock::now();
         const bool ok = call();
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        EXPECT_LT(seconds, 3.0);
+        EXPECT_LT(seconds, 6.0);
         return ok;
     };
     uint32_t size = 0;
