@@ -34,16 +34,6 @@ void BuildTone(Ipp64fc* tone, int length, double offset, double sampleRate) {
     ippsTone_64fc(tone, length, 1.0, frequency, &phase, ippAlgHintFast);
 }
 
-void GainRegisters(AnalyzerLink* link, int gain) {
-    if (gain == 1) {
-        link->SetGainRegisters(0, 0);
-    } else if (gain == 2) {
-        link->SetGainRegisters(0, 128);
-    } else {
-        link->SetGainRegisters(128, 0);
-    }
-}
-
 bool IsOrsk(const AnalyzerLink* link) {
     return link->deviceType == DeviceTypeOrskA || link->deviceType == DeviceTypeOrskB;
 }
@@ -156,7 +146,7 @@ void SlowSweepEngine::ConfigurePass(const LoTuning& record, uint8_t ifSelect, in
         link->ProgramSynth(record.integer, record.fraction, record.modulus, record.dividerLog2);
     }
     link->SetPathFilter(ifSelect, band);
-    GainRegisters(link, gain);
+    SetGainIndex(link, gain);
     link->SetAttenuation(atten * link->attenStep);
 }
 
