@@ -96,36 +96,21 @@ const std::vector<FrameCase>& Cases() {
 // version, product and status text.
 constexpr int kCallsWithoutDevice = 7;
 
-TEST(Frame, TableCoversEveryExportedCallWithADevice) { EXPECT_EQ(Cases().size() + kCallsWithoutDevice, 55u); }
-
-TEST(Frame, IndexOutsideTableIsInvalidDevice) {
-    Buffers b;
-    for (const FrameCase& c : Cases()) {
-        for (int index : {-1, 8, 1000}) EXPECT_EQ(c.call(index, b, true), qorInvalidDeviceErr) << c.name << " " << index;
-    }
-}
-
-TEST(Frame, ClosedDeviceComesBeforeNullPointers) {
-    Buffers b;
-    for (const FrameCase& c : Cases()) EXPECT_EQ(c.call(3, b, true), qorDeviceNotOpenErr) << c.name;
-}
-
-TEST(Frame, NullPointerComesBeforeModeTests) {
+// Each call on a bad index, a closed slot, then an open idle slot with null
+// and with good pointers.
+TEST(Frame, ChecksComeInTheFramesOrder) {
+    EXPECT_EQ(Cases().size() + kCallsWithoutDevice, 55u) << "the table covers every exported call with a device";
     OpenSlot slot(2);
     Buffers b;
     for (const FrameCase& c : Cases()) {
+        SCOPED_TRACE(c.name);
+        for (int index : {-1, 8, 1000}) EXPECT_EQ(c.call(index, b, true), qorInvalidDeviceErr) << index;
+        EXPECT_EQ(c.call(3, b, true), qorDeviceNotOpenErr) << "a closed device comes before null pointers";
         if (c.hasRequiredPointer) {
-            EXPECT_EQ(c.call(2, b, true), qorNullPtrErr) << c.name;
+            EXPECT_EQ(c.call(2, b, true), qorNullPtrErr) << "null pointers come before modes";
         }
-    }
-}
-
-TEST(Frame, IdleDeviceGivesTheModeTestOrRuns) {
-    OpenSlot slot(2);
-    Buffers b;
-    for (const FrameCase& c : Cases()) {
         if (c.idleStatus != kHardware) {
-            EXPECT_EQ(c.call(2, b, false), c.idleStatus) << c.name;
+            EXPECT_EQ(c.call(2, b, false), c.idleStatus);
         }
     }
 }

@@ -89,12 +89,12 @@ TEST_F(CalReadTest, BulkSplitsTheAnswerIntoTheBlocksOfEachFamily) {
     EXPECT_TRUE(std::equal(table.begin(), table.begin() + 0x8D000, orsk.begin() + 4));
     EXPECT_EQ(unit, std::vector<uint8_t>(4096, 0x5A));
     EXPECT_EQ(Stream().size(), 100u) << "nothing read beyond the expected total";
-}
 
-TEST_F(CalReadTest, ShortBulkAnswerLeavesTheRestOfTheBlocks) {
+    // A short answer fills what came and leaves the rest of the blocks.
+    Stream().clear();
     const std::vector<uint8_t> answer = caltest::PatternBody(4 + 100000);
     bus.Expect(Wire({'E', 0xF1, 0xA5, 0x03, 0x8D}), {}, answer);
-    std::vector<uint8_t> unit(4096, 0), table(768000, 0xAB);
+    std::fill(table.begin(), table.end(), 0xAB);
     qor::ReadCalBulk(link, unit.data(), table.data(), true);
     EXPECT_TRUE(std::equal(table.begin(), table.begin() + 100000, answer.begin() + 4));
     EXPECT_EQ(table[100000], 0xAB);

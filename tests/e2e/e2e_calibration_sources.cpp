@@ -1,7 +1,7 @@
 // Units of all four types open through the C API with their calibration from
-// each of its three sources: the unit itself, the download endpoint (python's
-// http.server serving files that the virtual instrument wrote) and, at the
-// next open, the cache files; and an open with none of them fails cleanly.
+// each of its three sources: the unit itself, the download endpoint (a
+// loopback server serving the files that the virtual instrument wrote) and,
+// at the next open, the cache files; and an open with none of them fails cleanly.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -10,7 +10,7 @@
 #include <iterator>
 #include <vector>
 
-#include "e2e_calibration_endpoint.h"
+#include "../calibration/loopback_http_server.h"
 #include "e2e_bench.h"
 #include "qor_api.h"
 
@@ -49,30 +49,29 @@ using e2e::Eight;
 
 class CalibrationSources : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        sim = simcontrol::Resolve();
-        if (!sim) return;
-        root = new e2e::TempFolder("e2e_cal");
-        fs::create_directory(root->Path() / "www");
-        endpoint = new e2ecal::PythonEndpoint((root->Path() / "www").string(), (root->Path() / "http").string());
-    }
-    static void TearDownTestSuite() {
-        delete endpoint;
-        delete root;
-        endpoint = nullptr;
-        root = nullptr;
-    }
-
     void SetUp() override {
         if (!sim) GTEST_SKIP() << "no virtual instrument (QOR_D2XX_LIBRARY)";
-        if (!endpoint->Ok()) GTEST_SKIP() << "python3 -m http.server did not start";
         ASSERT_EQ(sim->loadBenchJson(Bench().c_str()), 0) << sim->lastError();
-        setenv("QOR_CAL_URL", endpoint->BaseUrl().c_str(), 1);
+        setenv("QOR_CAL_URL", endpoint.BaseUrl().c_str(), 1);
         ASSERT_EQ(qorSetCalFilePath((cache.Path().string() + "/").c_str()), qorNoError);
     }
     void TearDown() override {
         qorSetCalFilePath(nullptr);
         unsetenv("QOR_CAL_URL");
+    }
+
+    static std::string TablePath(const Unit& u) { return "/custdata/P5100/D" + Eight(u.serial) + ".bin"; }
+    // The endpoint serves the table file where the instrument wrote it.
+    void Publish(const Unit& u) {
+        ASSERT_EQ(sim->writeCalibrationFiles(u.serial, www.Path().c_str()), 0);
+        caltest::LoopbackHttpServer::Reply reply;
+        reply.body = ReadWhole(www.Path().string() + TablePath(u));
+        endpoint.Serve(TablePath(u), reply);
+    }
+    int Requests(const Unit& u) const {
+        int count = 0;
+        for (const std::string& head : endpoint.Requests()) count += head.rfind("GET " + TablePath(u) + " ", 0) == 0;
+        return count;
     }
 
     // Opens, checks the type, closes; the calibration commands the unit saw.
@@ -118,10 +117,9 @@ protected:
         }
     }
 
-    static inline const simcontrol::Calls* sim = nullptr;
-    static inline e2e::TempFolder* root = nullptr;
-    static inline e2ecal::PythonEndpoint* endpoint = nullptr;
-    e2e::TempFolder cache{"e2e_cal"};
+    const simcontrol::Calls* const sim = simcontrol::Resolve();
+    caltest::LoopbackHttpServer endpoint;
+    e2e::TempFolder www{"e2e_www"}, cache{"e2e_cal"};
 };
 
 TEST_F(CalibrationSources, FromTheUnitThenFromTheCache) {
@@ -138,19 +136,18 @@ TEST_F(CalibrationSources, FromTheUnitThenFromTheCache) {
     EXPECT_GE(page.pageReads, 2048);
     ExpectCacheFilesOf(kPageOnly, true);
     EXPECT_EQ(OpenAndClose(kPageOnly).pageReads, 0);
-    EXPECT_EQ(endpoint->Requests("/custdata/P5100/D" + Eight(kPageOnly.serial) + ".bin"), 0);
+    EXPECT_EQ(Requests(kPageOnly), 0);
 }
 
 TEST_F(CalibrationSources, FromTheDownloadEndpointThenFromTheCache) {
     for (const Unit& u : kDownload) {
-        ASSERT_EQ(sim->writeCalibrationFiles(u.serial, (root->Path() / "www").c_str()), 0);
-        const std::string path = "/custdata/P5100/D" + Eight(u.serial) + ".bin";
+        Publish(u);
         const CalCommands first = OpenAndClose(u);
-        EXPECT_EQ(endpoint->Requests(path), 1) << u.serial;
+        EXPECT_EQ(Requests(u), 1) << u.serial;
         EXPECT_GE(first.pageReads, 2048) << "the unit block comes from the unit";
         ExpectCacheFilesOf(u, true);
         EXPECT_EQ(OpenAndClose(u).pageReads, 0);
-        EXPECT_EQ(endpoint->Requests(path), 1) << "the cache answers the second open";
+        EXPECT_EQ(Requests(u), 1) << "the cache answers the second open";
     }
 }
 
@@ -162,11 +159,11 @@ TEST_F(CalibrationSources, NoTableFileAnywhereFailsTheOpenAndFreesTheUnit) {
     ASSERT_EQ(qorGetSerialNumberList(serials, &count), qorNoError);
     EXPECT_NE(std::find(serials, serials + count, kNowhere.serial), serials + count) << "its channels were released";
 
-    setenv("QOR_CAL_URL", "http://127.0.0.1:9", 1);  // nothing listens on the discard port
+    setenv("QOR_CAL_URL", caltest::DeadBaseUrl().c_str(), 1);
     OpenAndClose(kNowhere, qorInternetErr);
 
-    setenv("QOR_CAL_URL", endpoint->BaseUrl().c_str(), 1);
-    ASSERT_EQ(sim->writeCalibrationFiles(kNowhere.serial, (root->Path() / "www").c_str()), 0);
+    setenv("QOR_CAL_URL", endpoint.BaseUrl().c_str(), 1);
+    Publish(kNowhere);
     OpenAndClose(kNowhere);  // the next open tries again
     ExpectCacheFilesOf(kNowhere, true);
 }

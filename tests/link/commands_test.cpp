@@ -168,15 +168,6 @@ TEST_F(LinkTest, RepliesAreParsed) {
     EXPECT_TRUE(bus.ScriptDone());
 }
 
-TEST_F(LinkTest, TemperatureAndVoltageWithoutTheirSensorSendNothing) {
-    link.deviceType = 1;
-    EXPECT_FLOAT_EQ(0.0f, link.ReadTemperature());
-    link.deviceType = 2;
-    link.diagnosticsAvailable = false;
-    EXPECT_FLOAT_EQ(5.0f, link.ReadVoltage());
-    EXPECT_TRUE(bus.writes.empty());
-}
-
 TEST_F(LinkTest, FirmwareStringIsCutAndTerminated) {
     const std::string longReply = "VELM-3-1-0-2024-11";  // 18 bytes, more than fit
     bus.Expect({0x56, 0xC0}, Bytes(longReply.begin(), longReply.end()));
@@ -192,18 +183,6 @@ TEST_F(LinkTest, FirmwareStringIsCutAndTerminated) {
     bus.Expect({0x56, 0xC0});
     link.ReadFirmwareString(firmware);
     EXPECT_STREQ("", firmware) << "a silent unit gives an empty string";
-}
-
-TEST_F(LinkTest, ExternalReferenceIsTakenOnlyWhenFound) {
-    link.deviceType = 3;
-    bus.Expect({0x43, 0x02, 0xC0}, {0x00});
-    EXPECT_FALSE(link.SelectExternalReference());
-    EXPECT_FALSE(link.referenceLocked);
-    bus.Expect({0x43, 0x02, 0xC0}, {0x01});
-    bus.Expect({0x43, 0x03, 0xC0});
-    EXPECT_TRUE(link.SelectExternalReference());
-    EXPECT_TRUE(link.referenceLocked);
-    EXPECT_TRUE(link.SelectExternalReference()) << "locked: no traffic";
 }
 
 }  // namespace

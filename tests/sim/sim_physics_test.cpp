@@ -52,19 +52,6 @@ TEST(SimPhysics, ToneLandsAtItsOffsetAndLevelOnBothIfsAndBothSides) {
     }
 }
 
-TEST(SimPhysics, ImageArrivesMirrored) {
-    // Two tones 20 kHz apart above the LO come out in the reverse order.
-    LoadBench(PhysicsBench(-250.0, Cw(1021.36e6, -40.0) + "," + Cw(1021.38e6, -50.0), ""));
-    Unit u(kVelmB);
-    const double lo = TuneLo(u, 1010.7e6);
-    SetPath(u, 0, 1, true);
-    const auto x = Capture(u, 8);
-    const double b1 = kHighIfs - (1021.36e6 - lo), b2 = kHighIfs - (1021.38e6 - lo);
-    EXPECT_GT(b1, b2);
-    EXPECT_NEAR(ToneLevel(x, b1), -40.0 + qorsim_path_gain(kVelmB, 1021.36e6, 0, 1, 1, 0, b1, -1, 31.5), 0.05);
-    EXPECT_NEAR(ToneLevel(x, b2), -50.0 + qorsim_path_gain(kVelmB, 1021.38e6, 0, 1, 1, 0, b2, -1, 31.5), 0.05);
-}
-
 TEST(SimPhysics, FirstLoOfTheUpperBandsInvertsTheSpectrum) {
     // Band 2 of the 12.4 GHz family: first LO 7.8 GHz above, last LO above the first IF.
     LoadBench(PhysicsBench(-250.0, "", Cw(5.0e9, -30.0) + "," + Cw(5.0e9 + 30e3, -40.0)));
@@ -96,7 +83,6 @@ TEST(SimPhysics, HardwareHopsStepTheLoBy200kHzPerBlock) {
         const double expected = -35.0 + qorsim_path_gain(kVelmB, f, 1, 1, 1, 0, b, -1, 31.5);
         EXPECT_NEAR(ToneLevel(x, b, 512 * k, 512), expected, 0.05) << k;
     }
-    EXPECT_NEAR(kHighIfs - (5100 * 200e3 - f) + 5555.56, 50e3, 0.01);
 }
 
 TEST(SimPhysics, FramedProgramBlocksFollowTheirSteps) {
@@ -188,53 +174,4 @@ TEST(SimPhysics, AmAndFmCarriersCarryTheirTone) {
     EXPECT_NEAR(ToneLevel(x, am + 1000.0) - ToneLevel(x, am), -12.04, 0.3);
     const double unmodulated = -30.0 + qorsim_path_gain(kVelmB, 1000.03e6, 0, 1, 1, 0, fm, -1, 31.5);
     EXPECT_NEAR(ToneLevel(x, fm) - unmodulated, 20.0 * std::log10(0.1775968), 0.5);
-}
-
-TEST(SimPhysics, SelfTestSourceLandsInsideTheSelfTestLimits) {
-    // The self-test's steps: 140 MHz from the unit's own source, mean power of
-    // samples 1024 to 4095 of a 4096-sample capture, least gain.
-    struct Limits {
-        unsigned serial;
-        double high[2], low[2], delta[2], lowIf[2], preamp[2];
-    } units[] = {{kVelmB, {-40.7, -28.7}, {-39.6, -27.6}, {-7.0, -3.0}, {-33.2, -21.2}, {-30.5, -10.5}},
-                 {kOrskB, {-30.0, -18.0}, {-35.0, -23.0}, {-12.0, -8.0}, {-37.0, -23.0}, {-47.0, -33.0}}};
-    LoadBench(PhysicsBench(-165.0, "", ""));
-    for (const auto& l : units) {
-        Unit u(l.serial);
-        const bool orsk = l.serial == kOrskB;
-        auto measure = [&] {
-            const auto x = Capture(u, 8);
-            return MeanPowerDb(std::vector<std::complex<double>>(x.begin() + 1024, x.end()));
-        };
-        auto path = [&](int ifFlag, int band) {
-            u.Send({'F', static_cast<uint8_t>(orsk ? ifFlag * 16 + 8 + band : ifFlag)});
-        };
-        u.Send({'O', 1});
-        u.Send({'I', 0x06, 0x80});
-        u.Send({'I', 0x0C, 0x00});
-        path(0, 1);
-        TuneLo(u, 140e6 + 10.7e6);
-        u.Send({'A', 2});
-        const double high = measure();
-        path(0, 0);
-        TuneLo(u, 140e6 + 10.7e6, true);
-        const double low = measure();
-        u.Send({'A', 3});
-        const double delta = measure() - low;
-        path(1, 0);
-        TuneLo(u, 140e6 + 2.9e6, true);
-        const double lowIf = measure();
-        u.Send({'M', 1});
-        path(0, 0);
-        TuneLo(u, 140e6 + 10.7e6, true);
-        const double preamp = measure();
-        u.Send({'M', 0});
-        u.Send({'O', 0});
-        auto inside = [](double v, const double* w) { return v > w[0] && v < w[1]; };
-        EXPECT_TRUE(inside(high, l.high)) << l.serial << " high " << high;
-        EXPECT_TRUE(inside(low, l.low)) << l.serial << " low " << low;
-        EXPECT_TRUE(inside(delta, l.delta)) << l.serial << " delta " << delta;
-        EXPECT_TRUE(inside(lowIf, l.lowIf)) << l.serial << " low IF " << lowIf;
-        EXPECT_TRUE(inside(preamp, l.preamp)) << l.serial << " preamp " << preamp;
-    }
 }

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstring>
 #include <thread>
 
 #include "sim_host.h"
@@ -18,6 +17,15 @@ TEST(SimBus, ListsBothChannelsOfEachUnitWithExactNames) {
     EXPECT_EQ(list[1].description, "Tarven Works B");
     EXPECT_EQ(list[1].serial, "10000001B");
     for (const auto& e : list) EXPECT_EQ(e.flags & FT_FLAGS_OPENED, 0u);
+    // An open channel tells its own serial and description.
+    Unit u(10000003);
+    ASSERT_TRUE(u.Ok());
+    char serial[16] = {}, description[64] = {};
+    FT_DEVICE type = 0;
+    DWORD id = 0;
+    ASSERT_EQ(FT_GetDeviceInfo(u.command, &type, &id, serial, description, nullptr), FT_OK);
+    EXPECT_STREQ(serial, "10000003B");
+    EXPECT_STREQ(description, "Tarven Works B");
 }
 
 TEST(SimBus, MixedOrderAndAChannelHeldElsewhere) {
@@ -39,85 +47,6 @@ TEST(SimBus, MixedOrderAndAChannelHeldElsewhere) {
     EXPECT_EQ(List()[1].flags & FT_FLAGS_OPENED, 1u); // open by us now
     EXPECT_NE(FT_Open(1, &h), FT_OK);                 // and not twice
     FT_Close(h);
-}
-
-TEST(SimBus, DeviceInfoGivesTheChannelSerial) {
-    LoadBench(FourUnitBench());
-    Unit u(10000003);
-    ASSERT_TRUE(u.Ok());
-    char serial[16] = {}, description[64] = {};
-    FT_DEVICE type = 0;
-    DWORD id = 0;
-    ASSERT_EQ(FT_GetDeviceInfo(u.command, &type, &id, serial, description, nullptr), FT_OK);
-    EXPECT_STREQ(serial, "10000003B");
-    EXPECT_STREQ(description, "Tarven Works B");
-}
-
-TEST(SimFirmware, FirmwareStringCarriesTypeAndOption) {
-    LoadBench(FourUnitBench());
-    const struct {
-        unsigned serial;
-        char type, option;
-    } cases[] = {{10000001, '1', '0'}, {10000002, '2', '1'}, {10000003, '3', '0'}, {10000004, '3', '1'}};
-    for (const auto& c : cases) {
-        Unit u(c.serial);
-        ASSERT_TRUE(u.Ok());
-        u.Send({'V'});
-        FT_SetTimeouts(u.command, 500, 500);
-        const auto reply = u.Reply(16);
-        ASSERT_GE(reply.size(), 11u) << c.serial;
-        EXPECT_EQ(reply[8], c.type) << c.serial;
-        EXPECT_EQ(reply[10], c.option) << c.serial;
-    }
-}
-
-TEST(SimFirmware, UnknownFirmwareOnlyOnTheFirstTry) {
-    LoadBench(FourUnitBench());
-    ASSERT_EQ(qorsim_unknown_firmware(10000002, 1), 0);
-    Unit u(10000002);
-    FT_SetTimeouts(u.command, 500, 500);
-    u.Send({'V'});
-    EXPECT_EQ(u.Reply(16).at(8), '?');
-    u.Send({'V'});
-    EXPECT_EQ(u.Reply(16).at(8), '2');
-}
-
-TEST(SimFirmware, TemperatureVoltageAndOvenReplies) {
-    LoadBench(FourUnitBench());
-    {
-        Unit u(10000002);
-        u.Send({'K', 0});
-        const auto t = u.Reply(2);
-        ASSERT_EQ(t.size(), 2u);
-        const int raw = (t[0] & 0x1F) * 256 + t[1];
-        EXPECT_DOUBLE_EQ(static_cast<int16_t>(raw * 8) * 0.0078125, 31.5);
-        u.Send({'U', 0});
-        const auto v = u.Reply(2);
-        ASSERT_EQ(v.size(), 2u);
-        EXPECT_NEAR((v[0] * 256 + v[1]) * 0.0009765625 * 3.3 * 2.0, 5.02, 0.01);
-    }
-    {
-        Unit u(10000004);
-        u.Send({'K', 0});
-        const auto t = u.Reply(2);
-        const int raw = (t.at(0) & 0x1F) * 256 + t.at(1);
-        EXPECT_DOUBLE_EQ(static_cast<int16_t>(raw * 8) * 0.0078125, -5.0);
-        u.Send({'R', 'x'});
-        const auto w = u.Reply(2);
-        EXPECT_LT(w.at(0) * 256 + w.at(1), 65);
-        u.Send({'R', 'a'});
-        const auto a = u.Reply(2);
-        EXPECT_GT((a.at(0) * 256 + a.at(1)) * 0.1611, 30.0);
-        ASSERT_EQ(qorsim_oven_warming(10000004, 5000.0), 0);
-        u.Send({'R', 'x'});
-        const auto warming = u.Reply(2);
-        EXPECT_GE(warming.at(0) * 256 + warming.at(1), 194);
-        u.Send({'C', 2});
-        EXPECT_EQ(u.Reply(1), std::vector<uint8_t>{0}); // no reference at the connector
-        qorsim_reference_present(10000004, 1);
-        u.Send({'C', 2});
-        EXPECT_EQ(u.Reply(1), std::vector<uint8_t>{1});
-    }
 }
 
 TEST(SimFirmware, MissingAndGarbledRepliesAndTheReadTimeOut) {
@@ -154,24 +83,6 @@ TEST(SimFirmware, CommandLogKeepsDecodedPayloadsAndWireBytes) {
     ASSERT_EQ(qorsim_wire_log(10000002, wire, sizeof wire), 9);
     EXPECT_EQ(std::vector<uint8_t>(wire, wire + 9),
               (std::vector<uint8_t>{'N', 0xDB, 0xDC, 0x00, 0xDB, 0xDD, 0x01, 0xC0, 0xC0}));
-}
-
-TEST(SimFirmware, UserAreaKeepsWhatIsWritten) {
-    LoadBench(R"({"clock": "fast", "units": [{"serial": 77, "type": 4, "timebaseCorrection": 1.0000025}]})");
-    Unit u(77);
-    uint8_t area[16] = {};
-    DWORD got = 0;
-    ASSERT_EQ(FT_EE_UARead(u.command, area, 16, &got), FT_OK);
-    ASSERT_EQ(got, 16u);
-    double stored;
-    std::memcpy(&stored, area + 8, 8);
-    EXPECT_DOUBLE_EQ(stored, 1.0000025);
-    const double next = 0.9999;
-    std::memcpy(area + 8, &next, 8);
-    ASSERT_EQ(FT_EE_UAWrite(u.command, area, 16), FT_OK);
-    ASSERT_EQ(FT_EE_UARead(u.command, area, 16, &got), FT_OK);
-    std::memcpy(&stored, area + 8, 8);
-    EXPECT_DOUBLE_EQ(stored, 0.9999);
 }
 
 TEST(SimBus, PortCycleReenumeratesAndUnplugFails) {

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <thread>
-#include <tuple>
 
 #include "sim_host.h"
 
@@ -26,13 +25,21 @@ std::vector<uint8_t> Segment(int index, int start, int stepsMinusOne) {
 
 }  // namespace
 
-TEST(SimStream, CaptureSendsSyncWordAndExactlyTheBlocks) {
+// A capture sends its sync word and the blocks asked for, hardware hops one
+// block per step in either direction, and nothing follows either.
+TEST(SimStream, CaptureAndHopsSendExactlyTheirBlocks) {
     LoadBench(FourUnitBench());
-    Unit u(10000001);
+    Unit u(10000003);
     u.Send({'S', 8});
     EXPECT_EQ(u.Queued(), 4u + 8 * 2048);
     EXPECT_EQ(u.Stream(4), kSync);
     EXPECT_EQ(u.Stream(8 * 2048).size(), 8u * 2048);
+    for (auto [first, last] : {std::pair{600, 700}, std::pair{133, 100}, std::pair{20000, 20000}}) {
+        u.Send(Hop(first, last));
+        const uint32_t expected = 2048u * (std::abs(last - first) + 1);
+        EXPECT_EQ(u.Queued(), expected);
+        EXPECT_EQ(u.Stream(expected).size(), expected);
+    }
     FT_SetTimeouts(u.stream, 100, 100);
     EXPECT_TRUE(u.Stream(1).empty());
 }
@@ -48,18 +55,6 @@ TEST(SimStream, ContinuousStreamRunsUntilStopped) {
     EXPECT_LT(left, 16384u);
     u.Stream(left);
     EXPECT_EQ(u.Queued(), 0u);
-}
-
-TEST(SimStream, HardwareHopsGiveOneBlockPerStepInEitherDirection) {
-    LoadBench(FourUnitBench());
-    Unit u(10000003);
-    for (auto [first, last] : {std::pair{600, 700}, std::pair{133, 100}, std::pair{20000, 20000}}) {
-        u.Send(Hop(first, last));
-        const uint32_t expected = 2048u * (std::abs(last - first) + 1);
-        EXPECT_EQ(u.Queued(), expected);
-        EXPECT_EQ(u.Stream(expected).size(), expected);
-        EXPECT_EQ(u.Queued(), 0u);
-    }
 }
 
 TEST(SimStream, FramedProgramRepeatsWithHeaders) {
@@ -111,21 +106,6 @@ TEST(SimStream, DroppedAndCorruptedBytes) {
     qorsim_corrupt_stream_bytes(10000002, 1, 1);
     u.Send({'S', 1});
     EXPECT_EQ(u.Stream(4), (std::vector<uint8_t>{0xA5, 0x5A ^ 0xA5, 0xF0, 0x0F}));
-}
-
-TEST(SimStream, BulkCalibrationReadHasTheFamilySize) {
-    LoadBench(FourUnitBench());
-    for (auto [serial, last, size] : {std::tuple{10000002u, 0x72, 0x72000u}, std::tuple{10000004u, 0x8D, 0x8D000u}}) {
-        Unit u(serial);
-        u.Send({'E', 0xF1, 0xA5, 0x03, static_cast<uint8_t>(last)});
-        size_t total = 0;
-        for (;;) {
-            const auto chunk = u.Stream(4096);
-            if (chunk.empty()) break;
-            total += chunk.size();
-        }
-        EXPECT_EQ(total, size + 4u) << serial;
-    }
 }
 
 TEST(SimStream, StalledStreamTimesOutAtTheScaledLimit) {

@@ -7,31 +7,38 @@
 #include <dlfcn.h>
 
 #include <cstdlib>
+#include <type_traits>
 
 #include "../../sim/qorsim.h"
 
 namespace simcontrol {
 
+// Each entry: the member's name and the exported function it holds.
+#define QORSIM_CALLS(X)                                 \
+    X(loadBenchJson, qorsim_load_bench_json)            \
+    X(lastError, qorsim_last_error)                     \
+    X(pathGain, qorsim_path_gain)                       \
+    X(calibrationBlocks, qorsim_calibration_blocks)     \
+    X(writeCalibrationFiles, qorsim_write_calibration_files) \
+    X(commandCount, qorsim_command_count)               \
+    X(commandLog, qorsim_command_log)                   \
+    X(clearCommandLog, qorsim_clear_command_log)        \
+    X(unplug, qorsim_unplug)                            \
+    X(loseFrameHeaders, qorsim_lose_frame_headers)      \
+    X(wrongSizeFrames, qorsim_wrong_size_frames)        \
+    X(corruptStreamBytes, qorsim_corrupt_stream_bytes)  \
+    X(referencePresent, qorsim_reference_present)       \
+    X(unknownFirmware, qorsim_unknown_firmware)         \
+    X(ovenWarming, qorsim_oven_warming)                 \
+    X(ovenCurrent, qorsim_oven_current)                 \
+    X(holdStream, qorsim_hold_stream_channel)           \
+    X(replyFaults, qorsim_reply_faults)                 \
+    X(setTemperature, qorsim_set_temperature)
+
 struct Calls {
-    decltype(&qorsim_load_bench_json) loadBenchJson;
-    decltype(&qorsim_last_error) lastError;
-    decltype(&qorsim_path_gain) pathGain;
-    decltype(&qorsim_calibration_blocks) calibrationBlocks;
-    decltype(&qorsim_write_calibration_files) writeCalibrationFiles;
-    decltype(&qorsim_command_count) commandCount;
-    decltype(&qorsim_command_log) commandLog;
-    decltype(&qorsim_clear_command_log) clearCommandLog;
-    decltype(&qorsim_unplug) unplug;
-    decltype(&qorsim_lose_frame_headers) loseFrameHeaders;
-    decltype(&qorsim_wrong_size_frames) wrongSizeFrames;
-    decltype(&qorsim_corrupt_stream_bytes) corruptStreamBytes;
-    decltype(&qorsim_reference_present) referencePresent;
-    decltype(&qorsim_unknown_firmware) unknownFirmware;
-    decltype(&qorsim_oven_warming) ovenWarming;
-    decltype(&qorsim_oven_current) ovenCurrent;
-    decltype(&qorsim_hold_stream_channel) holdStream;
-    decltype(&qorsim_reply_faults) replyFaults;
-    decltype(&qorsim_set_temperature) setTemperature;
+#define QORSIM_MEMBER(member, function) decltype(&function) member;
+    QORSIM_CALLS(QORSIM_MEMBER)
+#undef QORSIM_MEMBER
 };
 
 // Null when the tests don't run on the virtual instrument.
@@ -41,32 +48,18 @@ inline const Calls* Resolve() {
         void* library = path ? dlopen(path, RTLD_NOW) : nullptr;
         if (!library) return nullptr;
         static Calls resolved;
-        auto get = [library](auto& entry, const char* name) {
-            entry = reinterpret_cast<std::remove_reference_t<decltype(entry)>>(dlsym(library, name));
-            return entry != nullptr;
-        };
-        const bool all = get(resolved.loadBenchJson, "qorsim_load_bench_json") &&
-                         get(resolved.lastError, "qorsim_last_error") && get(resolved.pathGain, "qorsim_path_gain") &&
-                         get(resolved.calibrationBlocks, "qorsim_calibration_blocks") &&
-                         get(resolved.writeCalibrationFiles, "qorsim_write_calibration_files") &&
-                         get(resolved.commandCount, "qorsim_command_count") &&
-                         get(resolved.commandLog, "qorsim_command_log") &&
-                         get(resolved.clearCommandLog, "qorsim_clear_command_log") &&
-                         get(resolved.unplug, "qorsim_unplug") &&
-                         get(resolved.loseFrameHeaders, "qorsim_lose_frame_headers") &&
-                         get(resolved.wrongSizeFrames, "qorsim_wrong_size_frames") &&
-                         get(resolved.corruptStreamBytes, "qorsim_corrupt_stream_bytes") &&
-                         get(resolved.referencePresent, "qorsim_reference_present") &&
-                         get(resolved.unknownFirmware, "qorsim_unknown_firmware") &&
-                         get(resolved.ovenWarming, "qorsim_oven_warming") &&
-                         get(resolved.ovenCurrent, "qorsim_oven_current") &&
-                         get(resolved.holdStream, "qorsim_hold_stream_channel") &&
-                         get(resolved.replyFaults, "qorsim_reply_faults") &&
-                         get(resolved.setTemperature, "qorsim_set_temperature");
+        bool all = true;
+#define QORSIM_RESOLVE(member, function)                                                  \
+    resolved.member = reinterpret_cast<decltype(&function)>(dlsym(library, #function)); \
+    all = all && resolved.member != nullptr;
+        QORSIM_CALLS(QORSIM_RESOLVE)
+#undef QORSIM_RESOLVE
         return all ? &resolved : nullptr;
     }();
     return calls;
 }
+
+#undef QORSIM_CALLS
 
 }  // namespace simcontrol
 
