@@ -2,24 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <fstream>
 
 namespace slowtest {
 namespace {
 
-constexpr int kUnitBlockBytes = 4096;
-constexpr int kUnitFileBytes = 3128;
-constexpr int kTableCapacity = 768000;
-
 // The calibration folder of this test process, removed when it ends.
 const e2e::TempFolder calFolder("e2e_slow");
-
-bool WriteFile(const std::string& path, const unsigned char* data, int length) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(data), length);
-    return static_cast<bool>(out);
-}
 
 std::string BenchJson(const std::vector<Unit>& units) {
     std::vector<e2e::BenchUnit> bench;
@@ -35,19 +23,13 @@ std::string LoadBench(const std::vector<Unit>& units) {
     const e2e::Sim* sim = Instrument();
     if (!sim) return "the D2XX library is no virtual instrument";
     if (sim->loadBenchJson(BenchJson(units).c_str()) != 0) return std::string("bench refused: ") + sim->lastError();
-    const std::string folder = calFolder.Path().string();
-    if (folder.empty()) return "no calibration folder";
-    std::vector<unsigned char> unitBlock(kUnitBlockBytes), table(kTableCapacity);
+    if (calFolder.Path().empty()) return "no calibration folder";
+    // A unit without calibration on board finds its table file in the cache,
+    // as if downloaded before, and gives its unit block page by page.
     for (const Unit& unit : units) {
-        if (unit.onDeviceCalibration) continue;
-        // What the download endpoint and the unit would give, as the cache holds it.
-        const int tableBytes =
-            sim->calibrationBlocks(unit.serial, unitBlock.data(), kUnitBlockBytes, table.data(), kTableCapacity);
-        char name[32];
-        std::snprintf(name, sizeof name, "/%08u.qmi", unit.serial);
-        if (!WriteFile(folder + name, unitBlock.data(), kUnitFileBytes)) return "cannot write the unit file";
-        std::snprintf(name, sizeof name, "/D%08u.bin", unit.serial);
-        if (!WriteFile(folder + name, table.data(), tableBytes)) return "cannot write the table file";
+        if (!unit.onDeviceCalibration && unit.type >= 2 && !calFolder.CopyTableFile(unit.serial)) {
+            return "no table file of " + std::to_string(unit.serial);
+        }
     }
     calFolder.UseAsCalibrationCache();
     return "";

@@ -29,9 +29,10 @@ struct Unit {
 // Null when the D2XX library of the run is not the virtual instrument.
 inline const e2e::Sim* Instrument() { return e2e::TheSim(); }
 
-// Loads a fast-clock, immediate-pacing bench of `units`, writes the cache
-// files of the units without on-device calibration into a fresh folder and
-// points the library at it. An empty string, or why it failed.
+// Loads a fast-clock, immediate-pacing bench of `units`, puts the table
+// files of the units without on-device calibration into the calibration
+// folder of the process and points the library at it. An empty string, or
+// why it failed.
 std::string LoadBench(const std::vector<Unit>& units);
 
 // LoadBench, then opens every unit: `devices` maps serials to device
