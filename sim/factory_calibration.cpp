@@ -1,7 +1,8 @@
 // The factory's measurement of a unit, written the way the unit stores it.
-// Every stored number is the model's own term on the grid of its table, so
-// that the corrections decoded from the tables give back the model's gain
-// (up to the tables' quantisation and interpolation between grid points).
+// Every stored number is the model's own term on the grid of its table, and
+// the model keeps its terms on the steps in which the tables store them, so
+// that the corrections decoded from the tables give back the model's gain at
+// the grid points (and up to the interpolation between them).
 #include "factory_calibration.h"
 
 #include <algorithm>

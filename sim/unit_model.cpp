@@ -33,6 +33,35 @@ constexpr double kDetectorFloor = -72.0;
 
 double Sigmoid(double x) { return 1.0 / (1.0 + std::exp(-x)); }
 
+double Quantise(double v, double step) { return std::round(v / step) * step; }
+
+// A term that the unit's calibration keeps in coarse steps on a grid (x in
+// grid points): its smooth shape, bent by a smooth curve (Catmull-Rom) through
+// the distance from the shape to the nearest step at each grid point, so that
+// the term is a whole number of steps at every grid point and less than half a
+// step from the shape anywhere.
+template <typename Shape, typename Step>
+double OnStoredGrid(double x, Shape shape, Step nearestStep) {
+    const double j = std::floor(x), t = x - j;
+    auto bend = [&](double k) {
+        const double v = shape(k);
+        return nearestStep(v) - v;
+    };
+    const double r0 = bend(j - 1), r1 = bend(j), r2 = bend(j + 1), r3 = bend(j + 2);
+    const double curve =
+        r1 + 0.5 * t * (r2 - r0 + t * (2.0 * r0 - 5.0 * r1 + 4.0 * r2 - r3 + t * (3.0 * (r1 - r2) + r3 - r0)));
+    return shape(x) + curve;
+}
+
+auto InSteps(double step) {
+    return [step](double v) { return Quantise(v, step); };
+}
+
+// The 4.4 GHz family's IF tables hold a power ratio in hundredths.
+double NearestStoredRatioDb(double db) {
+    return -10.0 * std::log10(std::round(100.0 * std::pow(10.0, -db / 10.0)) / 100.0);
+}
+
 }  // namespace
 
 UnitModel::UnitModel(uint32_t serial, int deviceType) : serial_(serial), type_(deviceType), crossover_(0.0) {
@@ -64,7 +93,12 @@ double UnitModel::RolloffDb(double b) const { return NominalRolloffDb(b) - (type
 
 double UnitModel::IfShapeDb(bool highIf, double b) const {
     const int key = highIf ? 80 : 82;
-    auto shape = [&](double x) { return Ripple(x, key, 90e3, 0.25) + 0.12 * Vary(key + 1) * x / 125e3; };
+    auto smooth = [&](double x) { return Ripple(x, key, 90e3, 0.25) + 0.12 * Vary(key + 1) * x / 125e3; };
+    // The 4.4 GHz family's shape is a whole number of the table's steps every 5 kHz.
+    auto shape = [&](double x) {
+        if (UnitFamily() != Family::Velm) return smooth(x);
+        return OnStoredGrid(x / 5e3, [&](double k) { return smooth(k * 5e3); }, NearestStoredRatioDb);
+    };
     // Beyond 125 kHz the shape goes on straight, as it leaves the last 5 kHz.
     if (std::fabs(b) <= 125e3) return shape(b);
     const double edge = b > 0 ? 125e3 : -125e3;
@@ -80,42 +114,79 @@ double UnitModel::IfFilterDb(bool highIf, double b) const {
 
 // ---- 4.4 GHz family ---------------------------------------------------------
 
+namespace {
+
+// The unit block keeps the level references in 0.001 dB, the gain steps in
+// 0.02 dB, the attenuator response in 1/32 dB (low band, every 1 MHz from
+// 1 MHz) and 1/16 dB (high band, every 10 MHz from 150 MHz, less the tilt),
+// the preamplifier in 0.1 dB on the same grids and its roll-off in 1/32 dB:
+// the unit's terms lie on those steps there.
+constexpr double kLevelStep = 0.001, kGainStep = 0.02, kLowIfStep = 0.1, kPreampStep = 0.1;
+constexpr double kLowResponseStep = 1.0 / 32, kHighResponseStep = 1.0 / 16, kRolloffStep = 1.0 / 32;
+
+double LowGridPoint(double k) { return (k + 1.0) * 1e6; }
+double LowGridPosition(double f) { return f / 1e6 - 1.0; }
+double HighGridPoint(double k) { return 150e6 + k * 1e7; }
+double HighGridPosition(double f) { return (f - 150e6) / 1e7; }
+
+}  // namespace
+
 double UnitModel::VelmLevelBase(int band) const {
     double base = 3.0 + 0.4 * Vary(1);
     if (band == 0) base -= 1.0 + 0.3 * Vary(2);
     // Type 2 keeps its level reference on the low IF path, 11.4 dB more sensitive.
     if (type_ == 2) base -= 11.4;
-    return base;
+    return Quantise(base, kLevelStep);
 }
 
 double UnitModel::VelmGainStep(int index) const {
     if (type_ == 1) return index == 0 ? 15.83 : 12.0;
-    return index == 0 ? 15.8 + 0.3 * Vary(4) : 12.1 + 0.3 * Vary(5);
+    return Quantise(index == 0 ? 15.8 + 0.3 * Vary(4) : 12.1 + 0.3 * Vary(5), kGainStep);
 }
 
 double UnitModel::VelmTilt(int type) { return type == 1 ? 2.5e-9 : 4e-9; }
 
 double UnitModel::VelmResponse(double f, int band, int att) const {
-    if (band == 0)
-        return Ripple(f, 6, 47e6, 0.5) + Ripple(f, 7, 13.3e6, 0.25) + 0.1 * att * Vary(10 + att) +
-               0.05 * att * f / 150e6;
-    return VelmTilt(type_) * f + Ripple(f, 8, 730e6, 1.2) + Ripple(f, 9, 190e6, 0.4) +
-           att * (0.15 * Vary(20 + att) + 0.12 * f / 4.4e9);
+    if (band == 0) {
+        auto shape = [&](double k) {
+            const double g = LowGridPoint(k);
+            return Ripple(g, 6, 47e6, 0.5) + Ripple(g, 7, 13.3e6, 0.25) + 0.1 * att * Vary(10 + att) +
+                   0.05 * att * g / 150e6;
+        };
+        return OnStoredGrid(LowGridPosition(f), shape, InSteps(kLowResponseStep));
+    }
+    auto shape = [&](double k) {
+        const double g = HighGridPoint(k);
+        return Ripple(g, 8, 730e6, 1.2) + Ripple(g, 9, 190e6, 0.4) + att * (0.15 * Vary(20 + att) + 0.12 * g / 4.4e9);
+    };
+    return VelmTilt(type_) * f + OnStoredGrid(HighGridPosition(f), shape, InSteps(kHighResponseStep));
 }
 
 double UnitModel::VelmPreampRolloff(double f) const {
-    const double at300k = 1.2 + 0.2 * Vary(30);
+    const double at300k = Quantise(1.2 + 0.2 * Vary(30), kRolloffStep);
     if (f <= 300e3) return at300k + std::pow((300e3 - f) / 85e3, 2.0);
-    if (f < 1e6) return at300k * std::pow((1e6 - f) / 7e5, 1.5);
-    return 0.0;
+    if (f >= 1e6) return 0.0;
+    auto shape = [&](double k) {
+        const double x = std::clamp((1e6 - (300e3 + k * 50e3)) / 7e5, 0.0, 1.0);
+        return at300k * std::pow(x, 1.5);
+    };
+    return OnStoredGrid((f - 300e3) / 50e3, shape, InSteps(kRolloffStep));
 }
 
 double UnitModel::VelmPreampGain(double f, int band) const {
     if (band == 0) {
         if (f < 1e6) return VelmPreampGain(1e6, 0) - VelmPreampRolloff(f);
-        return 18.0 + Ripple(f, 31, 60e6, 0.5) + 0.5 * f / 150e6;
+        auto shape = [&](double k) {
+            const double g = LowGridPoint(k);
+            return 18.0 + Ripple(g, 31, 60e6, 0.5) + 0.5 * g / 150e6;
+        };
+        return OnStoredGrid(LowGridPosition(f), shape, InSteps(kPreampStep));
     }
-    return 18.5 - 1.6 * f / 4.4e9 + Ripple(f, 32, 520e6, 0.7);
+    auto shape = [&](double k) {
+        const double g = HighGridPoint(k);
+        return 18.5 - 1.6 * g / 4.4e9 + Ripple(g, 32, 520e6, 0.7);
+    };
+    return OnStoredGrid(HighGridPosition(f), shape, InSteps(kPreampStep));
 }
 
 double UnitModel::VelmRecordTemperature(int record) { return 5.0 * record; }
@@ -135,7 +206,7 @@ double UnitModel::VelmHighIfDelta(double f, int, double t) const {
            (0.01 + 0.003 * Vary(61)) * (t - VelmRecordTemperature(kVelmReferenceRecord));
 }
 
-double UnitModel::VelmLowIfOffset(int band) const { return 10.5 + 0.3 * Vary(70 + band); }
+double UnitModel::VelmLowIfOffset(int band) const { return Quantise(10.5 + 0.3 * Vary(70 + band), kLowIfStep); }
 
 // ---- 12.4 GHz family --------------------------------------------------------
 

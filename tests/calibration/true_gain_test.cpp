@@ -3,9 +3,9 @@
 // physics, GetCorrection must give minus the instrument's true path gain,
 // less the window's 3 dB: within 0.05 dB on the calibration's grid points,
 // and between them within that plus the error of interpolating the true gain
-// itself over the same stretch. The 4.4 GHz family's unit block stores its
-// terms in coarse steps (1/32 dB, 0.1 dB, 0.01 of a power ratio); what those
-// steps can hide is allowed on top.
+// itself over the same stretch. The one term read without interpolation, the
+// preamplifier's drift (held at the lower record of the temperature's
+// bracket), may move by what the truth's preamplifier moves over the hold.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -63,6 +63,7 @@ protected:
         else
             corr = std::make_unique<qor::CorrectionsOrsk>(type, store.tableBlock.get(), store.unitBlock.get());
         corr->Load(nullptr);
+        records_ = RecordTemperatures();
     }
 
     double Truth(const Point& p) {
@@ -73,19 +74,21 @@ protected:
         corr->preampOn = p.preamp != 0;
         return corr->GetCorrection(p.f, p.att, p.gain, p.highIf, p.ifOffset, -1);
     }
-    // The most that the rounding of the unit block's fields can move the
-    // correction at p; the 12.4 GHz family keeps floats.
-    double Quantisation(const Point& p) const {
-        if (type >= 3) return 0.0;
-        double q = p.f < 150e6 ? 1.0 / 64 : 1.0 / 32;  // attenuator response in 1/32 and 1/16 dB
-        q += 0.0005 + (p.gain != 1 ? 0.01 : 0.0);      // level word 0.001 dB, gain words 0.02 dB
-        const int k = std::clamp(static_cast<int>(std::floor(25.0 - p.ifOffset / 5000.0)), 0, 49);
-        const uint8_t* response = store.unitBlock.get() + (p.highIf ? caltest::velm_unit::kIfHigh : caltest::velm_unit::kIfLow);
-        const double stored = 0.01 * std::min(response[k], response[k + 1]);
-        q += 10.0 * std::log10(stored / (stored - 0.005));  // IF response in 0.01 of a power ratio
-        if (type == 1 && !p.highIf) q += 0.05;                // low-IF offset in 0.1 dB
-        if (type == 2 && p.preamp) q += 0.05 + (p.f < 1e6 ? 1.0 / 64 : 0.0);  // preamplifier 0.1 dB, roll-off 1/32
-        return q;
+    // What the truth's preamplifier term moves between the temperature of p
+    // and the record at which the corrections read its drift: the lower
+    // record of the bracket, the last one being 11.
+    double PreampHold(const Point& p) {
+        if (type != 2 || !p.preamp) return 0.0;
+        std::size_t lower = 0;
+        while (lower < 11 && records_[lower + 1] <= p.temperature) ++lower;
+        Point held = p;
+        held.temperature = records_[lower];
+        auto preamp = [&](Point q) {
+            const double on = Truth(q);
+            q.preamp = 0;
+            return on - Truth(q);
+        };
+        return std::fabs(preamp(p) - preamp(held));
     }
     // The record temperatures of the unit's table block.
     std::vector<double> RecordTemperatures() const {
@@ -129,10 +132,11 @@ protected:
         const double line = (1.0 - weight) * Truth(a) + weight * Truth(b);
         Check(mid, truthMid, kGridTolerance + std::fabs(truthMid - line));
     }
-    // Reports the first few disagreements in full and counts the rest.
     void Check(const Point& p, double truth, double allowed) {
-        allowed += Quantisation(p);
-        const double library = Library(p);
+        Compare(p, Library(p), truth, allowed + PreampHold(p));
+    }
+    // Reports the first few disagreements in full and counts the rest.
+    void Compare(const Point& p, double library, double truth, double allowed) {
         if (std::fabs(library - truth) <= allowed) return;
         if (++failures_ <= 10)
             ADD_FAILURE() << Describe(p) << ": library " << library << ", truth " << truth << ", allowed " << allowed;
@@ -160,12 +164,12 @@ protected:
     unsigned serial = 0;
     qor::CalibrationStore store;
     std::unique_ptr<qor::DeviceCorr> corr;
+    std::vector<double> records_;  // record temperatures that the lookup can reach
 };
 
 TEST_P(TrueGainTest, AgreesOnTheGrid) {
-    const std::vector<double> temperatures = RecordTemperatures();
     for (double f : FrequencyGrid())
-        for (double t : {temperatures.front(), temperatures[temperatures.size() / 2], temperatures.back()})
+        for (double t : {records_.front(), records_[records_.size() / 2], records_.back()})
             for (double offset : {0.0, 50000.0, -100000.0})
                 ForEachState([&](int att, int gain, int highIf, int preamp) {
                     const Point p{f, att, gain, highIf, preamp, offset, t};
@@ -175,7 +179,7 @@ TEST_P(TrueGainTest, AgreesOnTheGrid) {
 
 TEST_P(TrueGainTest, AgreesBetweenFrequencyPoints) {
     const std::vector<double> grid = FrequencyGrid();
-    const double t = RecordTemperatures()[RecordTemperatures().size() / 2];
+    const double t = records_[records_.size() / 2];
     for (std::size_t i = 0; i + 1 < grid.size(); ++i) {
         // The neighbour on the table's own grid, not the thinned one.
         const double step = type <= 2 ? (grid[i] < 150e6 ? 1e6 : 1e7) : std::min(grid[i + 1] - grid[i], 1e7);
@@ -188,7 +192,7 @@ TEST_P(TrueGainTest, AgreesBetweenFrequencyPoints) {
 }
 
 TEST_P(TrueGainTest, AgreesAcrossTheIfFilter) {
-    const double t = RecordTemperatures().front();
+    const double t = records_.front();
     for (double f : {5e6, 900e6, 3.1e9})
         for (int k = 0; k < 50; k += 3) {
             const double a = (25 - k) * 5000.0, b = a - 5000.0;
@@ -201,8 +205,30 @@ TEST_P(TrueGainTest, AgreesAcrossTheIfFilter) {
         }
 }
 
+TEST_P(TrueGainTest, AgreesOnThePreampRollOff) {
+    if (type != 2) GTEST_SKIP() << "only type 2 has a preamplifier";
+    // The preamplifier's part alone, on less off: it leaves out the response,
+    // which the corrections extrapolate below 1 MHz.
+    auto preamp = [&](Point p, const std::function<double(const Point&)>& gain) {
+        const double on = gain(p);
+        p.preamp = 0;
+        return on - gain(p);
+    };
+    auto truth = [&](const Point& p) { return preamp(p, [&](const Point& q) { return Truth(q); }); };
+    auto library = [&](const Point& p) { return preamp(p, [&](const Point& q) { return Library(q); }); };
+    for (double t : {records_.front(), records_.back()})
+        for (int highIf = 0; highIf < 2; ++highIf)
+            for (double f = 0.0; f < 1e6; f += 50e3) {
+                const Point a{f, 1, 1, highIf, 1, 0.0, t}, mid{f + 21e3, 1, 1, highIf, 1, 0.0, t},
+                    b{f + 50e3, 1, 1, highIf, 1, 0.0, t};
+                Compare(a, library(a), truth(a), kGridTolerance + PreampHold(a));
+                const double line = 0.58 * truth(a) + 0.42 * truth(b);
+                Compare(mid, library(mid), truth(mid), kGridTolerance + PreampHold(mid) + std::fabs(truth(mid) - line));
+            }
+}
+
 TEST_P(TrueGainTest, AgreesBetweenAndBeyondTheTemperatureRecords) {
-    const std::vector<double> records = RecordTemperatures();
+    const std::vector<double>& records = records_;
     if (records.size() < 2) GTEST_SKIP() << "this type keeps no temperature records";
     for (double f : {3e6, 700e6, 2.2e9, 5.5e9, 9e9}) {
         if (type <= 2 && f > 4.4e9) continue;
