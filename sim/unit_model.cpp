@@ -35,27 +35,22 @@ double Sigmoid(double x) { return 1.0 / (1.0 + std::exp(-x)); }
 
 double Quantise(double v, double step) { return std::round(v / step) * step; }
 
-// A term that the unit's calibration keeps in coarse steps on a grid (x in
-// grid points): its smooth shape, bent by a smooth curve (Catmull-Rom) through
-// the distance from the shape to the nearest step at each grid point, so that
-// the term is a whole number of steps at every grid point and less than half a
-// step from the shape anywhere.
-template <typename Shape, typename Step>
-double OnStoredGrid(double x, Shape shape, Step nearestStep) {
-    const double j = std::floor(x), t = x - j;
-    auto bend = [&](double k) {
-        const double v = shape(k);
-        return nearestStep(v) - v;
-    };
-    const double r0 = bend(j - 1), r1 = bend(j), r2 = bend(j + 1), r3 = bend(j + 2);
-    const double curve =
-        r1 + 0.5 * t * (r2 - r0 + t * (2.0 * r0 - 5.0 * r1 + 4.0 * r2 - r3 + t * (3.0 * (r1 - r2) + r3 - r0)));
-    return shape(x) + curve;
-}
+// The unit block keeps the level references in 0.001 dB, the gain steps in
+// 0.02 dB, the attenuator response in 1/32 dB (low band, every 1 MHz from
+// 1 MHz) and 1/16 dB (high band, every 10 MHz from 150 MHz, less the tilt),
+// the preamplifier in 0.1 dB on the same grids, its roll-off in 1/32 dB
+// every 50 kHz from 300 kHz, and the IF filter's shape as a power ratio in
+// hundredths every 5 kHz: the unit's terms lie on those steps there.
+constexpr double kLevelStep = 0.001, kGainStep = 0.02, kLowIfStep = 0.1, kPreampStep = 0.1;
+constexpr double kLowResponseStep = 1.0 / 32, kHighResponseStep = 1.0 / 16, kRolloffStep = 1.0 / 32;
 
-auto InSteps(double step) {
-    return [step](double v) { return Quantise(v, step); };
-}
+double LowGridPoint(double k) { return (k + 1.0) * 1e6; }
+double LowGridPosition(double f) { return f / 1e6 - 1.0; }
+double HighGridPoint(double k) { return 150e6 + k * 1e7; }
+double HighGridPosition(double f) { return (f - 150e6) / 1e7; }
+double RolloffGridPoint(double k) { return 300e3 + k * 50e3; }
+double RolloffGridPosition(double f) { return (f - 300e3) / 50e3; }
+constexpr double kIfGridStep = 5e3;  // the IF tables' offsets
 
 // The 4.4 GHz family's IF tables hold a power ratio in hundredths.
 double NearestStoredRatioDb(double db) {
@@ -66,6 +61,7 @@ double NearestStoredRatioDb(double db) {
 
 UnitModel::UnitModel(uint32_t serial, int deviceType) : serial_(serial), type_(deviceType), crossover_(0.0) {
     crossover_ = ComputeCrossover();
+    if (UnitFamily() == Family::Velm) BendVelmTerms();
 }
 
 double UnitModel::Vary(int key) const {
@@ -91,13 +87,15 @@ double UnitModel::NominalRolloffDb(double offsetHz) {
 
 double UnitModel::RolloffDb(double b) const { return NominalRolloffDb(b) - (type_ == 2 ? 0.6 : 0.0); }
 
-double UnitModel::IfShapeDb(bool highIf, double b) const {
+double UnitModel::IfShapeSmooth(bool highIf, double b) const {
     const int key = highIf ? 80 : 82;
-    auto smooth = [&](double x) { return Ripple(x, key, 90e3, 0.25) + 0.12 * Vary(key + 1) * x / 125e3; };
-    // The 4.4 GHz family's shape is a whole number of the table's steps every 5 kHz.
+    return Ripple(b, key, 90e3, 0.25) + 0.12 * Vary(key + 1) * b / 125e3;
+}
+
+double UnitModel::IfShapeDb(bool highIf, double b) const {
     auto shape = [&](double x) {
-        if (UnitFamily() != Family::Velm) return smooth(x);
-        return OnStoredGrid(x / 5e3, [&](double k) { return smooth(k * 5e3); }, NearestStoredRatioDb);
+        const double smooth = IfShapeSmooth(highIf, x);
+        return UnitFamily() == Family::Velm ? smooth + ifShapeBend_[highIf ? 1 : 0].At(x / kIfGridStep) : smooth;
     };
     // Beyond 125 kHz the shape goes on straight, as it leaves the last 5 kHz.
     if (std::fabs(b) <= 125e3) return shape(b);
@@ -114,22 +112,21 @@ double UnitModel::IfFilterDb(bool highIf, double b) const {
 
 // ---- 4.4 GHz family ---------------------------------------------------------
 
-namespace {
-
-// The unit block keeps the level references in 0.001 dB, the gain steps in
-// 0.02 dB, the attenuator response in 1/32 dB (low band, every 1 MHz from
-// 1 MHz) and 1/16 dB (high band, every 10 MHz from 150 MHz, less the tilt),
-// the preamplifier in 0.1 dB on the same grids and its roll-off in 1/32 dB:
-// the unit's terms lie on those steps there.
-constexpr double kLevelStep = 0.001, kGainStep = 0.02, kLowIfStep = 0.1, kPreampStep = 0.1;
-constexpr double kLowResponseStep = 1.0 / 32, kHighResponseStep = 1.0 / 16, kRolloffStep = 1.0 / 32;
-
-double LowGridPoint(double k) { return (k + 1.0) * 1e6; }
-double LowGridPosition(double f) { return f / 1e6 - 1.0; }
-double HighGridPoint(double k) { return 150e6 + k * 1e7; }
-double HighGridPosition(double f) { return (f - 150e6) / 1e7; }
-
-}  // namespace
+void UnitModel::BendVelmTerms() {
+    auto steps = [](double step) { return [step](double v) { return Quantise(v, step); }; };
+    for (int att = 0; att < 4; ++att) {
+        lowResponseBend_[att] = StepBend(-1, 150, [&](int k) { return VelmResponseShape(LowGridPoint(k), 0, att); },
+                                         steps(kLowResponseStep));
+        highResponseBend_[att] = StepBend(-1, 426, [&](int k) { return VelmResponseShape(HighGridPoint(k), 1, att); },
+                                          steps(kHighResponseStep));
+    }
+    lowPreampBend_ = StepBend(-1, 150, [&](int k) { return VelmPreampShape(LowGridPoint(k), 0); }, steps(kPreampStep));
+    highPreampBend_ = StepBend(-1, 426, [&](int k) { return VelmPreampShape(HighGridPoint(k), 1); }, steps(kPreampStep));
+    rolloffBend_ = StepBend(0, 14, [&](int k) { return VelmRolloffShape(RolloffGridPoint(k)); }, steps(kRolloffStep));
+    for (int highIf = 0; highIf < 2; ++highIf)
+        ifShapeBend_[highIf] = StepBend(-26, 26, [&](int k) { return IfShapeSmooth(highIf != 0, k * kIfGridStep); },
+                                        NearestStoredRatioDb);
+}
 
 double UnitModel::VelmLevelBase(int band) const {
     double base = 3.0 + 0.4 * Vary(1);
@@ -146,47 +143,42 @@ double UnitModel::VelmGainStep(int index) const {
 
 double UnitModel::VelmTilt(int type) { return type == 1 ? 2.5e-9 : 4e-9; }
 
+double UnitModel::VelmResponseShape(double f, int band, int att) const {
+    if (band == 0)
+        return Ripple(f, 6, 47e6, 0.5) + Ripple(f, 7, 13.3e6, 0.25) + 0.1 * att * Vary(10 + att) +
+               0.05 * att * f / 150e6;
+    return Ripple(f, 8, 730e6, 1.2) + Ripple(f, 9, 190e6, 0.4) + att * (0.15 * Vary(20 + att) + 0.12 * f / 4.4e9);
+}
+
 double UnitModel::VelmResponse(double f, int band, int att) const {
-    if (band == 0) {
-        auto shape = [&](double k) {
-            const double g = LowGridPoint(k);
-            return Ripple(g, 6, 47e6, 0.5) + Ripple(g, 7, 13.3e6, 0.25) + 0.1 * att * Vary(10 + att) +
-                   0.05 * att * g / 150e6;
-        };
-        return OnStoredGrid(LowGridPosition(f), shape, InSteps(kLowResponseStep));
-    }
-    auto shape = [&](double k) {
-        const double g = HighGridPoint(k);
-        return Ripple(g, 8, 730e6, 1.2) + Ripple(g, 9, 190e6, 0.4) + att * (0.15 * Vary(20 + att) + 0.12 * g / 4.4e9);
-    };
-    return VelmTilt(type_) * f + OnStoredGrid(HighGridPosition(f), shape, InSteps(kHighResponseStep));
+    // Only the four attenuator steps that the unit block keeps lie on its steps.
+    const bool stored = att >= 0 && att < 4;
+    if (band == 0) return VelmResponseShape(f, 0, att) + (stored ? lowResponseBend_[att].At(LowGridPosition(f)) : 0.0);
+    return VelmTilt(type_) * f + VelmResponseShape(f, 1, att) +
+           (stored ? highResponseBend_[att].At(HighGridPosition(f)) : 0.0);
+}
+
+double UnitModel::VelmRolloffAt300k() const { return Quantise(1.2 + 0.2 * Vary(30), kRolloffStep); }
+
+double UnitModel::VelmRolloffShape(double f) const {
+    return VelmRolloffAt300k() * std::pow(std::clamp((1e6 - f) / 7e5, 0.0, 1.0), 1.5);
 }
 
 double UnitModel::VelmPreampRolloff(double f) const {
-    const double at300k = Quantise(1.2 + 0.2 * Vary(30), kRolloffStep);
-    if (f <= 300e3) return at300k + std::pow((300e3 - f) / 85e3, 2.0);
+    if (f <= 300e3) return VelmRolloffAt300k() + std::pow((300e3 - f) / 85e3, 2.0);
     if (f >= 1e6) return 0.0;
-    auto shape = [&](double k) {
-        const double x = std::clamp((1e6 - (300e3 + k * 50e3)) / 7e5, 0.0, 1.0);
-        return at300k * std::pow(x, 1.5);
-    };
-    return OnStoredGrid((f - 300e3) / 50e3, shape, InSteps(kRolloffStep));
+    return VelmRolloffShape(f) + rolloffBend_.At(RolloffGridPosition(f));
+}
+
+double UnitModel::VelmPreampShape(double f, int band) const {
+    if (band == 0) return 18.0 + Ripple(f, 31, 60e6, 0.5) + 0.5 * f / 150e6;
+    return 18.5 - 1.6 * f / 4.4e9 + Ripple(f, 32, 520e6, 0.7);
 }
 
 double UnitModel::VelmPreampGain(double f, int band) const {
-    if (band == 0) {
-        if (f < 1e6) return VelmPreampGain(1e6, 0) - VelmPreampRolloff(f);
-        auto shape = [&](double k) {
-            const double g = LowGridPoint(k);
-            return 18.0 + Ripple(g, 31, 60e6, 0.5) + 0.5 * g / 150e6;
-        };
-        return OnStoredGrid(LowGridPosition(f), shape, InSteps(kPreampStep));
-    }
-    auto shape = [&](double k) {
-        const double g = HighGridPoint(k);
-        return 18.5 - 1.6 * g / 4.4e9 + Ripple(g, 32, 520e6, 0.7);
-    };
-    return OnStoredGrid(HighGridPosition(f), shape, InSteps(kPreampStep));
+    if (band != 0) return VelmPreampShape(f, 1) + highPreampBend_.At(HighGridPosition(f));
+    if (f < 1e6) return VelmPreampGain(1e6, 0) - VelmPreampRolloff(f);
+    return VelmPreampShape(f, 0) + lowPreampBend_.At(LowGridPosition(f));
 }
 
 double UnitModel::VelmRecordTemperature(int record) { return 5.0 * record; }

@@ -11,9 +11,11 @@
 #ifndef QOR_SIM_UNIT_MODEL_H
 #define QOR_SIM_UNIT_MODEL_H
 
+#include <array>
 #include <cstdint>
 
 #include "front_end.h"
+#include "step_bend.h"
 
 namespace qorsim {
 
@@ -78,6 +80,14 @@ public:
 
 private:
     double Vary(int key) const; // unit-specific value in [-1, 1]
+    // Smooth shapes of the 4.4 GHz family's stored terms, before their bend
+    // onto the steps in which the unit block keeps them.
+    void BendVelmTerms();
+    double IfShapeSmooth(bool highIf, double b) const;
+    double VelmResponseShape(double f, int band, int att) const; // high band: less the tilt
+    double VelmPreampShape(double f, int band) const;
+    double VelmRolloffShape(double f) const;
+    double VelmRolloffAt300k() const;
     double Ripple(double f, int key, double period, double amplitude) const;
     double OrskBandResponse(double f, int band) const;
     double DetectorShape(double f) const;
@@ -87,6 +97,9 @@ private:
     uint32_t serial_;
     int type_;
     double crossover_;
+    std::array<StepBend, 4> lowResponseBend_, highResponseBend_;
+    StepBend lowPreampBend_, highPreampBend_, rolloffBend_;
+    std::array<StepBend, 2> ifShapeBend_; // low IF, high IF
 };
 
 // The front end that measures `frequency` in `band` (-1: the band of the
