@@ -518,11 +518,12 @@ std::vector<uint8_t> Analyzer::DetectorSweep(int first, int last) {
     const double t = spec_.temperature;
     const double ifDetector = model_.DetectorIf();
     const bool orsk = model_.UnitFamily() == Family::Orsk;
-    const bool highSetting = fw_.ifAtten >= (spec_.type == 4 ? 10 : 25);
+    // The IF attenuator's high settings switch the detector to its sensitive range.
+    const bool sensitiveRange = fw_.ifAtten >= (spec_.type == 4 ? 10 : 25);
     scene_.assign(spec_.signals.begin(), spec_.signals.end());
     scene_.insert(scene_.end(), injected_.begin(), injected_.end());
     auto gainAt = [&](double f) {
-        if (orsk) return model_.DetectorGainDb(f, fw_.atten, highSetting, t);
+        if (orsk) return model_.DetectorGainDb(f, fw_.atten, sensitiveRange, t);
         // The 4.4 GHz family's detector follows its high IF path at gain index 1.
         FrontEnd fe = ModelFrontEnd(model_, f, 1, true);
         fe.atten = fw_.atten;
@@ -531,18 +532,18 @@ std::vector<uint8_t> Analyzer::DetectorSweep(int first, int last) {
     };
     for (int i = 0; i < n; ++i) {
         const double lo = (first + 3.0 * i) * 1e6;
-        // Noise of both sides of the LO within the detector's bandwidth.
-        const double noiseBandwidth = 2.0 * (orsk ? 6.2e6 : 3.1e6);
+        // Noise of both sides of the LO through the detector's filter.
+        const double noiseBandwidth = 2.0 * UnitModel::DetectorNoiseBandwidth();
         double power = std::pow(10.0, (spec_.noiseFloor + 10.0 * std::log10(noiseBandwidth) + gainAt(lo + ifDetector)) / 10.0);
         for (const auto& s : scene_) {
             const double offset = std::fabs(std::fabs(s.frequency - lo) - ifDetector);
             if (offset > 20e6) continue;
-            power += std::pow(10.0, (s.level + gainAt(s.frequency) + model_.DetectorBandDb(offset)) / 10.0);
+            power += std::pow(10.0, (s.level + gainAt(s.frequency) + UnitModel::DetectorBandDb(offset)) / 10.0);
         }
         const double db = 10.0 * std::log10(power);
         int code;
         if (orsk) {
-            code = model_.DetectorCode(db, t);
+            code = UnitModel::DetectorCode(db, t);
         } else {
             // A log detector of 0.134 dB per code, bottoming out 78 dB below full scale.
             const double floored = 10.0 * std::log10(std::pow(10.0, db / 10.0) + std::pow(10.0, -7.8));

@@ -152,15 +152,17 @@ void WriteOrskRecord(const UnitModel& m, int r, std::vector<uint8_t>& t) {
     };
     for (int i = 0; i < 1286; ++i) detectorEntry(base + 38836 + 6 * i, 200e6 + i * 1e7);
     for (int i = 0; i < 100; ++i) detectorEntry(base + 46552 + 6 * i, 8.3e9 + i * 3e6);
-    // Detector curves: code to power, the second curve for the high IF attenuator setting.
+    // Detector curves, code to power over the detector's useful codes: curve A
+    // at the detector itself, curve B the input its sensitive range needs at
+    // step 3 for the code, relative to the step-1 path of the other range.
     for (int i = 0; i < 21; ++i) {
-        const int code = i * UnitModel::kDetectorMaxCode / 20;
-        PutF32(t, base + 47392 + 4 * i, m.DetectorPowerOfCode(code, temp));
+        const int code = i * UnitModel::kDetectorCurveTop / 20;
+        PutF32(t, base + 47392 + 4 * i, UnitModel::DetectorPowerOfCode(code, temp));
         PutU16(t, base + 47540 + 2 * i, code);
     }
     for (int i = 0; i < 16; ++i) {
-        const int code = i * UnitModel::kDetectorMaxCode / 15;
-        PutF32(t, base + 47476 + 4 * i, m.DetectorPowerOfCode(code, temp) + UnitModel::kDetectorSettingGap);
+        const int code = i * UnitModel::kDetectorCurveTop / 15;
+        PutF32(t, base + 47476 + 4 * i, UnitModel::DetectorPowerOfCode(code, temp) - UnitModel::kDetectorStep3Gain);
         PutU16(t, base + 47582 + 2 * i, code);
     }
     PutF32(t, base + 47614, m.OrskGainStep(temp));

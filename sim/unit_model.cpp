@@ -29,7 +29,21 @@ constexpr std::array<double, 12> kOrskRecordTemperatures{{-15, -5, 5, 10, 15, 22
 constexpr double kSkirtStart = 250e3;
 // Out-of-band signals are this far down behind the band filters.
 constexpr double kBandRejection = -70.0;
-constexpr double kDetectorFloor = -72.0;
+
+// 12.4 GHz family's detector: a log amplifier read by a converter whose code
+// rises 10 per dB from code 0 at -80 dBm, with a small bow; its own noise
+// floor; and soft limiting towards +5 dBm. The two ranges hand over at codes 600
+// to 700 of the sensitive one (-20 to -10 dBm, before it limits), where the
+// other range still lies 25 dB and more above the floor.
+constexpr double kDetectorFloor = -75.0;
+constexpr double kDetectorLimit = 5.0;
+constexpr double kDetectorCodeZero = -80.0;
+constexpr double kDetectorCodesPerDb = 10.0;
+constexpr double kDetectorBow = 0.4;
+constexpr double kDetectorBowPeriod = 800.0;
+// The IF filter in front of either family's detector: fourth order, 6 MHz wide.
+constexpr double kDetectorHalfWidth = 3e6;
+constexpr int kDetectorFilterOrder = 4;
 
 double Sigmoid(double x) { return 1.0 / (1.0 + std::exp(-x)); }
 
@@ -308,9 +322,14 @@ double UnitModel::DetectorIf() const {
     return kNominalHighIf;
 }
 
-double UnitModel::DetectorBandDb(double offset) const {
-    const double halfWidth = UnitFamily() == Family::Orsk ? 3e6 : 1.5e6;
-    return -10.0 * std::log10(1.0 + std::pow(offset / halfWidth, 8.0));
+double UnitModel::DetectorBandDb(double offset) {
+    return -10.0 * std::log10(1.0 + std::pow(offset / kDetectorHalfWidth, 2.0 * kDetectorFilterOrder));
+}
+
+double UnitModel::DetectorNoiseBandwidth() {
+    // The integral of the power response 1 / (1 + x^2n) over the whole axis, x in half widths.
+    const double x = 3.14159265358979 / (2.0 * kDetectorFilterOrder);
+    return 2.0 * kDetectorHalfWidth * x / std::sin(x);
 }
 
 double UnitModel::DetectorShape(double f) const {
@@ -323,27 +342,42 @@ double UnitModel::DetectorShape(double f) const {
     return shape;
 }
 
-double UnitModel::DetectorGainDb(double f, int att, bool highSetting, double t) const {
+double UnitModel::DetectorGainDb(double f, int att, bool sensitiveRange, double t) const {
     const int band = OrskBandOf(f, crossover_);
     const double base = DetectorShape(f) - 0.01 * (t - OrskRecordTemperature(kOrskReferenceRecord));
-    const double reference = OrskValue(f, band, true, highSetting ? 3 : 1, t);
-    const double offset = highSetting ? -kDetectorSettingGap : 0.0;
-    return base + offset + OrskValue(f, band, true, att, t) - reference;
+    if (!sensitiveRange) return base + OrskValue(f, band, true, att, t) - OrskValue(f, band, true, 1, t);
+    // The sensitive range is trimmed against the unit's own attenuator step 3,
+    // where the factory measures its curve: with steps of 10 dB it stands
+    // kDetectorRangeGap above the other range at any one step.
+    return base + kDetectorStep3Gain + OrskValue(f, band, true, att, t) - OrskValue(f, band, true, 3, t);
 }
 
-double UnitModel::DetectorPowerOfCode(double code, double t) const {
-    return (100.0 - code) / 16.0 + 0.4 * std::sin(3.14159265358979 * code / 700.0) -
-           0.015 * (t - OrskRecordTemperature(kOrskReferenceRecord));
+double UnitModel::DetectorPowerOfCode(double code, double t) {
+    // Undo the limiting: the power whose limited level is the code's.
+    const double level = DetectorLevelOfCode(code, t);
+    const double rest = std::pow(10.0, -level / 10.0) - std::pow(10.0, -kDetectorLimit / 10.0);
+    return -10.0 * std::log10(std::max(rest, 1e-12));
 }
 
-int UnitModel::DetectorCode(double power, double t) const {
-    const double p = 10.0 * std::log10(std::pow(10.0, power / 10.0) + std::pow(10.0, kDetectorFloor / 10.0));
-    double c = 100.0 - 16.0 * p;
+int UnitModel::DetectorCode(double power, double t) {
+    const double withFloor = 10.0 * std::log10(std::pow(10.0, power / 10.0) + std::pow(10.0, kDetectorFloor / 10.0));
+    // The log amplifier limits softly towards kDetectorLimit.
+    const double level =
+        -10.0 * std::log10(std::pow(10.0, -withFloor / 10.0) + std::pow(10.0, -kDetectorLimit / 10.0));
+    double c = (level - kDetectorCodeZero) * kDetectorCodesPerDb;
     for (int i = 0; i < 6; ++i) {
-        const double slope = -1.0 / 16.0 + 0.4 * 3.14159265358979 / 700.0 * std::cos(3.14159265358979 * c / 700.0);
-        c -= (DetectorPowerOfCode(c, t) - p) / slope;
+        const double slope = 1.0 / kDetectorCodesPerDb +
+                             kDetectorBow * 3.14159265358979 / kDetectorBowPeriod *
+                                 std::cos(3.14159265358979 * c / kDetectorBowPeriod);
+        c -= (DetectorLevelOfCode(c, t) - level) / slope;
     }
     return std::clamp(static_cast<int>(std::lround(c)), 0, kDetectorMaxCode);
+}
+
+double UnitModel::DetectorLevelOfCode(double code, double t) {
+    return kDetectorCodeZero + code / kDetectorCodesPerDb +
+           kDetectorBow * std::sin(3.14159265358979 * code / kDetectorBowPeriod) -
+           0.015 * (t - OrskRecordTemperature(kOrskReferenceRecord));
 }
 
 FrontEnd ModelFrontEnd(const UnitModel& model, double frequency, int band, bool highIf) {

@@ -66,17 +66,25 @@ public:
     static constexpr int kOrskReferenceRecord = 6;
 
     // ---- detector sweeps ("B") ----
-    // IF of the detector, Hz, and its bandwidth response at `offset` from it.
+    // IF of the detector, Hz; the response of the IF filter in front of it at
+    // `offset` from that IF, and the filter's noise bandwidth, Hz (one side of the LO).
     double DetectorIf() const;
-    double DetectorBandDb(double offset) const;
+    static double DetectorBandDb(double offset);
+    static double DetectorNoiseBandwidth();
     // Gain from the input to the detector (12.4 GHz family), for the attenuator
-    // step and the IF attenuator setting (high or low).
-    double DetectorGainDb(double f, int att, bool highSetting, double temperature) const;
-    // Power at the detector that a code stands for, and the code of a power.
-    double DetectorPowerOfCode(double code, double temperature) const;
-    int DetectorCode(double power, double temperature) const;
-    static constexpr double kDetectorSettingGap = 30.0; // dB between the two IF attenuator settings
-    static constexpr int kDetectorMaxCode = 1400;
+    // step and the detector's range: the sensitive one (the IF attenuator's
+    // high settings) or the other.
+    double DetectorGainDb(double f, int att, bool sensitiveRange, double temperature) const;
+    // The power at the detector that a code stands for (no floor), and the
+    // code that a power at the detector reads (floor and limiting included).
+    static double DetectorPowerOfCode(double code, double temperature);
+    static int DetectorCode(double power, double temperature);
+    // dB more gain in the sensitive range, with the attenuator's nominal steps.
+    static constexpr double kDetectorRangeGap = 30.0;
+    // The sensitive range at step 3 over the other one at step 1 (two nominal steps of 10 dB less).
+    static constexpr double kDetectorStep3Gain = kDetectorRangeGap - 20.0;
+    static constexpr int kDetectorMaxCode = 1023;   // the converter's full scale
+    static constexpr int kDetectorCurveTop = 780;   // highest code the factory's curves reach
 
 private:
     double Vary(int key) const; // unit-specific value in [-1, 1]
@@ -91,6 +99,7 @@ private:
     double Ripple(double f, int key, double period, double amplitude) const;
     double OrskBandResponse(double f, int band) const;
     double DetectorShape(double f) const;
+    static double DetectorLevelOfCode(double code, double temperature); // before limiting
     double BandFilterDb(const FrontEnd& fe, double rf) const;
     double ComputeCrossover() const;
 

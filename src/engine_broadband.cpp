@@ -39,8 +39,6 @@ uint16_t BigEndianAt(const uint8_t* bytes, int i) {
 
 bool IsVelm(int deviceType) { return deviceType == DeviceTypeVelm || deviceType == DeviceTypeVelmB; }
 
-int FloorDiv(int a, int b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
-
 }  // namespace
 
 BroadbandPlan PlanBroadband(double start, double stop, int deviceType) {
@@ -64,32 +62,11 @@ BroadbandPlan PlanBroadband(double start, double stop, int deviceType) {
     return p;
 }
 
-void SpreadLevels(const double* levels, int levelCount, int32_t firstMHz, int32_t startMHz, double* trace,
-                  int length) {
-    if (levelCount < 1) return;
-    const auto power = [levels, levelCount](int c) {
-        return std::pow(10.0, 0.1 * levels[std::clamp(c, 0, levelCount - 1)]);
-    };
+void SpreadLevels(const double* levels, double* trace, int length) {
     for (int i = 0; i < length; ++i) {
-        // Bin i lies `offset` MHz above the first grid point.
-        const int offset = startMHz + i - firstMHz;
-        const int c = FloorDiv(offset, kGridStepMHz);
-        const int rest = offset - kGridStepMHz * c;
-        if (c < 0 || c >= levelCount - 1 || rest == 0) {
-            trace[i] = levels[std::clamp(c, 0, levelCount - 1)];
-            continue;
-        }
-        // A cubic through the four nearest grid points, in power: a tone
-        // between two points peaks between them, where a straight line would
-        // leave the peak on the stronger point. Never below the weaker of the
-        // two points around the bin.
-        const double t = rest / static_cast<double>(kGridStepMHz);
-        const double p0 = power(c), p1 = power(c + 1);
-        const double m0 = 0.5 * (p1 - power(c - 1));
-        const double m1 = 0.5 * (power(c + 2) - p0);
-        const double t2 = t * t, t3 = t2 * t;
-        const double p = (2 * t3 - 3 * t2 + 1) * p0 + (t3 - 2 * t2 + t) * m0 + (3 * t2 - 2 * t3) * p1 + (t3 - t2) * m1;
-        trace[i] = 10.0 * std::log10(std::max(p, std::min(p0, p1)));
+        const int c = i / kGridStepMHz;
+        const double t = (i - kGridStepMHz * c) * 0.333333333;
+        trace[i] = (1.0 - t) * levels[c] + t * levels[c + 1];
     }
 }
 
@@ -140,8 +117,10 @@ BroadbandSweepEngine::BroadbandSweepEngine(Settings* settings, RbwFilter* filter
     const int length = std::max(plan.sweepLength, 0);
     tableHigh.Allocate(kTableBytes);
     tableLow.Allocate(kTableBytes);
-    levels.Allocate(BroadbandPlan::kMaxPoints);
-    std::fill_n(levels.get(), BroadbandPlan::kMaxPoints, kUnmeasured);
+    // The spread reads up to level length / 3 + 1.
+    const int levelCount = std::max(BroadbandPlan::kMaxPoints, length / kGridStepMHz + 2);
+    levels.Allocate(levelCount);
+    std::fill_n(levels.get(), levelCount, kUnmeasured);
     trace.Allocate(length);
     std::fill_n(trace.get(), length, kUnmeasured);
     if (IsVelm(link->deviceType)) {
@@ -164,8 +143,6 @@ BroadbandSweepEngine::~BroadbandSweepEngine() {
 
 void BroadbandSweepEngine::PrepareLevel(bool velm) {
     Settings& s = *settings;
-    // The detector models drift with temperature: tell the corrections where the unit stands.
-    corr->temperature = link->ReadTemperature();
     if (s.atten >= 0 && s.gain >= 0) {
         s.attenUsed = s.atten;
         s.gainUsed = s.gain;
@@ -178,6 +155,9 @@ void BroadbandSweepEngine::PrepareLevel(bool velm) {
         s.gainUsed = 1;
     }
     if (velm) {
+        // The path's correction drifts with temperature. (The 12.4 GHz body
+        // reads none: its detector model takes the temperature stored last.)
+        corr->temperature = link->ReadTemperature();
         corr->preampOn = s.preamp;
         link->SetPreamp(s.preamp);
     }
@@ -210,12 +190,6 @@ void BroadbandSweepEngine::EndSweep() {
     doneEvent.Set();
 }
 
-uint16_t BroadbandSweepEngine::WeakerCode(double f, int setting, uint16_t a, uint16_t b) const {
-    const int att = settings->attenUsed;
-    return corr->DetectorPowerRatio(f, att, setting, a, 0) <= corr->DetectorPowerRatio(f, att, setting, b, 0) ? a
-                                                                                                              : b;
-}
-
 void BroadbandSweepEngine::OrskLevels(int fresh) {
     const int reach = 2 * plan.margin;
     const int att = settings->attenUsed;
@@ -223,12 +197,14 @@ void BroadbandSweepEngine::OrskLevels(int fresh) {
         const int p = used + j;
         const double f = plan.LevelMHz(p) * 1e6;
         // LO p lies 3 x margin MHz below f, LO p + 2 x margin as far above:
-        // an image shows in one of them only, so the weaker reading counts.
-        const uint16_t high = WeakerCode(f, kSettingHigh, codesHigh[p], codesHigh[p + reach]);
-        const uint16_t low = WeakerCode(f, kSettingLow, codesLow[p], codesLow[p + reach]);
+        // an image shows in one of them only, so the weaker reading, the
+        // smaller code, counts.
+        const uint16_t high = std::min(codesHigh[p], codesHigh[p + reach]);
+        const uint16_t low = std::min(codesLow[p], codesLow[p + reach]);
         const double a = corr->DetectorPowerRatio(f, att, kSettingHigh, high, 0);
         const double b = corr->DetectorPowerRatio(f, att, kSettingLow, low, 0);
-        // The high setting alone for strong signals, the low one alone for weak ones.
+        // The sensitive range (high IF attenuator setting) alone until it nears
+        // its top, then the other range.
         const double w = high < kBlendFrom ? 0.0 : high < kBlendTo ? (high - kBlendFrom) * 0.01 : 1.0;
         levels[done++] = 10.0 * std::log10((1.0 - w) * a + w * b);
     }
@@ -262,8 +238,7 @@ void BroadbandSweepEngine::RunOrsk() {
         OrskLevels(fetched - 2 * plan.margin - used);
         {
             std::lock_guard<std::mutex> lock(traceLock);
-            SpreadLevels(levels.get(), plan.points - 2 * plan.margin, plan.LevelMHz(0), plan.startMHz, trace.get(),
-                         plan.sweepLength);
+            SpreadLevels(levels.get(), trace.get(), plan.sweepLength);
         }
         if (++chunk == plan.chunkCount) EndSweep();
     }

@@ -3,15 +3,19 @@
 // over a grid of 3 MHz and answers one 16-bit detector reading per point on
 // the command channel; the detector sits at an IF of its own. Each frequency
 // is read from an LO below and an LO above it; a signal that shows in one of
-// the two readings only is an image, so the weaker reading is the one kept.
-// The result is laid over a trace of 1 MHz bins.
+// the two readings only is an image, so the weaker reading is the one kept
+// (the detector's code rises with power: the smaller code). The result is
+// laid over a trace of 1 MHz bins.
 //
 // The two families differ, hence two thread bodies:
 // - 12.4 GHz family: the LOs are `margin` grid points (3 x margin MHz, the
 //   detector's IF) on either side. Each piece of the grid is read twice, with
-//   the IF attenuator high and low; the unit's detector curves turn codes into
-//   power, the high setting counting for strong signals, the low one for weak
-//   ones, with a blend in between.
+//   the IF attenuator high and low, which put the detector into its sensitive
+//   range and its other one; the unit's detector curves turn codes into
+//   power, the sensitive range counting for weak signals, the other for
+//   strong ones, with a blend in between. Grid point c is laid on bin 3c,
+//   up to 2 MHz below its own frequency, and the bins between take a
+//   straight line in dB.
 // - 4.4 GHz family: the detector follows the 10.7 MHz IF; two grids 1 MHz
 //   apart are read, codes are 0.134 dB each on top of the path's correction,
 //   and the trace is smoothed over 9 bins.
@@ -60,11 +64,9 @@ struct BroadbandPlan {
 
 BroadbandPlan PlanBroadband(double start, double stop, int deviceType);
 
-// Lays levels[c], which stand for firstMHz + 3c MHz, over trace bins that
-// stand for startMHz + i MHz, in a straight line between grid points. Bins
-// ahead of the first grid point take its level.
-void SpreadLevels(const double* levels, int levelCount, int32_t firstMHz, int32_t startMHz, double* trace,
-                  int length);
+// Lays the grid levels over the trace: levels[c] on bin 3c, and a straight
+// line in dB between. `levels` holds at least length / 3 + 2 entries.
+void SpreadLevels(const double* levels, double* trace, int length);
 
 // The two detector sweeps of the 4.4 GHz family: LOs from `first` to
 // `last` MHz (exclusive) in 3 MHz steps, and the same 1 MHz higher.
@@ -110,8 +112,6 @@ private:
     void RunVelm();
     // A detector sweep into `out`; false on a short reply.
     bool ReadTable(int first, int last, uint8_t* out);
-    // The weaker of two readings of one frequency, by the unit's detector curve.
-    uint16_t WeakerCode(double f, int setting, uint16_t a, uint16_t b) const;
     void OrskLevels(int fresh);
     void EndSweep();
 

@@ -54,31 +54,20 @@ TEST(BroadbandPlan, FullRangePiecesTileTheGrid) {
     EXPECT_GE(p.LevelMHz(p.points - 2 * p.margin - 1), p.stopMHz);
 }
 
-TEST(BroadbandPlan, SpreadLaysLevelsAtTheirFrequencies) {
-    // Grid points at 1001, 1004, ... MHz over bins from 1000 MHz.
-    const std::vector<double> flat(10, -50.0);
-    std::vector<double> trace(27, 0.0);
-    qor::SpreadLevels(flat.data(), 10, 1001, 1000, trace.data(), 27);
-    for (double v : trace) EXPECT_NEAR(-50.0, v, 1e-9) << "a flat grid stays flat";
-
-    std::vector<double> levels(10, -80.0);
-    levels[4] = -20.0;  // 1013 MHz
-    qor::SpreadLevels(levels.data(), 10, 1001, 1000, trace.data(), 27);
-    EXPECT_EQ(-80.0, trace[0]) << "ahead of the grid: its first level";
-    EXPECT_EQ(-20.0, trace[13]);
-    EXPECT_EQ(13, std::max_element(trace.begin(), trace.end()) - trace.begin());
-    for (int i = 0; i < 27; ++i) EXPECT_GE(trace[i], -80.0 - 1e-9) << "never under the weaker neighbour";
-
-    // A tone between two grid points reads nearly alike in both: its peak lies between them.
-    levels.assign(10, -80.0);
-    levels[4] = -20.02;
-    levels[5] = -20.02;
-    levels[3] = -33.0;
-    levels[6] = -33.0;
-    qor::SpreadLevels(levels.data(), 10, 1001, 1000, trace.data(), 27);
-    const int peak = static_cast<int>(std::max_element(trace.begin(), trace.end()) - trace.begin());
-    EXPECT_TRUE(peak == 14 || peak == 15) << peak;
-    EXPECT_NEAR(-20.0, trace[peak], 0.5);
+TEST(BroadbandPlan, SpreadPutsGridPointCOnBin3C) {
+    // A tone on grid point 4 (1013 MHz for a start of 1011 MHz: bin 12, 2 MHz low),
+    // straight lines in dB to its neighbours, and unfilled levels at the end.
+    std::vector<double> levels(12, -80.0);
+    levels[4] = -20.0;
+    levels[10] = levels[11] = -200.0;
+    std::vector<double> trace(30, 0.0);
+    qor::SpreadLevels(levels.data(), trace.data(), 30);
+    EXPECT_EQ(12, std::max_element(trace.begin(), trace.end()) - trace.begin());
+    EXPECT_EQ(-20.0, trace[12]);
+    EXPECT_NEAR(-40.0, trace[11], 1e-6);
+    EXPECT_NEAR(-60.0, trace[14], 1e-6);
+    EXPECT_EQ(-80.0, trace[27]);
+    EXPECT_NEAR(-80.0 - 120.0 / 3.0, trace[28], 1e-6) << "an unfilled level weighs in past its bin";
 }
 
 TEST(BroadbandPlan, VelmDetectorSweepLimits) {

@@ -19,12 +19,8 @@ const std::vector<Tone> kScene = {
 class MidrangeAccuracy : public ::testing::Test {
 protected:
     void SetUp() override {
-        std::vector<Unit> units;
-        for (int type : {2, 3, 4}) {
-            Unit unit{kSerialOf[type], type, kScene};
-            unit.noiseFloor = -130.0;
-            units.push_back(unit);
-        }
+        std::vector<e2e::BenchUnit> units;
+        for (int type : {2, 3, 4}) units.push_back(Unit(kSerialOf[type], type, kScene, -130.0));
         const std::string problem = LoadBench(units);
         if (!problem.empty()) GTEST_SKIP() << problem;
     }
@@ -124,10 +120,8 @@ TEST_F(MidrangeAccuracy, RejectionRemovesImages) {
     for (const ImageCase& c : cases) {
         SCOPED_TRACE(c.name);
         const Tone source{ImageSource(c.image), -20.0};
-        Unit unit{kSerialOf[c.type], c.type, {source}};
-        unit.noiseFloor = -130.0;
-        ASSERT_EQ("", LoadBench({unit}));
-        const int device = Open(unit.serial);
+        ASSERT_EQ("", LoadBench({Unit(kSerialOf[c.type], c.type, {source}, -130.0)}));
+        const int device = Open(kSerialOf[c.type]);
         ASSERT_GE(device, 0);
         Sweep s;
         s.start = c.start;

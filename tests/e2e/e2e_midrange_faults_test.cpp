@@ -18,9 +18,7 @@ const Tone kTone{1001.3e6, -25.0};  // on a bin of 200 kHz
 class MidrangeFaults : public ::testing::Test {
 protected:
     void SetUp() override {
-        Unit unit{kSerial, 4, {kTone}};
-        unit.noiseFloor = -130.0;
-        const std::string problem = LoadBench({unit});
+        const std::string problem = LoadBench({Unit(kSerial, 4, {kTone}, -130.0)});
         if (!problem.empty()) GTEST_SKIP() << problem;
         device = Open(kSerial);
         ASSERT_GE(device, 0);

@@ -1,117 +1,40 @@
-// What the midrange and broadband end-to-end tests share: the virtual
-// instrument's control calls (in the very library the analyzer library
-// loaded), a bench of CW tones per test, a calibration folder of the
-// process, and sweeps through the C API with the tones found in them.
+// What the midrange and broadband end-to-end tests share beyond the common
+// bench helpers: a bench of units at 30 C (type 3 with its table file in the
+// calibration folder of the process), and whole sweeps through the C API.
 #ifndef QOR_TESTS_E2E_MIDRANGE_SUPPORT_H
 #define QOR_TESTS_E2E_MIDRANGE_SUPPORT_H
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <algorithm>
-#include <chrono>
-#include <cmath>
-#include <cstdio>
-#include <filesystem>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "e2e_bench.h"
 #include "qor_api.h"
-#include "qorsim_calls.h"
 
 namespace widetest {
 
-struct Tone {
-    double frequency;
-    double level;
-};
+using e2e::Tone;
 
-struct Unit {
-    unsigned serial;
-    int type;
-    std::vector<Tone> tones;
-    double noiseFloor = -165.0;
-};
+inline const e2e::Sim* Instrument() { return e2e::TheSim(); }
 
-// The instrument's control calls; null when the tests don't run on it.
-inline const simcontrol::Calls* Instrument() { return simcontrol::Resolve(); }
-
-// Logged payloads of `serial` that begin with `first`.
-inline std::vector<std::vector<unsigned char>> Commands(unsigned serial, char first) {
-    std::vector<std::vector<unsigned char>> found;
-    unsigned char payload[8];
-    const simcontrol::Calls* sim = Instrument();
-    for (int i = 0; i < sim->commandCount(serial); ++i) {
-        const int length = sim->commandLog(serial, i, payload, sizeof payload);
-        if (length >= 1 && payload[0] == static_cast<unsigned char>(first)) {
-            found.emplace_back(payload, payload + std::min<int>(length, sizeof payload));
-        }
-    }
-    return found;
+// A unit of the bench; types 2 and 4 serve their whole calibration, type 3 never does.
+inline e2e::BenchUnit Unit(unsigned serial, int type, std::vector<Tone> tones, double noiseFloor = -165.0) {
+    return {serial, type, type != 3, 30.0, noiseFloor, std::move(tones)};
 }
 
-// The calibration folder of this test process, removed when it ends.
-inline const std::filesystem::path& CalFolder() {
-    struct Folder {
-        std::filesystem::path path;
-        Folder() {
-            std::string pattern = std::filesystem::temp_directory_path().string() + "/qor_e2e_wide_XXXXXX";
-            if (mkdtemp(pattern.data()) != nullptr) path = pattern;
-        }
-        ~Folder() {
-            std::error_code ignored;
-            if (!path.empty()) std::filesystem::remove_all(path, ignored);
-        }
-    };
-    static const Folder folder;
-    return folder.path;
-}
-
-inline std::string BenchJson(const std::vector<Unit>& units) {
-    std::ostringstream json;
-    json.precision(17);
-    json << R"({"clock": "fast", "pacing": "immediate", "units": [)";
-    for (size_t u = 0; u < units.size(); ++u) {
-        const Unit& unit = units[u];
-        // Types 2 and 4 serve their whole calibration; type 3 never does.
-        json << (u ? ", " : "") << R"({"serial": )" << unit.serial << R"(, "type": )" << unit.type
-             << R"(, "onDeviceCalibration": )" << (unit.type == 3 ? "false" : "true")
-             << R"(, "temperature": 30.0, "noiseFloor": )" << unit.noiseFloor << R"(, "signals": [)";
-        for (size_t t = 0; t < unit.tones.size(); ++t) {
-            json << (t ? ", " : "") << R"({"kind": "cw", "frequency": )" << unit.tones[t].frequency
-                 << R"(, "level": )" << unit.tones[t].level << "}";
-        }
-        json << "]}";
-    }
-    json << "]}";
-    return json.str();
-}
-
-// Loads a fast-clock, immediate-pacing bench of `units`, puts the table
-// files of type 3 units into the calibration folder and points the library
-// at it. An empty string, or why it failed.
-inline std::string LoadBench(const std::vector<Unit>& units) {
-    const simcontrol::Calls* sim = Instrument();
+// Loads the bench, puts the table files of type 3 units into the calibration
+// folder of the process and points the library at it. Empty, or why it failed.
+inline std::string LoadBench(const std::vector<e2e::BenchUnit>& units) {
+    static const e2e::TempFolder folder("e2e_wide");
+    const e2e::Sim* sim = Instrument();
     if (!sim) return "the D2XX library is no virtual instrument";
-    if (sim->loadBenchJson(BenchJson(units).c_str()) != 0) return std::string("bench refused: ") + sim->lastError();
-    const std::filesystem::path& folder = CalFolder();
-    if (folder.empty()) return "no calibration folder";
-    setenv("QOR_CAL_URL", "http://127.0.0.1:9", 1);  // no download leaves the machine
-    for (const Unit& unit : units) {
-        if (unit.type != 3) continue;
-        const std::filesystem::path root = folder / "endpoint";
-        if (sim->writeCalibrationFiles(unit.serial, root.c_str()) != 0) return "no table file";
-        char name[32];
-        std::snprintf(name, sizeof name, "D%08u.bin", unit.serial);
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
-            if (entry.path().filename() == name) {
-                std::filesystem::copy_file(entry.path(), folder / name,
-                                           std::filesystem::copy_options::overwrite_existing);
-            }
-        }
+    if (sim->loadBenchJson(e2e::BenchJson(units).c_str()) != 0) return std::string("bench refused: ") + sim->lastError();
+    if (folder.Path().empty()) return "no calibration folder";
+    for (const e2e::BenchUnit& unit : units) {
+        if (!unit.onDeviceCalibration && !folder.CopyTableFile(unit.serial)) return "no table file";
     }
-    qorSetCalFilePath((folder.string() + "/").c_str());
+    folder.UseAsCalibrationCache();
     return "";
 }
 
@@ -140,16 +63,8 @@ struct Trace {
     std::vector<double> min, max;
 
     double FrequencyOf(int bin) const { return startFreq + bin * binSize; }
-    int BinOf(double frequency) const { return static_cast<int>(std::lround((frequency - startFreq) / binSize)); }
-    // Strongest bin of the max trace within `reach` Hz of `frequency`; -1 if none lies there.
     int PeakNear(double frequency, double reach) const {
-        const int lo = std::max(0, static_cast<int>(std::ceil((frequency - reach - startFreq) / binSize)));
-        const int hi = std::min(length - 1, static_cast<int>(std::floor((frequency + reach - startFreq) / binSize)));
-        int best = -1;
-        for (int i = lo; i <= hi; ++i) {
-            if (best < 0 || max[i] > max[best]) best = i;
-        }
-        return best;
+        return e2e::PeakNear(max, startFreq, binSize, frequency, reach);
     }
     // Highest value of the max trace within `reach` Hz of `frequency`.
     double LevelNear(double frequency, double reach) const {
@@ -158,7 +73,7 @@ struct Trace {
     }
 };
 
-// Configures the sweep and starts the sweep mode; the caller takes sweeps.
+// Configures the sweep and starts the sweep mode.
 inline qorStatus Initiate(int device, const Sweep& s) {
     qorConfigCenterSpan(device, (s.start + s.stop) / 2, s.stop - s.start);
     qorConfigSweepCoupling(device, s.rbw, s.vbw > 0.0 ? s.vbw : s.rbw, s.reject);
@@ -167,34 +82,17 @@ inline qorStatus Initiate(int device, const Sweep& s) {
     return qorInitiate(device, ModeSweep);
 }
 
-// Starts the sweep mode, takes `sweeps` traces (keeping the last) and stops.
-inline Trace Measure(int device, const Sweep& s, int sweeps = 1) {
+// Starts the sweep mode, takes one trace and stops.
+inline Trace Measure(int device, const Sweep& s) {
     Trace t;
-    const auto begin = std::chrono::steady_clock::now();
     t.initiate = Initiate(device, s);
-    if (std::getenv("QOR_E2E_TIMING")) {
-        std::printf("initiate %.0f ms\n", std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count());
-    }
     if (t.initiate < 0) return t;
     qorQuerySweepInfo(device, &t.length, &t.startFreq, &t.binSize);
     t.min.assign(static_cast<size_t>(std::max(t.length, 0)), 0.0);
     t.max = t.min;
-    for (int k = 0; k < sweeps; ++k) t.get = qorGetSweep_64f(device, t.min.data(), t.max.data());
+    t.get = qorGetSweep_64f(device, t.min.data(), t.max.data());
     qorAbort(device);
     return t;
-}
-
-// Every tone in the trace's range at its frequency within `frequencyTolerance`
-// Hz and its level within `levelTolerance` dB.
-inline void ExpectTones(const Trace& t, const std::vector<Tone>& tones, double frequencyTolerance,
-                        double levelTolerance, double reach) {
-    for (const Tone& tone : tones) {
-        if (tone.frequency < t.FrequencyOf(0) || tone.frequency > t.FrequencyOf(t.length - 1)) continue;
-        const int peak = t.PeakNear(tone.frequency, reach);
-        ASSERT_GE(peak, 0) << tone.frequency;
-        EXPECT_NEAR(t.FrequencyOf(peak), tone.frequency, frequencyTolerance) << "tone at " << tone.frequency;
-        EXPECT_NEAR(t.max[peak], tone.level, levelTolerance) << "tone at " << tone.frequency;
-    }
 }
 
 }  // namespace widetest
