@@ -142,8 +142,4 @@ TEST(Lifecycle, CallsWithoutADevice) {
     EXPECT_EQ(qorSetCalFilePath(nullptr), qorNoError);
 }
 
-extern "C" int qor_header_from_c(void);
-
-TEST(Lifecycle, HeaderWorksFromC) { EXPECT_EQ(qor_header_from_c(), 1); }
-
 }  // namespace

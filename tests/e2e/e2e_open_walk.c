@@ -1,5 +1,6 @@
 /* A plain C application of the library: lists the analyzers on the bus, opens
- * each by serial number, reads what identifies it and closes it again. */
+ * each by serial number, reads what identifies it and closes it again. It also
+ * proves that the public header compiles as C. */
 #include <stdio.h>
 
 #include "qor_api.h"
