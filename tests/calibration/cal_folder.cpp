@@ -5,28 +5,23 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <memory>
 
 namespace caltest {
 namespace {
-
-std::filesystem::path MakeTemporary() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "qor-cal-XXXXXX").string();
-    if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
-    return pattern;
-}
 
 // The default calibration folder is worked out once per process: point the
 // data home at a folder of our own before the first test runs.
 class DataHomeEnvironment : public ::testing::Environment {
 public:
     void SetUp() override {
-        home_ = MakeTemporary();
-        setenv("XDG_DATA_HOME", home_.c_str(), 1);
+        home_ = std::make_unique<TempFolder>("cal_home");
+        setenv("XDG_DATA_HOME", home_->Path().c_str(), 1);
     }
-    void TearDown() override { std::filesystem::remove_all(home_); }
+    void TearDown() override { home_.reset(); }
 
 private:
-    std::filesystem::path home_;
+    std::unique_ptr<TempFolder> home_;
 };
 
 [[maybe_unused]] ::testing::Environment* const dataHome =
@@ -34,17 +29,9 @@ private:
 
 }  // namespace
 
-TempFolder::TempFolder() : path_(MakeTemporary()) {}
-
-TempFolder::~TempFolder() {
-    std::error_code ignored;
-    std::filesystem::permissions(path_, std::filesystem::perms::owner_all, ignored);
-    std::filesystem::remove_all(path_, ignored);
-}
-
-std::set<std::string> TempFolder::Entries() const {
+std::set<std::string> Entries(const TempFolder& folder) {
     std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(path_)) names.insert(entry.path().filename());
+    for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) names.insert(entry.path().filename());
     return names;
 }
 

@@ -1,6 +1,5 @@
-// A fresh calibration folder per test, set as the process's calibration
-// path, and the default folder's data home pointed into a temporary folder
-// for the whole test program.
+// Folders and files of the calibration tests. For the whole test program the
+// default calibration folder's data home points into a temporary folder.
 #ifndef QOR_TESTS_CAL_FOLDER_H
 #define QOR_TESTS_CAL_FOLDER_H
 
@@ -10,21 +9,14 @@
 #include <string>
 #include <vector>
 
+#include "e2e_bench.h"
+
 namespace caltest {
 
-class TempFolder {
-public:
-    TempFolder();
-    ~TempFolder();
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-    const std::filesystem::path& path() const { return path_; }
-    // Names of the entries inside.
-    std::set<std::string> Entries() const;
+using TempFolder = e2e::TempFolder;
 
-private:
-    std::filesystem::path path_;
-};
+// Names of the entries inside `folder`.
+std::set<std::string> Entries(const TempFolder& folder);
 
 std::vector<uint8_t> ReadWhole(const std::filesystem::path& file);
 void WriteWhole(const std::filesystem::path& file, const std::vector<uint8_t>& bytes);

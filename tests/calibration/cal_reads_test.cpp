@@ -123,14 +123,14 @@ protected:
     void SetUp() override {
         LinkTest::SetUp();
         setenv("QOR_CAL_URL", server.BaseUrl().c_str(), 1);
-        qor::SetCalFilePath((folder.path().string() + "/").c_str());
+        qor::SetCalFilePath((folder.Path().string() + "/").c_str());
     }
     void TearDown() override {
         qor::SetCalFilePath(nullptr);
         unsetenv("QOR_CAL_URL");
         LinkTest::TearDown();
     }
-    std::filesystem::path File(const char* name) const { return folder.path() / name; }
+    std::filesystem::path File(const char* name) const { return folder.Path() / name; }
 
     caltest::TempFolder folder;
     caltest::LoopbackHttpServer server;

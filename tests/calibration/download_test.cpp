@@ -139,13 +139,13 @@ namespace {
 TEST(FileDownload, AFileAddressServesAsAnEndpoint) {
     caltest::TempFolder root;
     const std::vector<uint8_t> body = PatternBody(458624);
-    caltest::WriteWhole(root.path() / "D.bin", body);
+    caltest::WriteWhole(root.Path() / "D.bin", body);
     std::vector<uint8_t> block(qor::kDownloadCapacity);
     uint32_t size = 0;
-    ASSERT_TRUE(qor::DownloadInto("file://" + (root.path() / "D.bin").string(), kShort, block.data(), &size));
+    ASSERT_TRUE(qor::DownloadInto("file://" + (root.Path() / "D.bin").string(), kShort, block.data(), &size));
     EXPECT_EQ(size, body.size());
     EXPECT_TRUE(std::equal(body.begin(), body.end(), block.begin()));
-    EXPECT_FALSE(qor::DownloadInto("file://" + (root.path() / "none.bin").string(), kShort, block.data(), &size));
+    EXPECT_FALSE(qor::DownloadInto("file://" + (root.Path() / "none.bin").string(), kShort, block.data(), &size));
 }
 
 }  // namespace

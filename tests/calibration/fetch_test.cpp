@@ -38,7 +38,7 @@ class FetchTest : public ::testing::Test {
 protected:
     void SetUp() override {
         setenv("QOR_CAL_URL", server.BaseUrl().c_str(), 1);
-        qor::SetCalFilePath((folder.path().string() + "/").c_str());
+        qor::SetCalFilePath((folder.Path().string() + "/").c_str());
     }
     void TearDown() override {
         qor::SetCalFilePath(nullptr);
@@ -52,7 +52,7 @@ protected:
     int Fetch(uint32_t type, bool onDevice = false) {
         return qor::FetchCalibration(store, {kSerial, type, onDevice}, nullptr);
     }
-    fs::path File(const char* name) const { return folder.path() / name; }
+    fs::path File(const char* name) const { return folder.Path() / name; }
 
     caltest::TempFolder folder;
     LoopbackHttpServer server;
@@ -66,7 +66,7 @@ TEST_F(FetchTest, MissingTableIsDownloadedAndBothFilesRewritten) {
     EXPECT_EQ(server.Requests().size(), 1u);
     EXPECT_EQ(ReadWhole(File(kUnitName)), UnitBytes());
     EXPECT_EQ(ReadWhole(File(kTableName)), PatternBody(458624));
-    EXPECT_EQ(folder.Entries(), (std::set<std::string>{kUnitName, kTableName}));
+    EXPECT_EQ(caltest::Entries(folder), (std::set<std::string>{kUnitName, kTableName}));
     ASSERT_TRUE(store.corr);
     EXPECT_EQ(store.deviceType, 2u);
     EXPECT_DOUBLE_EQ(store.corr->timebaseFactor, 1.0 + 250e-9);  // Load ran on the cached unit block
@@ -74,10 +74,10 @@ TEST_F(FetchTest, MissingTableIsDownloadedAndBothFilesRewritten) {
 
 TEST_F(FetchTest, FailedDownloadLeavesNoFileAndTheNextOpenRetries) {
     ASSERT_EQ(Fetch(4), qorInternetErr);  // the endpoint answers 404 with a short page
-    EXPECT_TRUE(folder.Entries().empty());
+    EXPECT_TRUE(caltest::Entries(folder).empty());
     ServeTable(399999);
     ASSERT_EQ(Fetch(4), qorInternetErr);
-    EXPECT_TRUE(folder.Entries().empty());
+    EXPECT_TRUE(caltest::Entries(folder).empty());
     ServeTable(571616 + 100);
     ASSERT_EQ(Fetch(4), 0);
     EXPECT_EQ(server.Requests().size(), 3u);
@@ -99,7 +99,7 @@ TEST_F(FetchTest, UnitsWithCalibrationOnBoardNeverDownload) {
     std::fill(store.unitBlock.get(), store.unitBlock.get() + 4096, 0xAB);
     ASSERT_EQ(Fetch(4, true), 0);
     EXPECT_TRUE(server.Requests().empty());
-    EXPECT_EQ(folder.Entries(), (std::set<std::string>{kUnitName, kTableName}));
+    EXPECT_EQ(caltest::Entries(folder), (std::set<std::string>{kUnitName, kTableName}));
     EXPECT_EQ(ReadWhole(File(kUnitName)), std::vector<uint8_t>(3128, 0)) << "this family's bulk has no unit block";
 }
 
@@ -121,18 +121,18 @@ TEST_F(FetchTest, AFolderInPlaceOfAUnitFileCountsAsMissing) {
     ASSERT_EQ(Fetch(2), 0);
     EXPECT_TRUE(server.Requests().empty());
     EXPECT_TRUE(fs::is_directory(File(kUnitName)));
-    EXPECT_EQ(folder.Entries(), (std::set<std::string>{kUnitName, kTableName}));  // no temporary left
+    EXPECT_EQ(caltest::Entries(folder), (std::set<std::string>{kUnitName, kTableName}));  // no temporary left
 }
 
 TEST_F(FetchTest, AMissingFolderStillGivesUsableCalibration) {
     ServeTable(458624);
-    qor::SetCalFilePath((folder.path().string() + "/missing/").c_str());
+    qor::SetCalFilePath((folder.Path().string() + "/missing/").c_str());
     ASSERT_EQ(Fetch(2), 0);
-    EXPECT_FALSE(fs::exists(folder.path() / "missing"));  // a set path is never created
+    EXPECT_FALSE(fs::exists(folder.Path() / "missing"));  // a set path is never created
     EXPECT_TRUE(store.corr);
 
     WriteWhole(File("file"), {1});
-    qor::SetCalFilePath((folder.path().string() + "/file/").c_str());
+    qor::SetCalFilePath((folder.Path().string() + "/file/").c_str());
     ASSERT_EQ(Fetch(2), 0);
     EXPECT_EQ(server.Requests().size(), 2u);
 }
@@ -140,16 +140,17 @@ TEST_F(FetchTest, AMissingFolderStillGivesUsableCalibration) {
 TEST_F(FetchTest, AReadOnlyFolderStillGivesUsableCalibration) {
     if (geteuid() == 0) GTEST_SKIP() << "running as root: a read-only folder is still writable";
     ServeTable(458624);
-    fs::permissions(folder.path(), fs::perms::owner_read | fs::perms::owner_exec);
-    ASSERT_EQ(Fetch(2), 0);
-    EXPECT_TRUE(folder.Entries().empty());
+    fs::permissions(folder.Path(), fs::perms::owner_read | fs::perms::owner_exec);
+    EXPECT_EQ(Fetch(2), 0);
+    EXPECT_TRUE(caltest::Entries(folder).empty());
+    fs::permissions(folder.Path(), fs::perms::owner_all);
 }
 
 TEST_F(FetchTest, PathIsAPlainPrefix) {
     ServeTable(458624);
-    qor::SetCalFilePath((folder.path().string() + "/cal").c_str());
+    qor::SetCalFilePath((folder.Path().string() + "/cal").c_str());
     ASSERT_EQ(Fetch(2), 0);
-    EXPECT_EQ(folder.Entries(), (std::set<std::string>{"cal00000042.qmi", "calD00000042.bin"}));
+    EXPECT_EQ(caltest::Entries(folder), (std::set<std::string>{"cal00000042.qmi", "calD00000042.bin"}));
 }
 
 TEST_F(FetchTest, DefaultFolderLiesUnderTheDataHome) {
