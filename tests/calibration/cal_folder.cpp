@@ -7,6 +7,8 @@
 #include <iterator>
 #include <memory>
 
+#include "qor_lib.h"
+
 namespace caltest {
 namespace {
 
@@ -43,6 +45,16 @@ std::vector<uint8_t> ReadWhole(const std::filesystem::path& file) {
 void WriteWhole(const std::filesystem::path& file, const std::vector<uint8_t>& bytes) {
     std::ofstream out(file, std::ios::binary);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+CalibrationPlace::CalibrationPlace() {
+    setenv("QOR_CAL_URL", server.BaseUrl().c_str(), 1);
+    qor::SetCalFilePath((folder.Path().string() + "/").c_str());
+}
+
+CalibrationPlace::~CalibrationPlace() {
+    qor::SetCalFilePath(nullptr);
+    unsetenv("QOR_CAL_URL");
 }
 
 }  // namespace caltest

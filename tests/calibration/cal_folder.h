@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "e2e_bench.h"
+#include "loopback_http_server.h"
 
 namespace caltest {
 
@@ -20,6 +21,20 @@ std::set<std::string> Entries(const TempFolder& folder);
 
 std::vector<uint8_t> ReadWhole(const std::filesystem::path& file);
 void WriteWhole(const std::filesystem::path& file, const std::vector<uint8_t>& bytes);
+
+// While it lives: a fresh folder as the process's calibration path and a
+// loopback server as the download endpoint.
+class CalibrationPlace {
+public:
+    CalibrationPlace();
+    ~CalibrationPlace();
+    CalibrationPlace(const CalibrationPlace&) = delete;
+    CalibrationPlace& operator=(const CalibrationPlace&) = delete;
+    std::filesystem::path File(const char* name) const { return folder.Path() / name; }
+
+    TempFolder folder;
+    LoopbackHttpServer server;
+};
 
 }  // namespace caltest
 

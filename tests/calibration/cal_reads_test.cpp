@@ -118,22 +118,8 @@ TEST_F(CalReadTest, OrskLoadSendsOvenTrimAndCrossover) {
     }
 }
 
-class FetchFromUnitTest : public LinkTest {
+class FetchFromUnitTest : public LinkTest, protected caltest::CalibrationPlace {
 protected:
-    void SetUp() override {
-        LinkTest::SetUp();
-        setenv("QOR_CAL_URL", server.BaseUrl().c_str(), 1);
-        qor::SetCalFilePath((folder.Path().string() + "/").c_str());
-    }
-    void TearDown() override {
-        qor::SetCalFilePath(nullptr);
-        unsetenv("QOR_CAL_URL");
-        LinkTest::TearDown();
-    }
-    std::filesystem::path File(const char* name) const { return folder.Path() / name; }
-
-    caltest::TempFolder folder;
-    caltest::LoopbackHttpServer server;
     qor::CalibrationStore store;
 };
 

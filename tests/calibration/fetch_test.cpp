@@ -34,16 +34,8 @@ std::vector<uint8_t> UnitBytes() {
     return unit;
 }
 
-class FetchTest : public ::testing::Test {
+class FetchTest : public ::testing::Test, protected caltest::CalibrationPlace {
 protected:
-    void SetUp() override {
-        setenv("QOR_CAL_URL", server.BaseUrl().c_str(), 1);
-        qor::SetCalFilePath((folder.Path().string() + "/").c_str());
-    }
-    void TearDown() override {
-        qor::SetCalFilePath(nullptr);
-        unsetenv("QOR_CAL_URL");
-    }
     void ServeTable(std::size_t size) {
         LoopbackHttpServer::Reply reply;
         reply.body = PatternBody(size);
@@ -52,10 +44,6 @@ protected:
     int Fetch(uint32_t type, bool onDevice = false) {
         return qor::FetchCalibration(store, {kSerial, type, onDevice}, nullptr);
     }
-    fs::path File(const char* name) const { return folder.Path() / name; }
-
-    caltest::TempFolder folder;
-    LoopbackHttpServer server;
     qor::CalibrationStore store;
 };
 
