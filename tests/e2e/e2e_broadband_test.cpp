@@ -15,10 +15,12 @@ using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kSerialOf[5] = {0, 43000001, 43000002, 43000003, 43000004};
 
-// Tones 1 MHz below, on and 1 MHz above the detector's grid (3n + 2 MHz), in turn.
+// Tones 1 MHz below, on and 1 MHz above the detector's grid (3n + 2 MHz), in turn,
+// from -20 dBm down to -55 dBm: the 12.4 GHz family's sensitive range alone, the
+// blend of its two ranges, and the other range alone.
 std::vector<Tone> Scene(double top) {
     std::vector<Tone> tones;
-    for (int k = 0; 600e6 + 401e6 * k < top - 100e6; ++k) tones.push_back({600e6 + 401e6 * k, -20.0 - 3.0 * (k % 8)});
+    for (int k = 0; 600e6 + 401e6 * k < top - 100e6; ++k) tones.push_back({600e6 + 401e6 * k, -20.0 - 5.0 * (k % 8)});
     return tones;
 }
 
