@@ -233,7 +233,7 @@ qorStatus FastSweepEngine::Deliver(T* min, T* max) {
 }
 
 template <typename T>
-qorStatus FastSweepEngine::DeliverPartial(T* min, T* max, int* start, int* stop, bool waitForever) {
+qorStatus FastSweepEngine::DeliverPartial(T* min, T* max, int* start, int* stop, bool waitForever, bool onlyWhole) {
     if (idle.load()) {
         startEvent.Set();
         idle = 0;
@@ -251,9 +251,19 @@ qorStatus FastSweepEngine::DeliverPartial(T* min, T* max, int* start, int* stop,
     if (waitForever ? newStart > newStop : newStart >= newStop) newStart = 0;
     *start = newStart;
     *stop = newStop;
-    if (running) {
+    if (running && (!onlyWhole || newStop >= plan.sweepLength)) {
         CopyTrace(minTrace.get(), min, plan.sweepLength);
         CopyTrace(maxTrace.get(), max, plan.sweepLength);
+    }
+    return qorNoError;
+}
+
+template <typename T>
+qorStatus FastSweepEngine::Collect(T* min, T* max, int length, bool waitForever) {
+    int start = 0, stop = 0;
+    while (stop < length) {
+        const qorStatus status = DeliverPartial(min, max, &start, &stop, waitForever, true);
+        if (status < 0) return status;
     }
     return qorNoError;
 }
@@ -268,6 +278,14 @@ qorStatus FastSweepEngine::GetPartialSweep64(double* min, double* max, int* star
 
 qorStatus FastSweepEngine::GetPartialSweep32(float* min, float* max, int* start, int* stop) {
     return DeliverPartial(min, max, start, stop, false);
+}
+
+qorStatus FastSweepEngine::CollectSweep64(double* min, double* max, int length) {
+    return Collect(min, max, length, true);
+}
+
+qorStatus FastSweepEngine::CollectSweep32(float* min, float* max, int length) {
+    return Collect(min, max, length, false);
 }
 
 }  // namespace qor

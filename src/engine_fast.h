@@ -68,6 +68,8 @@ public:
     qorStatus GetSweep32(float* min, float* max) override;
     qorStatus GetPartialSweep64(double* min, double* max, int* start, int* stop) override;
     qorStatus GetPartialSweep32(float* min, float* max, int* start, int* stop) override;
+    qorStatus CollectSweep64(double* min, double* max, int length) override;
+    qorStatus CollectSweep32(float* min, float* max, int length) override;
 
 private:
     static constexpr int kRingBlocks = 256;
@@ -75,8 +77,12 @@ private:
 
     template <typename T>
     qorStatus Deliver(T* min, T* max);
+    // The partial delivery; with `onlyWhole` the traces are copied only
+    // once the whole trace is new.
     template <typename T>
-    qorStatus DeliverPartial(T* min, T* max, int* start, int* stop, bool waitForever);
+    qorStatus DeliverPartial(T* min, T* max, int* start, int* stop, bool waitForever, bool onlyWhole = false);
+    template <typename T>
+    qorStatus Collect(T* min, T* max, int length, bool waitForever);
 
     void Run();
     void LowBandPass();

@@ -45,18 +45,13 @@ qorStatus GetSweep(int device, T* min, T* max) {
         if (d.m_mode != ModeSweep && d.m_mode != ModeRealTime && d.m_mode != ModeTGSweep) return qorWrongModeErr;
         if (!d.m_engine) return qorUnknownErr;
         const int length = d.m_sweepInfo.sweepLength;
-        if (length > 0) {
-            int start = 0, stop = 0;
-            do {
-                qorStatus status;
-                if constexpr (std::is_same_v<T, float>) {
-                    status = d.m_engine->GetPartialSweep32(min, max, &start, &stop);
-                } else {
-                    status = d.m_engine->GetPartialSweep64(min, max, &start, &stop);
-                }
-                if (status < 0) return status;
-            } while (stop < length);
+        qorStatus status;
+        if constexpr (std::is_same_v<T, float>) {
+            status = d.m_engine->CollectSweep32(min, max, length);
+        } else {
+            status = d.m_engine->CollectSweep64(min, max, length);
         }
+        if (status < 0) return status;
         if (!d.m_settings.logScale) {
             qor::DbmToMillivolts(min, length);
             qor::DbmToMillivolts(max, length);

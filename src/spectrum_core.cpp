@@ -39,41 +39,35 @@ SpectrumCore::SpectrumCore(RbwFilter* filter, int32_t detector, double rbwToVbw,
 void SpectrumCore::FrameSpectrum(RbwFilter* filter, const Ipp64fc* samples, double* out) {
     const int n = filter->fftSize;
     if (n == 1) return;
+    FrameValues(filter, samples, out);
+    if (filter->units == UnitsLog) {
+        ippsLn_64f(out, out, n);
+        ippsMulC_64f_I(kTenOverLn10, out, n);
+    }
+}
+
+void SpectrumCore::FrameValues(RbwFilter* filter, const Ipp64fc* samples, double* out) {
+    const int n = filter->fftSize;
     Ipp64fc* work = filter->workSamples.get();
-    double* spectrum = filter->workSpectrum.get();
     ippsMul_64fc(samples, filter->complexWindow.get(), work, n);
     filter->fftPlan->Forward(work, work);
     // Swap the halves so that DC lands in the middle.
     const int half = n / 2;
-    switch (filter->units) {
-        case UnitsLog:
-            ippsPowerSpectr_64fc(work, spectrum + half, half);
-            ippsPowerSpectr_64fc(work + half, spectrum, half);
-            ippsLn_64f(spectrum, spectrum, n);
-            ippsMulC_64f_I(kTenOverLn10, spectrum, n);
-            break;
-        case UnitsVoltage:
-            ippsMagnitude_64fc(work, spectrum + half, half);
-            ippsMagnitude_64fc(work + half, spectrum, half);
-            break;
-        default:
-            ippsPowerSpectr_64fc(work, spectrum + half, half);
-            ippsPowerSpectr_64fc(work + half, spectrum, half);
-            break;
+    if (filter->units == UnitsVoltage) {
+        ippsMagnitude_64fc(work, out + half, half);
+        ippsMagnitude_64fc(work + half, out, half);
+    } else {
+        ippsPowerSpectr_64fc(work, out + half, half);
+        ippsPowerSpectr_64fc(work + half, out, half);
     }
-    ippsCopy_64f(spectrum, out, n);
 }
 
 void SpectrumCore::ToDecibels(double* values, int length) const {
-    switch (filter->units) {
-        case UnitsLog:
-            return;
-        case UnitsVoltage:
-            ippsSqr_64f(values, values, length);
-            break;
-        default:
-            break;
-    }
+    if (filter->units != UnitsLog) LinearToDecibels(values, length);
+}
+
+void SpectrumCore::LinearToDecibels(double* values, int length) const {
+    if (filter->units == UnitsVoltage) ippsSqr_64f(values, values, length);
     ippsLn_64f(values, values, length);
     ippsMulC_64f_I(kTenOverLn10, values, length);
 }
@@ -94,6 +88,21 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
     if (filter->units == UnitsSample) {
         FrameSpectrum(filter, p, outMin);
         ippsCopy_64f(outMin, outMax, n);
+    } else if (videoFrames == 1 && detector == DetectorMinMax) {
+        // Each frame is its own average, and the logarithm keeps the order
+        // of values: the extremes of the frames' linear values, taken to dB
+        // at the end, are the extremes of their dB values.
+        double* values = filter->workSpectrum.get();
+        FrameValues(filter, p, outMin);
+        ippsCopy_64f(outMin, outMax, n);
+        for (int f = 1; f < frameCount; ++f) {
+            FrameValues(filter, p + f * hop, values);
+            ippsMinEvery_64f(values, outMin, outMin, n);
+            ippsMaxEvery_64f(values, outMax, outMax, n);
+        }
+        LinearToDecibels(outMin, n);
+        LinearToDecibels(outMax, n);
+        return;
     } else {
         for (int f = 0; f < frameCount; ++f) FrameSpectrum(filter, p + f * hop, frames[f].get());
 

@@ -59,7 +59,13 @@ public:
     bool skipLeading;
 
 private:
+    // The window, the FFT and the power (magnitude for UnitsVoltage) of
+    // each bin, halves swapped, before any logarithm.
+    static void FrameValues(RbwFilter* filter, const Ipp64fc* samples, double* out);
+    // Averaged values to dB, by the units they were averaged in.
     void ToDecibels(double* values, int length) const;
+    // Power (magnitude for UnitsVoltage) to dB.
+    void LinearToDecibels(double* values, int length) const;
 };
 
 }  // namespace qor

@@ -54,6 +54,12 @@ public:
     virtual qorStatus GetPartialSweep64(double* min, double* max, int* start, int* stop) = 0;
     virtual qorStatus GetPartialSweep32(float* min, float* max, int* start, int* stop) = 0;
     virtual qorStatus StoreTgThru(int /*flag*/) { return qorNoError; }
+    // What qorGetSweep does: partial deliveries into the same arrays until
+    // `length` bins stand (nothing for a length below 1); a negative status
+    // ends it at once. Only the last delivery's copy outlasts the call, so an
+    // engine may leave out the copies before it.
+    virtual qorStatus CollectSweep64(double* min, double* max, int length);
+    virtual qorStatus CollectSweep32(float* min, float* max, int length);
 
 protected:
     // Sets `running` and starts `body` as the acquisition thread at

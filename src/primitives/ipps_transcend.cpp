@@ -10,8 +10,15 @@ using qor_prim::CheckVector;
 
 namespace qor_prim {
 
-void LnGeneric64(const double* src, double* dst, int length) {
-    for (int i = 0; i < length; ++i) dst[i] = std::log(src[i]);
+int LnClassified(double x, double* y) {
+    *y = std::log(x);
+    return x == 0.0 ? kLnSawZero : x < 0.0 ? kLnSawNegative : 0;
+}
+
+int LnGeneric64(const double* src, double* dst, int length) {
+    int seen = 0;
+    for (int i = 0; i < length; ++i) seen |= LnClassified(src[i], dst + i);
+    return seen;
 }
 
 void LnGeneric32(const float* src, float* dst, int length) {
@@ -29,14 +36,9 @@ constexpr qor_prim::DispatchRow<qor_prim::LnKernel32> kLn32(qor_prim::LnGeneric3
 
 IppStatus ippsLn_64f(const Ipp64f* src, Ipp64f* dst, int length) {
     if (IppStatus s = CheckVector(length, src, dst)) return s;
-    // Classify before computing: in place, the results would hide the arguments.
-    bool zero = false, negative = false;
-    for (int i = 0; i < length; ++i) {
-        zero |= src[i] == 0.0;
-        negative |= src[i] < 0.0;
-    }
-    kLn64.Pick()(src, dst, length);
-    return negative ? ippStsLnNegArg : zero ? ippStsLnZeroArg : ippStsNoErr;
+    const int seen = kLn64.Pick()(src, dst, length);
+    if (seen & qor_prim::kLnSawNegative) return ippStsLnNegArg;
+    return seen & qor_prim::kLnSawZero ? ippStsLnZeroArg : ippStsNoErr;
 }
 
 IppStatus ippsLn_32f_A11(const Ipp32f* src, Ipp32f* dst, int length) {

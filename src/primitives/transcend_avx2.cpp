@@ -57,17 +57,19 @@ QOR_TARGET_AVX2 inline bool AllOrdinary(__m256d x) {
 
 }  // namespace
 
-QOR_TARGET_AVX2 void LnAvx2_64(const double* src, double* dst, int length) {
+QOR_TARGET_AVX2 int LnAvx2_64(const double* src, double* dst, int length) {
+    int seen = 0;
     int i = 0;
     for (; i + 4 <= length; i += 4) {
         const __m256d x = _mm256_loadu_pd(src + i);
         if (AllOrdinary(x)) {
             _mm256_storeu_pd(dst + i, Log4(x));
         } else {
-            for (int j = i; j < i + 4; ++j) dst[j] = std::log(src[j]);
+            for (int j = i; j < i + 4; ++j) seen |= LnClassified(src[j], dst + j);
         }
     }
-    for (; i < length; ++i) dst[i] = std::log(src[i]);
+    for (; i < length; ++i) seen |= LnClassified(src[i], dst + i);
+    return seen;
 }
 
 QOR_TARGET_AVX2 void LnAvx2_32(const float* src, float* dst, int length) {
