@@ -234,10 +234,9 @@ qorStatus FastSweepEngine::Deliver(T* min, T* max) {
 
 template <typename T>
 qorStatus FastSweepEngine::DeliverPartial(T* min, T* max, int* start, int* stop, bool waitForever, bool onlyWhole) {
-    if (idle.load()) {
-        startEvent.Set();
-        idle = 0;
-    }
+    // Cleared before the start: a sweep that ran to its end in between
+    // would otherwise find its `idle` cleared again and never be asked for.
+    if (idle.exchange(0)) startEvent.Set();
     if (usbError) return qorUsbCommErr;
     if (waitForever) {
         doneEvent.Wait();
