@@ -102,8 +102,12 @@ double UnitModel::NominalRolloffDb(double offsetHz) {
 double UnitModel::RolloffDb(double b) const { return NominalRolloffDb(b) - (type_ == 2 ? 0.6 : 0.0); }
 
 double UnitModel::IfShapeSmooth(bool highIf, double b) const {
+    // The unit's insertion loss (within a quarter dB), and a slight tilt and
+    // bow across the passband: a few hundredths of a dB, not a ripple of its
+    // own, which a wide bin would carry across its width.
     const int key = highIf ? 80 : 82;
-    return Ripple(b, key, 90e3, 0.25) + 0.12 * Vary(key + 1) * b / 125e3;
+    const double u = b / 125e3;
+    return 0.25 * std::sin(0.5 * kTwoPi * Vary(key)) + 0.06 * Vary(key + 1) * u + 0.08 * Vary(key + 2) * u * u;
 }
 
 double UnitModel::IfShapeDb(bool highIf, double b) const {
