@@ -64,16 +64,13 @@ protected:
         return qorOpenDeviceBySerialNumber(&device, static_cast<int>(serial)) == qorNoError ? device : -1;
     }
 
-    // One whole sweep from `start` to `stop`; the status of qorInitiate goes to `initiate`.
-    static Trace Sweep(int device, double start, double stop, double rbw, bool reject, int shape = 1,
-                       qorStatus* initiate = nullptr) {
+    // One whole sweep from `start` to `stop`.
+    static Trace Sweep(int device, double start, double stop, double rbw, bool reject, int shape = 1) {
         Trace t;
         EXPECT_EQ(qorNoError, qorConfigCenterSpan(device, (start + stop) / 2, stop - start));
         EXPECT_EQ(qorNoError, qorConfigSweepCoupling(device, rbw, rbw, reject));
         EXPECT_EQ(qorNoError, qorConfigRBWShape(device, shape));
-        const qorStatus status = qorInitiate(device, 0);
-        if (initiate) *initiate = status;
-        EXPECT_GE(status, 0);
+        EXPECT_EQ(qorNoError, qorInitiate(device, 0));
         EXPECT_EQ(qorNoError, qorQuerySweepInfo(device, &t.length, &t.startFreq, &t.binSize));
         if (t.length <= 0) return t;
         t.min.resize(t.length);
