@@ -64,6 +64,8 @@ MidrangeFrameProcessor::MidrangeFrameProcessor(const MidrangePlan& plan, Spectru
     : plan(plan), core(core), fftSize(fftSize), reject(reject) {
     const int stepSamples = plan.StepSamples();
     const int length = std::max(plan.grid.sweepLength, 0);
+    // The trace takes the middle binsPerStep bins of each spectrum (see SliceOfStep).
+    core->KeepBins(fftSize / 2 - plan.grid.binsPerStep / 2, plan.grid.binsPerStep);
     BuildTone(mixTone, stepSamples, kMixFrequency);
     const auto allocate = [&](smart_array<Ipp64fc>& scratch, smart_array<double>& viewMin,
                               smart_array<double>& viewMax, smart_array<double>& specMin,

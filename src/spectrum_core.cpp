@@ -23,6 +23,7 @@ SpectrumCore::SpectrumCore(RbwFilter* filter, int32_t detector, double rbwToVbw,
     // 8 points of the flat top just below 210 kHz) keep the frame path with
     // a hop of at least one sample.
     if (n == 1) return;
+    keepCount = n;
     if (skipLeading) sampleCount -= kLeadingSamples;
     hop = std::max(1, (n - filter->zeroPad) / 8);
     frameCount = (sampleCount - n) / hop + 1;
@@ -62,6 +63,12 @@ void SpectrumCore::FrameValues(RbwFilter* filter, const Ipp64fc* samples, double
     }
 }
 
+void SpectrumCore::KeepBins(int32_t from, int32_t count) {
+    const int n = filter->fftSize;
+    keepFrom = std::clamp(from, 0, n);
+    keepCount = std::clamp(count, 0, n - keepFrom);
+}
+
 void SpectrumCore::ToDecibels(double* values, int length) const {
     if (filter->units != UnitsLog) LinearToDecibels(values, length);
 }
@@ -85,57 +92,65 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
 
     if (conjugate) ippsConj_64fc(p, p, sampleCount);
 
+    // Past the FFT only the kept bins are worked on.
+    const int k0 = keepFrom, kn = keepCount;
     if (filter->units == UnitsSample) {
-        FrameSpectrum(filter, p, outMin);
-        ippsCopy_64f(outMin, outMax, n);
-    } else if (videoFrames == 1 && detector == DetectorMinMax) {
+        FrameValues(filter, p, outMin);
+        ippsCopy_64f(outMin + k0, outMax + k0, kn);
+        ToDecibels(outMin + k0, kn);
+        ToDecibels(outMax + k0, kn);
+        return;
+    }
+    if (videoFrames == 1 && detector == DetectorMinMax) {
         // Each frame is its own average, and the logarithm keeps the order
         // of values: the extremes of the frames' linear values, taken to dB
         // at the end, are the extremes of their dB values.
         double* values = filter->workSpectrum.get();
         FrameValues(filter, p, outMin);
-        ippsCopy_64f(outMin, outMax, n);
+        ippsCopy_64f(outMin + k0, outMax + k0, kn);
         for (int f = 1; f < frameCount; ++f) {
             FrameValues(filter, p + f * hop, values);
-            ippsMinEvery_64f(values, outMin, outMin, n);
-            ippsMaxEvery_64f(values, outMax, outMax, n);
+            ippsMinEvery_64f(values + k0, outMin + k0, outMin + k0, kn);
+            ippsMaxEvery_64f(values + k0, outMax + k0, outMax + k0, kn);
         }
-        LinearToDecibels(outMin, n);
-        LinearToDecibels(outMax, n);
+        LinearToDecibels(outMin + k0, kn);
+        LinearToDecibels(outMax + k0, kn);
         return;
-    } else {
-        for (int f = 0; f < frameCount; ++f) FrameSpectrum(filter, p + f * hop, frames[f].get());
+    }
+    for (int f = 0; f < frameCount; ++f) {
+        FrameValues(filter, p + f * hop, frames[f].get());
+        if (filter->units == UnitsLog) LinearToDecibels(frames[f].get() + k0, kn);
+    }
 
-        // Moving sums over videoFrames frames: one subtraction and one
-        // addition per step, whatever the length of the average.
-        double* first = sums[0].get();
-        ippsCopy_64f(frames[0].get(), first, n);
-        for (int f = 1; f < videoFrames; ++f) ippsAdd_64f(first, frames[f].get(), first, n);
-        for (int k = 1; k < averageCount; ++k) {
-            double* sum = sums[k].get();
-            ippsSub_64f(frames[k - 1].get(), sums[k - 1].get(), sum, n);
-            ippsAdd_64f(sum, frames[k + videoFrames - 1].get(), sum, n);
+    // Moving sums over videoFrames frames: one subtraction and one
+    // addition per step, whatever the length of the average.
+    double* first = sums[0].get() + k0;
+    ippsCopy_64f(frames[0].get() + k0, first, kn);
+    for (int f = 1; f < videoFrames; ++f) ippsAdd_64f(first, frames[f].get() + k0, first, kn);
+    for (int k = 1; k < averageCount; ++k) {
+        double* sum = sums[k].get() + k0;
+        ippsSub_64f(frames[k - 1].get() + k0, sums[k - 1].get() + k0, sum, kn);
+        ippsAdd_64f(sum, frames[k + videoFrames - 1].get() + k0, sum, kn);
+    }
+    for (auto& sum : sums) ippsMulC_64f_I(1.0 / videoFrames, sum.get() + k0, kn);
+
+    if (detector == DetectorAverage) {
+        ippsZero_64f(outMin + k0, kn);
+        for (auto& sum : sums) {
+            ippsMulC_64f_I(1.0 / averageCount, sum.get() + k0, kn);
+            ippsAdd_64f(sum.get() + k0, outMin + k0, outMin + k0, kn);
         }
-        for (auto& sum : sums) ippsMulC_64f_I(1.0 / videoFrames, sum.get(), n);
-
-        if (detector == DetectorAverage) {
-            ippsZero_64f(outMin, n);
-            for (auto& sum : sums) {
-                ippsMulC_64f_I(1.0 / averageCount, sum.get(), n);
-                ippsAdd_64f(sum.get(), outMin, outMin, n);
-            }
-            ippsCopy_64f(outMin, outMax, n);
-        } else {
-            ippsCopy_64f(first, outMin, n);
-            ippsCopy_64f(first, outMax, n);
-            for (int k = 1; k < averageCount; ++k) {
-                ippsMinEvery_64f(sums[k].get(), outMin, outMin, n);
-                ippsMaxEvery_64f(sums[k].get(), outMax, outMax, n);
-            }
+        ippsCopy_64f(outMin + k0, outMax + k0, kn);
+    } else {
+        ippsCopy_64f(first, outMin + k0, kn);
+        ippsCopy_64f(first, outMax + k0, kn);
+        for (int k = 1; k < averageCount; ++k) {
+            ippsMinEvery_64f(sums[k].get() + k0, outMin + k0, outMin + k0, kn);
+            ippsMaxEvery_64f(sums[k].get() + k0, outMax + k0, outMax + k0, kn);
         }
     }
-    ToDecibels(outMin, n);
-    ToDecibels(outMax, n);
+    ToDecibels(outMin + k0, kn);
+    ToDecibels(outMax + k0, kn);
 }
 
 }  // namespace qor

@@ -44,6 +44,11 @@ public:
     // conjugated in place first. `outMin`, `outMax` take fftSize values (only
     // index 0 without an FFT).
     void Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate);
+    // From now on Process works out only bins from..from+count-1 of its
+    // spectra past the FFT (the rest of outMin and outMax holds nothing of use):
+    // an engine that keeps the middle of each spectrum spares the others'
+    // logarithms and video sums. Without an FFT this changes nothing.
+    void KeepBins(int32_t from, int32_t count);
     // The spectrum of the fftSize samples from `samples`, in the filter's units.
     static void FrameSpectrum(RbwFilter* filter, const Ipp64fc* samples, double* out);
 
@@ -54,6 +59,8 @@ public:
     int32_t frameCount = 0;
     int32_t videoFrames = 0;   // frames in one video average
     int32_t averageCount = 0;  // moving averages in a block
+    int32_t keepFrom = 0;      // the bins Process works out past the FFT
+    int32_t keepCount = 0;
     std::vector<smart_array<double>> frames;  // frameCount x fftSize
     std::vector<smart_array<double>> sums;    // averageCount x fftSize
     bool skipLeading;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <utility>
 #include <vector>
 
 #include "engine_midrange.h"
@@ -106,12 +107,14 @@ class FrameProcessing : public ::testing::Test {
 protected:
     static constexpr double kMix = qor::kMixFrequency;
 
-    void Build(double start, double stop, bool reject) {
+    void Build(double start, double stop, bool reject, double rbwToVbw = 1.0, int detector = 0) {
         filter = std::make_unique<qor::RbwFilter>(10e3, 1, qor::kSampleRate, 0, false);
-        const int samples = (filter->fftSize + 767) / 512 * 512;
-        core = std::make_unique<qor::SpectrumCore>(filter.get(), 0, 1.0, samples, true);
+        const int samples = (filter->fftSize * 4 + 767) / 512 * 512;
+        core = std::make_unique<qor::SpectrumCore>(filter.get(), detector, rbwToVbw, samples, true);
         plan = PlanMidrange(start, stop, stop - start, filter->fftSize, 1.0, reject, core->sampleCount);
-        frame.assign(static_cast<size_t>(plan.FrameSamples()), Ipp64fc{0.0, 0.0});
+        // A floor of small noise, 130 dB under the tones: no bin is an exact 0 (minus infinity in dB).
+        frame.resize(static_cast<size_t>(plan.FrameSamples()));
+        for (size_t t = 0; t < frame.size(); ++t) frame[t] = {1e-7 * (t * 7919 % 13 - 6.0), 1e-7 * (t * 104729 % 11 - 5.0)};
         processor = std::make_unique<qor::MidrangeFrameProcessor>(plan, core.get(), filter->fftSize, reject);
         corrections = std::make_unique<qor::StepCorrections>(nullptr, plan.grid, 0.0, reject);  // all 0 dB
         minTrace.assign(static_cast<size_t>(plan.grid.sweepLength), 0.0);
@@ -156,13 +159,19 @@ protected:
     std::vector<double> minTrace, maxTrace;
 };
 
+// Single frames, a video average over frames, and the average detector:
+// the spectra's middle bins, all the trace takes, are worked out alike.
 TEST_F(FrameProcessing, ToneLandsOnItsBin) {
-    Build(1000e6, 1002e6, false);
-    const double f = 1001.2345e6;
-    AddTone(TraceStep(f), f, 0.1);
-    Run();
-    EXPECT_NEAR(f, plan.grid.startFreq + PeakBin() * plan.grid.binSize, plan.grid.binSize * 1.5);
-    EXPECT_NEAR(-20.0 + 3.01, maxTrace[static_cast<size_t>(PeakBin())], 0.3) << "the window's 3 dB, uncorrected";
+    for (const auto& [ratio, detector] : {std::pair{1.0, 0}, std::pair{2.0, 0}, std::pair{1.0, 1}}) {
+        SCOPED_TRACE(testing::Message() << "RBW/VBW " << ratio << " detector " << detector);
+        Build(1000e6, 1002e6, false, ratio, detector);
+        const double f = 1001.2345e6;
+        AddTone(TraceStep(f), f, 0.1);
+        Run();
+        EXPECT_NEAR(f, plan.grid.startFreq + PeakBin() * plan.grid.binSize, plan.grid.binSize * 1.5);
+        EXPECT_NEAR(-20.0 + 3.01, maxTrace[static_cast<size_t>(PeakBin())], 0.3) << "the window's 3 dB, uncorrected";
+        EXPECT_NEAR(minTrace[static_cast<size_t>(PeakBin())], maxTrace[static_cast<size_t>(PeakBin())], 0.1);
+    }
 }
 
 TEST_F(FrameProcessing, RejectionKeepsWhatBothViewsShow) {
