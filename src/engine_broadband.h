@@ -24,8 +24,9 @@
 // first partial get call after that sets startEvent and clears `idle`; at
 // the end of a sweep the thread sets `idle` and then doneEvent. traceLock
 // guards `trace` (the thread writes it after each piece, the caller copies
-// it). A short detector reply sets usbError for good, ends the sweep at once
-// and wakes the caller, who gets -11 from then on.
+// it). The detector readings carry no status: a short reply leaves the
+// readings of the last sweep in place, so this engine never reports -11; an
+// unplugged unit answers at once and the sweep ends with old readings.
 #ifndef QOR_ENGINE_BROADBAND_H
 #define QOR_ENGINE_BROADBAND_H
 
@@ -110,8 +111,6 @@ private:
     void PrepareLevel(bool velm);
     void RunOrsk();
     void RunVelm();
-    // A detector sweep into `out`; false on a short reply.
-    bool ReadTable(int first, int last, uint8_t* out);
     void OrskLevels(int fresh);
     void EndSweep();
 
@@ -119,7 +118,6 @@ private:
     os::AutoResetEvent doneEvent;
     std::mutex traceLock;
     std::atomic<int> idle{1};
-    std::atomic<int> usbError{0};
 
     DeviceCorr* corr;
     const BroadbandPlan plan;

@@ -136,7 +136,9 @@ TEST_F(Broadband, SweepsOnRequestAsWholeTraces) {
     qorCloseDevice(device);
 }
 
-TEST_F(Broadband, UnplugGivesUsbErrorAndPromptAbort) {
+// The detector readings carry no status: an unplugged unit ends its sweeps at
+// once with the readings it had, without -11, and abort and close stay prompt.
+TEST_F(Broadband, UnplugEndsSweepsPromptlyWithoutError) {
     for (int type : {2, 4}) {
         SCOPED_TRACE(type);
         const int device = Open(kSerialOf[type]);
@@ -153,8 +155,8 @@ TEST_F(Broadband, UnplugGivesUsbErrorAndPromptAbort) {
         ASSERT_EQ(qorNoError, qorGetSweep_64f(device, min.data(), max.data()));
         const auto unplugged = Clock::now();
         ASSERT_EQ(0, Instrument()->unplug(kSerialOf[type], 0));
-        EXPECT_EQ(qorUsbCommErr, qorGetSweep_64f(device, min.data(), max.data()));
-        EXPECT_EQ(qorUsbCommErr, qorGetSweep_64f(device, min.data(), max.data())) << "the mark stays";
+        EXPECT_EQ(qorNoError, qorGetSweep_64f(device, min.data(), max.data()));
+        EXPECT_EQ(qorNoError, qorGetSweep_64f(device, min.data(), max.data()));
         EXPECT_LT(Clock::now() - unplugged, std::chrono::seconds(1));
         const auto aborting = Clock::now();
         EXPECT_EQ(qorNoError, qorAbort(device));
