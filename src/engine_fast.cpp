@@ -13,6 +13,7 @@ namespace qor {
 namespace {
 
 constexpr int kBlock = AnalyzerLink::kBlockSamples;
+constexpr int kSettlingSamples = 256;  // the spectra skip them
 // Normalised frequencies of the two shifted views of the low-band pass
 // (+105555.56 Hz and -94444.44 Hz).
 constexpr double kUpFrequency = 0.21714285805714284;
@@ -134,7 +135,9 @@ bool FastSweepEngine::ProcessStep(int step, int s) {
         usbError = 1;  // go on with what the block holds
         doneEvent.Set();
     }
-    ippsMul_64fc_I(mixTone.get(), block, kBlock);
+    // The spectra read only what follows the settling of the hop.
+    const int from = core->skipLeading ? kSettlingSamples : 0;
+    ippsMul_64fc_I(mixTone.get() + from, block + from, kBlock - from);
     if (!reject) {
         core->Process(block, specMinA.get(), specMaxA.get(), false);
         return true;
@@ -146,7 +149,7 @@ bool FastSweepEngine::ProcessStep(int step, int s) {
     const int entry = step - kLowEntryStep;
     if (step >= kFirstPartnerStep) {
         // Taken 21.4 MHz lower: conjugated, it shows the same RF on the same bins.
-        ippsConj_64fc(older, older, kBlock);
+        ippsConj_64fc(older + from, older + from, kBlock - from);
         core->Process(older, specMinB.get(), specMaxB.get(), false);
     } else if ((fftSize == 1 && s < plan.lowSteps + FastSweepPlan::kSegmentSteps) || entry < 0) {
         // No usable substitute: this step goes without rejection.
