@@ -47,11 +47,17 @@ void SpectrumCore::FrameSpectrum(RbwFilter* filter, const Ipp64fc* samples, doub
     }
 }
 
-void SpectrumCore::FrameValues(RbwFilter* filter, const Ipp64fc* samples, double* out) {
+const Ipp64fc* SpectrumCore::FrameTransform(RbwFilter* filter, const Ipp64fc* samples) {
     const int n = filter->fftSize;
     Ipp64fc* work = filter->workSamples.get();
     ippsMul_64fc(samples, filter->complexWindow.get(), work, n);
     filter->fftPlan->Forward(work, work);
+    return work;
+}
+
+void SpectrumCore::FrameValues(RbwFilter* filter, const Ipp64fc* samples, double* out) {
+    const int n = filter->fftSize;
+    const Ipp64fc* work = FrameTransform(filter, samples);
     // Swap the halves so that DC lands in the middle.
     const int half = n / 2;
     if (filter->units == UnitsVoltage) {
@@ -75,6 +81,10 @@ void SpectrumCore::ToDecibels(double* values, int length) const {
 
 void SpectrumCore::LinearToDecibels(double* values, int length) const {
     if (filter->units == UnitsVoltage) ippsSqr_64f(values, values, length);
+    PowerToDecibels(values, length);
+}
+
+void SpectrumCore::PowerToDecibels(double* values, int length) {
     ippsLn_64f(values, values, length);
     ippsMulC_64f_I(kTenOverLn10, values, length);
 }
@@ -102,19 +112,23 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
         return;
     }
     if (videoFrames == 1 && detector == DetectorMinMax) {
-        // Each frame is its own average, and the logarithm keeps the order
-        // of values: the extremes of the frames' linear values, taken to dB
-        // at the end, are the extremes of their dB values.
-        double* values = filter->workSpectrum.get();
-        FrameValues(filter, p, outMin);
-        ippsCopy_64f(outMin + k0, outMax + k0, kn);
-        for (int f = 1; f < frameCount; ++f) {
-            FrameValues(filter, p + f * hop, values);
-            ippsMinEvery_64f(values + k0, outMin + k0, outMin + k0, kn);
-            ippsMaxEvery_64f(values + k0, outMax + k0, outMax + k0, kn);
+        // Each frame is its own average, and the logarithm keeps the order of
+        // values (magnitudes order as powers do): the extremes of the frames'
+        // powers, taken to dB at the end, are the extremes of their dB values.
+        std::fill(outMin + k0, outMin + k0 + kn, INFINITY);
+        std::fill(outMax + k0, outMax + k0 + kn, -INFINITY);
+        const int half = n / 2;
+        for (int f = 0; f < frameCount; ++f) {
+            const Ipp64fc* bins = FrameTransform(filter, p + f * hop);
+            for (int i = k0; i < k0 + kn; ++i) {
+                const Ipp64fc& x = bins[(i + half) & (n - 1)];  // DC in the middle
+                const double power = x.re * x.re + x.im * x.im;
+                outMin[i] = std::min(outMin[i], power);
+                outMax[i] = std::max(outMax[i], power);
+            }
         }
-        LinearToDecibels(outMin + k0, kn);
-        LinearToDecibels(outMax + k0, kn);
+        PowerToDecibels(outMin + k0, kn);
+        PowerToDecibels(outMax + k0, kn);
         return;
     }
     for (int f = 0; f < frameCount; ++f) {

@@ -66,13 +66,16 @@ public:
     bool skipLeading;
 
 private:
-    // The window, the FFT and the power (magnitude for UnitsVoltage) of
-    // each bin, halves swapped, before any logarithm.
+    // The window and the FFT of one frame, in the filter's work samples (DC first).
+    static const Ipp64fc* FrameTransform(RbwFilter* filter, const Ipp64fc* samples);
+    // The power (magnitude for UnitsVoltage) of each bin of a frame, halves
+    // swapped, before any logarithm.
     static void FrameValues(RbwFilter* filter, const Ipp64fc* samples, double* out);
     // Averaged values to dB, by the units they were averaged in.
     void ToDecibels(double* values, int length) const;
     // Power (magnitude for UnitsVoltage) to dB.
     void LinearToDecibels(double* values, int length) const;
+    static void PowerToDecibels(double* values, int length);
 };
 
 }  // namespace qor
