@@ -279,10 +279,9 @@ qorStatus BroadbandSweepEngine::Deliver(T* min, T* max) {
 
 template <typename T>
 qorStatus BroadbandSweepEngine::DeliverPartial(T* min, T* max, int* start, int* stop) {
-    if (idle.load()) {
-        startEvent.Set();
-        idle = 0;
-    }
+    // Cleared before the start: a sweep that ran to its end in between
+    // would otherwise find its `idle` cleared again and never be asked for.
+    if (idle.exchange(0)) startEvent.Set();
     doneEvent.Wait();
     *start = 0;
     *stop = plan.sweepLength;
