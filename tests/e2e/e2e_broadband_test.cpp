@@ -6,11 +6,11 @@
 #include <chrono>
 #include <cmath>
 
-#include "e2e_midrange_support.h"
+#include "e2e_bench.h"
 
 namespace {
 
-using namespace widetest;
+using namespace e2e;
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kSerialOf[5] = {0, 43000001, 43000002, 43000003, 43000004};
@@ -27,14 +27,14 @@ std::vector<Tone> Scene(double top) {
 class Broadband : public ::testing::Test {
 protected:
     void SetUp() override {
-        std::vector<e2e::BenchUnit> units;
-        for (int type : {1, 2, 3, 4}) units.push_back(Unit(kSerialOf[type], type, Scene(type >= 3 ? 12.4e9 : 4.4e9)));
+        std::vector<BenchUnit> units;
+        for (int type : {1, 2, 3, 4}) {
+            units.push_back({kSerialOf[type], type, Scene(type >= 3 ? 12.4e9 : 4.4e9), -165.0, type != 3, 30.0});
+        }
         const std::string problem = LoadBench(units);
         if (!problem.empty()) GTEST_SKIP() << problem;
     }
-    void TearDown() override {
-        for (int device = 0; device < 8; ++device) qorCloseDevice(device);
-    }
+    void TearDown() override { CloseAll(); }
 };
 
 // Where the trace shows a tone. The 12.4 GHz family lays grid point c
@@ -81,10 +81,7 @@ TEST_F(Broadband, TonesWhereTheGridPutsThemAndNoImages) {
         SCOPED_TRACE(c.name);
         const int device = Open(kSerialOf[c.type]);
         ASSERT_GE(device, 0);
-        Sweep s;
-        s.start = c.start;
-        s.stop = c.stop;
-        s.rbw = 1e6;
+        Sweep s = Between(c.start, c.stop, 1e6);
         s.refLevel = -10.0;
         const Trace t = Measure(device, s);
         qorCloseDevice(device);
@@ -115,16 +112,12 @@ TEST_F(Broadband, TonesWhereTheGridPutsThemAndNoImages) {
 TEST_F(Broadband, SweepsOnRequestAsWholeTraces) {
     const int device = Open(kSerialOf[4]);
     ASSERT_GE(device, 0);
-    Sweep s;
-    s.start = 2e9;
-    s.stop = 3e9;
-    s.rbw = 3e6;
-    ASSERT_EQ(qorNoError, Initiate(device, s));
+    ASSERT_EQ(qorNoError, Initiate(device, Between(2e9, 3e9, 3e6)));
     int length = 0;
     double start = 0.0, bin = 0.0;
     ASSERT_EQ(qorNoError, qorQuerySweepInfo(device, &length, &start, &bin));
     EXPECT_EQ(1001, length);
-    Instrument()->clearCommandLog(kSerialOf[4]);
+    TheSim()->clearCommandLog(kSerialOf[4]);
     std::vector<float> min(static_cast<size_t>(length)), max(static_cast<size_t>(length));
     int first = -1, last = -1;
     ASSERT_EQ(qorNoError, qorGetPartialSweep_32f(device, min.data(), max.data(), &first, &last));
@@ -132,7 +125,7 @@ TEST_F(Broadband, SweepsOnRequestAsWholeTraces) {
     EXPECT_EQ(length, last);
     EXPECT_EQ(min, max) << "one trace stands for both";
     // 2 x 21 + 1 + 334 grid points in two pieces, each read at both IF attenuator settings.
-    EXPECT_EQ(4, e2e::CountCommands(kSerialOf[4], 'B'));
+    EXPECT_EQ(4, CountCommands(kSerialOf[4], 'B'));
     qorCloseDevice(device);
 }
 
@@ -143,18 +136,14 @@ TEST_F(Broadband, UnplugEndsSweepsPromptlyWithoutError) {
         SCOPED_TRACE(type);
         const int device = Open(kSerialOf[type]);
         ASSERT_GE(device, 0);
-        Sweep s;
-        s.start = 500e6;
-        s.stop = 4.0e9;
-        s.rbw = 1e6;
-        ASSERT_EQ(qorNoError, Initiate(device, s));
+        ASSERT_EQ(qorNoError, Initiate(device, Between(500e6, 4.0e9, 1e6)));
         int length = 0;
         double start = 0.0, bin = 0.0;
         qorQuerySweepInfo(device, &length, &start, &bin);
         std::vector<double> min(static_cast<size_t>(length)), max(static_cast<size_t>(length));
         ASSERT_EQ(qorNoError, qorGetSweep_64f(device, min.data(), max.data()));
         const auto unplugged = Clock::now();
-        ASSERT_EQ(0, Instrument()->unplug(kSerialOf[type], 0));
+        ASSERT_EQ(0, TheSim()->unplug(kSerialOf[type], 0));
         EXPECT_EQ(qorNoError, qorGetSweep_64f(device, min.data(), max.data()));
         EXPECT_EQ(qorNoError, qorGetSweep_64f(device, min.data(), max.data()));
         EXPECT_LT(Clock::now() - unplugged, std::chrono::seconds(1));

@@ -53,11 +53,10 @@ protected:
         const Sim* sim = TheSim();
         if (!sim) return;
         ASSERT_EQ(0, sim->loadBenchJson(kBench)) << sim->lastError();
-        EnterCalibrationFolder("diagnostics");
         // The 12.4 GHz A unit keeps no table on board: it is in the cache, as if downloaded before.
-        ASSERT_TRUE(Folder()->CopyTableFile(kOrskA));
+        ASSERT_TRUE(e2e::CalibrationFolder().CopyTableFile(kOrskA));
+        e2e::CalibrationFolder().UseAsCalibrationCache();
     }
-    static void TearDownTestSuite() { LeaveCalibrationFolder(); }
 
     void SetUp() override {
         sim = TheSim();
@@ -65,9 +64,7 @@ protected:
         // A fresh bench: user areas and reference inputs as the bench says.
         ASSERT_EQ(0, sim->loadBenchJson(kBench)) << sim->lastError();
     }
-    void TearDown() override {
-        for (int device = 0; device < 8; ++device) qorCloseDevice(device);
-    }
+    void TearDown() override { e2e::CloseAll(); }
 
     // Opens the unit of `type` and clears its command log.
     int OpenType(int type) {

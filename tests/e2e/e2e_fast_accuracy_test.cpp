@@ -32,7 +32,7 @@ const std::vector<Tone> kOrskTones = Scene({{5.3e6, -30}, {120.1e6, -40}, {1500.
 
 class FastSweepAccuracy : public FastSweepPairSuite {
 protected:
-    static void SetUpTestSuite() { OpenPair("accuracy", kVelmB, kVelmTones, kOrskB, kOrskTones); }
+    static void SetUpTestSuite() { OpenPair(kVelmB, kVelmTones, kOrskB, kOrskTones); }
 };
 
 // Under the sanitizers a step costs many times more: there the full range is

@@ -12,28 +12,27 @@ using namespace fastsweep;
 constexpr unsigned kVelm = 40000001, kVelmB = 40000002, kOrskB = 40000004;
 constexpr int kBinsPerStep = 105;  // at 6.5 kHz
 
+// A sweep's grid and its traces in the narrow form.
+struct Grid {
+    int length = 0;
+    double startFreq = 0.0, binSize = 0.0;
+    std::vector<float> min, max;
+};
+
 class FastSweepDelivery : public FastSweepSuite {
 protected:
     static void SetUpTestSuite() {
-        const Sim* sim = TheSim();
-        if (!sim) return;
+        if (!TheSim()) return;
         const std::vector<Tone> tones = {{150.1e6, -30}, {7030.0e6, -30}};
-        ASSERT_EQ(0, sim->loadBenchJson(BenchJson({FastUnit(kVelm, 1, tones), FastUnit(kVelmB, 2, tones),
-                                               FastUnit(kOrskB, 4, tones)})
-                                        .c_str()))
-            << sim->lastError();
-        EnterCalibrationFolder("delivery");
+        ASSERT_EQ("", e2e::LoadBench({FastUnit(kVelm, 1, tones), FastUnit(kVelmB, 2, tones), FastUnit(kOrskB, 4, tones)}));
     }
-    static void TearDownTestSuite() { LeaveCalibrationFolder(); }
     void SetUp() override {
         sim = TheSim();
         if (!sim) GTEST_SKIP() << "the virtual instrument is not loaded (QOR_D2XX_LIBRARY)";
     }
     // Configures and starts a sweep without fetching it; `t` gets its grid and room for its traces.
-    static void Start(int device, double start, double stop, double rbw, Trace* t) {
-        ASSERT_EQ(qorNoError, qorConfigCenterSpan(device, (start + stop) / 2, stop - start));
-        ASSERT_EQ(qorNoError, qorConfigSweepCoupling(device, rbw, rbw, false));
-        ASSERT_EQ(qorNoError, qorInitiate(device, 0));
+    static void Start(int device, double start, double stop, double rbw, Grid* t) {
+        ASSERT_EQ(qorNoError, e2e::Initiate(device, e2e::Between(start, stop, rbw)));
         ASSERT_EQ(qorNoError, qorQuerySweepInfo(device, &t->length, &t->startFreq, &t->binSize));
         t->min.resize(t->length);
         t->max.resize(t->length);
@@ -45,7 +44,7 @@ protected:
 TEST_F(FastSweepDelivery, PartialSweepsGrowStepByStep) {
     const int device = Open(kVelmB);
     ASSERT_GE(device, 0);
-    Trace t;
+    Grid t;
     Start(device, 100e6, 200e6, 6500.0, &t);
     const int length = t.length;
     ASSERT_EQ(length, 52500);
@@ -92,7 +91,7 @@ TEST_F(FastSweepDelivery, HopWindowsAndClockTrim) {
     const int device = Open(kOrskB);
     ASSERT_GE(device, 0);
     sim->clearCommandLog(kOrskB);
-    Trace t;
+    Grid t;
     Start(device, 7000e6, 7100e6, 6500.0, &t);
     ASSERT_EQ(qorNoError, qorGetSweep_32f(device, t.min.data(), t.max.data()));
     ASSERT_EQ(qorNoError, qorAbort(device));
@@ -129,7 +128,7 @@ TEST_F(FastSweepDelivery, HopWindowsAndClockTrim) {
 TEST_F(FastSweepDelivery, UnpluggedMidSweep) {
     const int device = Open(kVelm);
     ASSERT_GE(device, 0);
-    Trace t;
+    Grid t;
     Start(device, 1e6, 4.4e9, 100000.0, &t);
     int start = 0, stop = 0;
     ASSERT_EQ(qorNoError, qorGetPartialSweep_32f(device, t.min.data(), t.max.data(), &start, &stop));

@@ -2,11 +2,11 @@
 // at their frequency and level on types 2, 3 and 4, from the narrowest span
 // and RBW to the widest, and images removed by rejection in a long and a
 // short span.
-#include "e2e_midrange_support.h"
+#include "e2e_bench.h"
 
 namespace {
 
-using namespace widetest;
+using namespace e2e;
 
 constexpr unsigned kSerialOf[5] = {0, 0, 42000002, 42000003, 42000004};
 
@@ -16,28 +16,19 @@ const std::vector<Tone> kScene = {
     {20.4321e6, -30.0},  {401.2345e6, -30.0}, {407.5e6, -60.0},   {1000.0123e6, -30.0}, {1000.1e6, -50.0},
     {1001.3e6, -20.0},   {1030.1e6, -40.0},   {2400.0071e6, -25.0}, {5510.25e6, -30.0}, {8020.0e6, -20.0}};
 
+// A unit at 30 C; the 12.4 GHz A unit (type 3) keeps no calibration on board.
+BenchUnit Unit(int type, std::vector<Tone> tones) {
+    return {kSerialOf[type], type, std::move(tones), -130.0, type != 3, 30.0};
+}
+
 class MidrangeAccuracy : public ::testing::Test {
 protected:
     void SetUp() override {
-        std::vector<e2e::BenchUnit> units;
-        for (int type : {2, 3, 4}) units.push_back(Unit(kSerialOf[type], type, kScene, -130.0));
-        const std::string problem = LoadBench(units);
+        const std::string problem = LoadBench({Unit(2, kScene), Unit(3, kScene), Unit(4, kScene)});
         if (!problem.empty()) GTEST_SKIP() << problem;
     }
-    void TearDown() override {
-        for (int device = 0; device < 8; ++device) qorCloseDevice(device);
-    }
+    void TearDown() override { CloseAll(); }
 };
-
-// Where a tone's peak lies: the middle of the bins within 3 dB of its
-// strongest bin (the flat top of the window is flat over several bins).
-double ToneCentre(const Trace& t, int peak) {
-    const double limit = t.max[peak] - 3.0;
-    int lo = peak, hi = peak;
-    while (lo > 0 && t.max[lo - 1] >= limit) --lo;
-    while (hi + 1 < t.length && t.max[hi + 1] >= limit) ++hi;
-    return t.FrequencyOf(lo) + 0.5 * (hi - lo) * t.binSize;
-}
 
 struct Case {
     const char* name;
@@ -66,10 +57,7 @@ TEST_F(MidrangeAccuracy, TonesAtTheirFrequencyAndLevel) {
         SCOPED_TRACE(c.name);
         const int device = Open(kSerialOf[c.type]);
         ASSERT_GE(device, 0);
-        Sweep s;
-        s.start = c.start;
-        s.stop = c.stop;
-        s.rbw = c.rbw;
+        Sweep s = Between(c.start, c.stop, c.rbw);
         s.reject = c.reject;
         s.shape = c.shape;
         const Trace t = Measure(device, s);
@@ -89,7 +77,7 @@ TEST_F(MidrangeAccuracy, TonesAtTheirFrequencyAndLevel) {
             if (masked(tone)) continue;
             const int peak = t.PeakNear(tone.frequency, reach);
             ASSERT_GE(peak, 0) << tone.frequency;
-            EXPECT_NEAR(ToneCentre(t, peak), tone.frequency, t.binSize) << tone.frequency;
+            EXPECT_NEAR(t.CentreOf(peak), tone.frequency, t.binSize) << tone.frequency;
             EXPECT_NEAR(t.max[peak], tone.level, c.levelTolerance) << tone.frequency;
             ++found;
         }
@@ -120,13 +108,10 @@ TEST_F(MidrangeAccuracy, RejectionRemovesImages) {
     for (const ImageCase& c : cases) {
         SCOPED_TRACE(c.name);
         const Tone source{ImageSource(c.image), -20.0};
-        ASSERT_EQ("", LoadBench({Unit(kSerialOf[c.type], c.type, {source}, -130.0)}));
+        ASSERT_EQ("", LoadBench({Unit(c.type, {source})}));
         const int device = Open(kSerialOf[c.type]);
         ASSERT_GE(device, 0);
-        Sweep s;
-        s.start = c.start;
-        s.stop = c.stop;
-        s.rbw = c.rbw;
+        Sweep s = Between(c.start, c.stop, c.rbw);
         const Trace plain = Measure(device, s);
         s.reject = true;
         const Trace rejected = Measure(device, s);

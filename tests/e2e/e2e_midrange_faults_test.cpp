@@ -5,11 +5,11 @@
 #include <chrono>
 #include <thread>
 
-#include "e2e_midrange_support.h"
+#include "e2e_bench.h"
 
 namespace {
 
-using namespace widetest;
+using namespace e2e;
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kSerial = 41000004;
@@ -18,24 +18,24 @@ const Tone kTone{1001.3e6, -25.0};  // on a bin of 200 kHz
 class MidrangeFaults : public ::testing::Test {
 protected:
     void SetUp() override {
-        const std::string problem = LoadBench({Unit(kSerial, 4, {kTone}, -130.0)});
+        const std::string problem = LoadBench({{kSerial, 4, {kTone}, -130.0, true, 30.0}});
         if (!problem.empty()) GTEST_SKIP() << problem;
         device = Open(kSerial);
         ASSERT_GE(device, 0);
         // With rejection 597 steps of one block: three segments, a frame of 1.2 MB.
-        widetest::Sweep s;
-        s.start = 951e6;
-        s.stop = 1049e6;
-        s.rbw = 250e3;
+        Sweep s = Between(951e6, 1049e6, 250e3);
         s.reject = true;
-        ASSERT_EQ(qorNoError, Initiate(device, s));
-        qorQuerySweepInfo(device, &trace.length, &trace.startFreq, &trace.binSize);
-        trace.min.resize(static_cast<size_t>(trace.length));
-        trace.max.resize(static_cast<size_t>(trace.length));
+        Start(s);
         ASSERT_EQ(qorNoError, TakeSweep());
     }
     void TearDown() override {
         if (device >= 0) qorCloseDevice(device);
+    }
+    void Start(const Sweep& s) {
+        ASSERT_EQ(qorNoError, Initiate(device, s));
+        qorQuerySweepInfo(device, &trace.length, &trace.startFreq, &trace.binSize);
+        trace.min.resize(static_cast<size_t>(trace.length));
+        trace.max.resize(static_cast<size_t>(trace.length));
     }
     qorStatus TakeSweep() { return qorGetSweep_64f(device, trace.min.data(), trace.max.data()); }
     // A few sweeps after a fault: all without error, the last one right.
@@ -52,34 +52,28 @@ protected:
 };
 
 TEST_F(MidrangeFaults, LostHeadersResynchronise) {
-    ASSERT_EQ(0, Instrument()->loseFrameHeaders(kSerial, 3));
+    ASSERT_EQ(0, TheSim()->loseFrameHeaders(kSerial, 3));
     ExpectSweepsRecover();
 }
 
 TEST_F(MidrangeFaults, GarbledHeadersResynchronise) {
     // More than a whole frame: headers go, and samples with them.
-    ASSERT_EQ(0, Instrument()->corruptStreamBytes(kSerial, 1000, 1500000));
+    ASSERT_EQ(0, TheSim()->corruptStreamBytes(kSerial, 1000, 1500000));
     ExpectSweepsRecover();
 }
 
 TEST_F(MidrangeFaults, FramesOfAnotherSizeAreDropped) {
-    ASSERT_EQ(0, Instrument()->wrongSizeFrames(kSerial, 3));
+    ASSERT_EQ(0, TheSim()->wrongSizeFrames(kSerial, 3));
     ExpectSweepsRecover();
 }
 
 TEST_F(MidrangeFaults, UnplugGivesUsbErrorAndPromptAbort) {
     // Long frames (129 blocks a step), so that the unit mostly goes while the caller waits.
-    widetest::Sweep s;
-    s.start = 995e6;
-    s.stop = 1005e6;
-    s.rbw = 1e3;
+    Sweep s = Between(995e6, 1005e6, 1e3);
     s.vbw = s.rbw / 32;
-    ASSERT_EQ(qorNoError, Initiate(device, s));
-    qorQuerySweepInfo(device, &trace.length, &trace.startFreq, &trace.binSize);
-    trace.min.resize(static_cast<size_t>(trace.length));
-    trace.max.resize(static_cast<size_t>(trace.length));
+    Start(s);
     const auto unplugged = Clock::now();
-    ASSERT_EQ(0, Instrument()->unplug(kSerial, 5));
+    ASSERT_EQ(0, TheSim()->unplug(kSerial, 5));
     // A frame finished before the unplug may still be delivered.
     qorStatus status = qorNoError;
     for (int k = 0; k < 3 && status == qorNoError; ++k) status = TakeSweep();

@@ -7,25 +7,25 @@
 
 #include <cmath>
 
-#include "e2e_slow_support.h"
+#include "e2e_bench.h"
 
 namespace {
 
-using slowtest::Measure;
-using slowtest::Sweep;
-using slowtest::Trace;
+using e2e::Measure;
+using e2e::Sweep;
+using e2e::Trace;
 
 constexpr unsigned kVelmB = 42000002;
 constexpr double kQuiet = 2.0e9;  // nothing but noise within a few MHz
 constexpr double kToneFrequency = 2.3e9;
 
-const std::vector<slowtest::Unit>& Scene() {
+const std::vector<e2e::BenchUnit>& Scene() {
     // A noise floor high enough to be noise-like after the 16-bit sampling.
-    static const std::vector<slowtest::Unit> units = {{kVelmB, 2, {{kToneFrequency, -30.0}}, -140.0}};
+    static const std::vector<e2e::BenchUnit> units = {{kVelmB, 2, {{kToneFrequency, -30.0}}, -140.0}};
     return units;
 }
 
-class SlowDetectors : public slowtest::SceneSuite<Scene> {
+class SlowDetectors : public e2e::SceneSuite<Scene> {
 protected:
 
     static Trace Noise(int detector, int units, double vbw) {

@@ -8,7 +8,7 @@
 #include <chrono>
 #include <thread>
 
-#include "e2e_slow_support.h"
+#include "e2e_bench.h"
 
 namespace {
 
@@ -23,14 +23,12 @@ double MsSince(Clock::time_point t) {
 class SlowUnplug : public ::testing::TestWithParam<double> {
 protected:
     void SetUp() override {
-        if (!slowtest::Instrument()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
+        if (!e2e::TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
         // A fresh bench each time: an unplugged unit stays gone.
-        ASSERT_EQ(slowtest::OpenUnits({{kVelmB, 2, {{1.0e9, -30.0}}}}, &devices_), "");
-        device_ = devices_[kVelmB];
-        ASSERT_EQ(qorConfigCenterSpan(device_, 1.0e9, 5e3), qorNoError);
-        const double rbw = GetParam();
-        ASSERT_EQ(qorConfigSweepCoupling(device_, rbw, rbw, false), qorNoError);
-        ASSERT_EQ(qorInitiate(device_, ModeSweep), qorNoError);
+        ASSERT_EQ(e2e::LoadBench({{kVelmB, 2, {{1.0e9, -30.0}}}}), "");
+        device_ = e2e::Open(kVelmB);
+        ASSERT_GE(device_, 0);
+        ASSERT_EQ(e2e::Initiate(device_, e2e::Between(1.0e9 - 2.5e3, 1.0e9 + 2.5e3, GetParam())), qorNoError);
         int length = 0;
         double start = 0.0, bin = 0.0;
         ASSERT_EQ(qorQuerySweepInfo(device_, &length, &start, &bin), qorNoError);
@@ -38,9 +36,10 @@ protected:
         max_.resize(static_cast<size_t>(length));
         ASSERT_EQ(qorGetSweep_64f(device_, min_.data(), max_.data()), qorNoError);
     }
-    void TearDown() override { slowtest::CloseUnits(&devices_); }
+    void TearDown() override {
+        if (device_ >= 0) qorCloseDevice(device_);
+    }
 
-    std::map<unsigned, int> devices_;
     int device_ = -1;
     std::vector<double> min_, max_;
 };
@@ -66,7 +65,7 @@ TEST_P(SlowUnplug, WaitingRetrievalFailsWithinASecond) {
     while (!waiting) std::this_thread::yield();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     const Clock::time_point unplugged = Clock::now();
-    ASSERT_EQ(slowtest::Instrument()->unplug(kVelmB, 0.0), 0);
+    ASSERT_EQ(e2e::TheSim()->unplug(kVelmB, 0.0), 0);
     caller.join();
     EXPECT_EQ(result, qorUsbCommErr);
     const std::chrono::duration<double, std::milli> latency = failedAt - unplugged;
@@ -85,14 +84,14 @@ TEST_P(SlowUnplug, WaitingRetrievalFailsWithinASecond) {
     t = Clock::now();
     EXPECT_EQ(qorCloseDevice(device_), qorNoError);
     EXPECT_LT(MsSince(t), 1000.0);
-    devices_.clear();
+    device_ = -1;
 }
 
 // The last complete trace stays readable: the retrieval that reports the
 // failure still hands out the trace measured before it.
 TEST_P(SlowUnplug, LastTraceSurvivesTheFailure) {
     const std::vector<double> before = max_;
-    ASSERT_EQ(slowtest::Instrument()->unplug(kVelmB, 0.0), 0);
+    ASSERT_EQ(e2e::TheSim()->unplug(kVelmB, 0.0), 0);
     const Clock::time_point t = Clock::now();
     qorStatus status;
     do {

@@ -8,18 +8,18 @@
 
 #include <cmath>
 
-#include "e2e_slow_support.h"
+#include "e2e_bench.h"
 
 namespace {
 
-using slowtest::Measure;
-using slowtest::Sweep;
-using slowtest::Trace;
+using e2e::Measure;
+using e2e::Sweep;
+using e2e::Trace;
 
 constexpr unsigned kVelm = 21000001, kVelmB = 22000002, kOrskA = 23000003, kOrskB = 24000004;
 
-const std::vector<slowtest::Unit>& Scene() {
-    static const std::vector<slowtest::Unit> units = {
+const std::vector<e2e::BenchUnit>& Scene() {
+    static const std::vector<e2e::BenchUnit> units = {
         {kVelm, 1, {{300e6, -20.0}, {3.1e9, -70.0}}, -160.0, false},
         {kVelmB, 2,
          {{1.7e6, -10.0}, {50.3e6, -60.0}, {700.02e6, -40.0}, {1.0e9, -30.0}, {2.2e9, -100.0}, {4.3e9, 0.0}},
@@ -32,7 +32,7 @@ const std::vector<slowtest::Unit>& Scene() {
     return units;
 }
 
-using SlowLevel = slowtest::SceneSuite<Scene>;
+using SlowLevel = e2e::SceneSuite<Scene>;
 
 
 struct ToneCase {
@@ -104,11 +104,11 @@ TEST_F(SlowLevel, ToneAtItsFrequencyAndLevel) {
         ASSERT_EQ(t.initiate, c.initiate);
         ASSERT_EQ(t.get, qorNoError);
         if (c.bin > 0.0) {
-            EXPECT_DOUBLE_EQ(t.bin, c.bin);
+            EXPECT_DOUBLE_EQ(t.binSize, c.bin);
         }
         ASSERT_GT(t.length, 0);
         const int peak = t.PeakBin();
-        EXPECT_LE(std::fabs(t.Frequency(peak) - c.tone), t.bin) << "peak at " << t.Frequency(peak);
+        EXPECT_LE(std::fabs(t.FrequencyOf(peak) - c.tone), t.binSize) << "peak at " << t.FrequencyOf(peak);
         EXPECT_NEAR(t.max[peak], c.level, 0.5);
         EXPECT_NEAR(t.min[peak], c.level, 0.5);
     }
@@ -122,9 +122,9 @@ TEST_F(SlowLevel, SweepInfoFollowsTheFft) {
     const Trace t = Measure(devices_[kVelmB], sweep);
     ASSERT_EQ(t.initiate, qorNoError);
     // 1 kHz in the flat-top shape: 2048 points.
-    EXPECT_DOUBLE_EQ(t.bin, 486111.1111111111 / 2048);
-    EXPECT_EQ(t.length, static_cast<int>(100e3 / t.bin));
-    EXPECT_DOUBLE_EQ(t.start, 1.0e9 - (t.length / 2) * t.bin);
+    EXPECT_DOUBLE_EQ(t.binSize, 486111.1111111111 / 2048);
+    EXPECT_EQ(t.length, static_cast<int>(100e3 / t.binSize));
+    EXPECT_DOUBLE_EQ(t.startFreq, 1.0e9 - (t.length / 2) * t.binSize);
 }
 
 }  // namespace

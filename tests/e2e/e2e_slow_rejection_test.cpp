@@ -6,13 +6,13 @@
 #include <algorithm>
 #include <cmath>
 
-#include "e2e_slow_support.h"
+#include "e2e_bench.h"
 
 namespace {
 
-using slowtest::Measure;
-using slowtest::Sweep;
-using slowtest::Trace;
+using e2e::Measure;
+using e2e::Sweep;
+using e2e::Trace;
 
 constexpr unsigned kVelmB = 32000002, kOrskB = 34000004;
 constexpr double kHighIf = 10694444.444444444, kLowIf = 2916666.6666666667;
@@ -24,8 +24,8 @@ constexpr double kVelmCenter = 1.5e9, kOrskCenter = 5.0e9;
 // band 2, behind its first mixer, where images come from below the signal.
 // The 4.4 GHz unit also sees the image of its second pass (low IF), which
 // would show 40 kHz below the centre.
-const std::vector<slowtest::Unit>& Scene() {
-    static const std::vector<slowtest::Unit> units = {
+const std::vector<e2e::BenchUnit>& Scene() {
+    static const std::vector<e2e::BenchUnit> units = {
         {kVelmB, 2,
          {{kVelmCenter + 25e3, -30.0}, {kVelmCenter + 2 * kHighIf + 20e3, -40.0},
           {kVelmCenter + 2 * kLowIf + 40e3, -40.0}}},
@@ -34,14 +34,14 @@ const std::vector<slowtest::Unit>& Scene() {
     return units;
 }
 
-class SlowRejection : public slowtest::SceneSuite<Scene> {
+class SlowRejection : public e2e::SceneSuite<Scene> {
 protected:
 
     // Strongest reading farther than 10 kHz from the real tone.
     static double Spurious(const Trace& t, double tone) {
         double highest = -400.0;
         for (int i = 0; i < t.length; ++i) {
-            if (std::fabs(t.Frequency(i) - tone) > 10e3) highest = std::max(highest, t.max[static_cast<size_t>(i)]);
+            if (std::fabs(t.FrequencyOf(i) - tone) > 10e3) highest = std::max(highest, t.max[static_cast<size_t>(i)]);
         }
         return highest;
     }
@@ -67,7 +67,7 @@ TEST_F(SlowRejection, ImagesGoRealTonesStay) {
         // ...with it, nothing is left of it but noise: at least 40 dB down.
         EXPECT_LT(Spurious(rejected, tone), -40.0 - 40.0);
         const int peak = rejected.PeakBin();
-        EXPECT_LE(std::fabs(rejected.Frequency(peak) - tone), rejected.bin);
+        EXPECT_LE(std::fabs(rejected.FrequencyOf(peak) - tone), rejected.binSize);
         EXPECT_NEAR(rejected.max[static_cast<size_t>(peak)], -30.0, 0.5);
     }
 }

@@ -1,15 +1,17 @@
 // What the end-to-end tests share on the virtual instrument: the bench they
-// load, the calibration folder of the run, the commands a unit saw and the
-// tones found in a trace.
+// load, the calibration folder of the run, the commands a unit saw, sweeps
+// measured through the C API and the tones found in them.
 #ifndef QOR_TESTS_SUPPORT_E2E_BENCH_H
 #define QOR_TESTS_SUPPORT_E2E_BENCH_H
 
+#include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -33,10 +35,10 @@ struct Tone {
 struct BenchUnit {
     unsigned serial;
     int type;
+    std::vector<Tone> tones;
+    double noiseFloor = -160.0;  // dBm/Hz; NaN: the bench's own
     bool onDeviceCalibration = true;
     double temperature = NAN;  // NaN: the bench's own
-    double noiseFloor = NAN;   // NaN: the bench's own
-    std::vector<Tone> tones;
 };
 
 // A fast-clock, immediate-pacing bench of `units`, each with a scene of CW tones.
@@ -137,6 +139,162 @@ public:
 
 private:
     std::filesystem::path path_;
+};
+
+// The calibration folder of this test process, removed when it ends.
+inline const TempFolder& CalibrationFolder() {
+    static const TempFolder folder("e2e");
+    return folder;
+}
+
+// Loads the bench, puts the table files of the units without calibration on
+// board into the calibration folder (as if downloaded before; a type 1 unit
+// has none and gives its unit block page by page) and points the library at
+// it. Empty, or why it failed.
+inline std::string LoadBench(const std::vector<BenchUnit>& units) {
+    const Sim* sim = TheSim();
+    if (!sim) return "the D2XX library is no virtual instrument";
+    if (sim->loadBenchJson(BenchJson(units).c_str()) != 0) return std::string("bench refused: ") + sim->lastError();
+    if (CalibrationFolder().Path().empty()) return "no calibration folder";
+    for (const BenchUnit& unit : units) {
+        if (!unit.onDeviceCalibration && unit.type >= 2 && !CalibrationFolder().CopyTableFile(unit.serial)) {
+            return "no table file of " + std::to_string(unit.serial);
+        }
+    }
+    CalibrationFolder().UseAsCalibrationCache();
+    return "";
+}
+
+// Opens the unit; -1 on failure.
+inline int Open(unsigned serial) {
+    int device = -1;
+    return qorOpenDeviceBySerialNumber(&device, static_cast<int>(serial)) == qorNoError ? device : -1;
+}
+
+// LoadBench, then opens every unit: `devices` maps serials to device indices.
+// Empty, or why it failed.
+inline std::string OpenUnits(const std::vector<BenchUnit>& units, std::map<unsigned, int>* devices) {
+    const std::string failure = LoadBench(units);
+    if (!failure.empty()) return failure;
+    for (const BenchUnit& unit : units) {
+        int device = -1;
+        const qorStatus status = qorOpenDeviceBySerialNumber(&device, static_cast<int>(unit.serial));
+        if (status != qorNoError) return "open " + std::to_string(unit.serial) + ": " + qorGetErrorString(status);
+        (*devices)[unit.serial] = device;
+    }
+    return "";
+}
+
+inline void CloseAll() {
+    for (int device = 0; device < 8; ++device) qorCloseDevice(device);
+}
+
+struct Sweep {
+    double center = 0.0;
+    double span = 100e3;
+    double rbw = 1e3;
+    double vbw = 0.0;  // 0: the RBW
+    bool reject = false;
+    double refLevel = -20.0;
+    int atten = -1;
+    int gain = -1;
+    bool preamp = false;
+    int shape = 1;  // flat top
+    int detector = 0;
+    int units = 0;
+    int scale = 0;
+};
+
+inline Sweep Between(double start, double stop, double rbw) {
+    Sweep s;
+    s.center = (start + stop) / 2;
+    s.span = stop - start;
+    s.rbw = rbw;
+    return s;
+}
+
+struct Trace {
+    qorStatus initiate = qorUnknownErr;
+    qorStatus get = qorUnknownErr;
+    int length = 0;
+    double startFreq = 0.0;
+    double binSize = 0.0;
+    std::vector<double> min, max;
+
+    double FrequencyOf(int bin) const { return startFreq + bin * binSize; }
+    int PeakBin() const { return static_cast<int>(std::max_element(max.begin(), max.end()) - max.begin()); }
+    // Strongest bin of the max trace within `reach` Hz of `frequency`; -1 if none lies there.
+    int PeakNear(double frequency, double reach) const {
+        return e2e::PeakNear(max, startFreq, binSize, frequency, reach);
+    }
+    // Highest value of the max trace within `reach` Hz of `frequency`.
+    double LevelNear(double frequency, double reach) const {
+        const int peak = PeakNear(frequency, reach);
+        return peak < 0 ? -300.0 : max[peak];
+    }
+    // The middle of the bins within 3 dB of `peak`: a flat-top RBW shows a
+    // tone flat over several bins, so its highest bin says little.
+    double CentreOf(int peak) const {
+        int low = peak, high = peak;
+        while (low > 0 && max[low - 1] > max[peak] - 3.0) --low;
+        while (high < length - 1 && max[high + 1] > max[peak] - 3.0) ++high;
+        return (FrequencyOf(low) + FrequencyOf(high)) / 2;
+    }
+    // Mean of a trace in dB over the bins farther than `guard` bins from `away`.
+    static double MeanDb(const std::vector<double>& trace, int away = -1, int guard = 0) {
+        double sum = 0.0;
+        int count = 0;
+        for (int i = 0; i < static_cast<int>(trace.size()); ++i) {
+            if (away >= 0 && std::abs(i - away) <= guard) continue;
+            sum += trace[static_cast<std::size_t>(i)];
+            ++count;
+        }
+        return count ? sum / count : NAN;
+    }
+};
+
+// Configures the sweep and starts the sweep mode.
+inline qorStatus Initiate(int device, const Sweep& s) {
+    qorConfigCenterSpan(device, s.center, s.span);
+    qorConfigSweepCoupling(device, s.rbw, s.vbw > 0.0 ? s.vbw : s.rbw, s.reject);
+    qorConfigLevel(device, s.refLevel);
+    if (s.atten >= 0 || s.gain >= 0 || s.preamp) qorConfigGainAtten(device, s.atten, s.gain, s.preamp);
+    qorConfigRBWShape(device, s.shape);
+    qorConfigProcUnits(device, s.units);
+    qorConfigAcquisition(device, s.detector, s.scale);
+    return qorInitiate(device, ModeSweep);
+}
+
+// Starts the sweep mode, takes `sweeps` traces (the last one is kept) and stops.
+inline Trace Measure(int device, const Sweep& s, int sweeps = 1) {
+    Trace t;
+    t.initiate = Initiate(device, s);
+    if (t.initiate < 0) return t;
+    qorQuerySweepInfo(device, &t.length, &t.startFreq, &t.binSize);
+    t.min.assign(static_cast<std::size_t>(std::max(t.length, 0)), 0.0);
+    t.max = t.min;
+    for (int k = 0; k < sweeps; ++k) t.get = qorGetSweep_64f(device, t.min.data(), t.max.data());
+    qorAbort(device);
+    return t;
+}
+
+// A suite that opens the units of `Scene` once; a test skips without the
+// virtual instrument and fails when they did not open.
+template <const std::vector<BenchUnit>& (*Scene)()>
+class SceneSuite : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { failure_ = OpenUnits(Scene(), &devices_); }
+    static void TearDownTestSuite() {
+        for (const auto& [serial, device] : devices_) qorCloseDevice(device);
+        devices_.clear();
+    }
+    void SetUp() override {
+        if (!TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
+        ASSERT_EQ(failure_, "");
+    }
+
+    static inline std::string failure_;
+    static inline std::map<unsigned, int> devices_;
 };
 
 }  // namespace e2e
