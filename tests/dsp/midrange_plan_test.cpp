@@ -1,6 +1,6 @@
-// The hopped sweeps' step grid, the midrange frame and its segments, and the
-// processing of a synthetic frame: where a step's bins land, and how a step
-// pairs with its partner in both forms of rejection.
+// The hopped sweeps' step grid, the midrange frame and its segments at their
+// limits, and where a step's bins land in the processing of a synthetic frame
+// (rejection is measured end to end).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -53,8 +53,8 @@ constexpr double kStart = 1000e6;
 constexpr double kStop250 = 1049.7e6;
 constexpr double kStop251 = 1049.9e6;
 
-MidrangePlan Plan(double stop, bool reject, int fftSize = 1024, int sampleCount = 1280) {
-    return PlanMidrange(kStart, stop, stop - kStart, fftSize, 1.0, reject, sampleCount);
+MidrangePlan Plan(double stop, bool reject) {
+    return PlanMidrange(kStart, stop, stop - kStart, 1024, 1.0, reject, 1280);
 }
 
 TEST(MidrangePlan, SegmentsOfAtMost250Steps) {
@@ -81,42 +81,19 @@ TEST(MidrangePlan, SegmentsOfAtMost250Steps) {
     EXPECT_EQ((std::vector<int32_t>{rejected.firstStep, rejected.firstStep + 250}), rejected.segmentStart);
 }
 
-TEST(MidrangePlan, ShortSpanHasTwoHalves) {
-    const MidrangePlan p = Plan(kStart + 10e6, true);
-    const int32_t steps = p.grid.stepCount;
-    ASSERT_LT(steps, 107);
-    EXPECT_TRUE(p.shortSpan);
-    EXPECT_EQ(2 * steps, p.stepCount);
-    EXPECT_EQ(steps, p.partner);
-    EXPECT_EQ(steps, p.steps);
-    EXPECT_EQ((std::vector<int32_t>{p.grid.stepStart - 107, p.grid.stepStart}), p.segmentStart);
-    EXPECT_EQ((std::vector<int32_t>{steps, steps}), p.segmentLength);
-}
-
-TEST(MidrangePlan, BlocksPerStepFollowTheCore) {
-    EXPECT_EQ(129, Plan(kStop250, false, 65536, 66048 - 256).blocksPerStep);
-    EXPECT_EQ(3, Plan(kStop250, false, 1024, 1536 - 256).blocksPerStep);
-    const MidrangePlan direct = Plan(kStop250, false, 1, 512);  // no FFT: the core keeps its 512
-    EXPECT_EQ(1, direct.blocksPerStep);
-    EXPECT_EQ(1, direct.grid.binsPerStep);
-    EXPECT_EQ(250 * 512, direct.FrameSamples());
-}
-
 // A synthetic frame through the frame processor.
 class FrameProcessing : public ::testing::Test {
 protected:
-    static constexpr double kMix = qor::kMixFrequency;
-
-    void Build(double start, double stop, bool reject, double rbwToVbw = 1.0, int detector = 0) {
+    void Build(double start, double stop, double rbwToVbw, int detector) {
         filter = std::make_unique<qor::RbwFilter>(10e3, 1, qor::kSampleRate, 0, false);
         const int samples = (filter->fftSize * 4 + 767) / 512 * 512;
         core = std::make_unique<qor::SpectrumCore>(filter.get(), detector, rbwToVbw, samples, true);
-        plan = PlanMidrange(start, stop, stop - start, filter->fftSize, 1.0, reject, core->sampleCount);
+        plan = PlanMidrange(start, stop, stop - start, filter->fftSize, 1.0, false, core->sampleCount);
         // A floor of small noise, 130 dB under the tones: no bin is an exact 0 (minus infinity in dB).
         frame.resize(static_cast<size_t>(plan.FrameSamples()));
         for (size_t t = 0; t < frame.size(); ++t) frame[t] = {1e-7 * (t * 7919 % 13 - 6.0), 1e-7 * (t * 104729 % 11 - 5.0)};
-        processor = std::make_unique<qor::MidrangeFrameProcessor>(plan, core.get(), filter->fftSize, reject);
-        corrections = std::make_unique<qor::StepCorrections>(nullptr, plan.grid, 0.0, reject);  // all 0 dB
+        processor = std::make_unique<qor::MidrangeFrameProcessor>(plan, core.get(), filter->fftSize, false);
+        corrections = std::make_unique<qor::StepCorrections>(nullptr, plan.grid, 0.0, false);  // all 0 dB
         minTrace.assign(static_cast<size_t>(plan.grid.sweepLength), 0.0);
         maxTrace = minTrace;
     }
@@ -132,16 +109,6 @@ protected:
         for (int t = 0; t < plan.StepSamples(); ++t) {
             step[t].re += amplitude * std::cos(2 * M_PI * cycles * t);
             step[t].im += amplitude * std::sin(2 * M_PI * cycles * t);
-        }
-    }
-    // The partner of trace step i: what conjugated and mixed reads like step i mixed.
-    void MirrorIntoPartner(int i) {
-        Ipp64fc* from = Step(i + plan.partner);
-        Ipp64fc* to = Step(i);
-        for (int t = 0; t < plan.StepSamples(); ++t) {
-            const double phase = -2.0 * 2 * M_PI * kMix * t;  // conj(mix)^2
-            const double re = from[t].re, im = -from[t].im;
-            to[t] = {re * std::cos(phase) - im * std::sin(phase), re * std::sin(phase) + im * std::cos(phase)};
         }
     }
     int PeakBin() { return static_cast<int>(std::max_element(maxTrace.begin(), maxTrace.end()) - maxTrace.begin()); }
@@ -164,31 +131,13 @@ protected:
 TEST_F(FrameProcessing, ToneLandsOnItsBin) {
     for (const auto& [ratio, detector] : {std::pair{1.0, 0}, std::pair{2.0, 0}, std::pair{1.0, 1}}) {
         SCOPED_TRACE(testing::Message() << "RBW/VBW " << ratio << " detector " << detector);
-        Build(1000e6, 1002e6, false, ratio, detector);
+        Build(1000e6, 1002e6, ratio, detector);
         const double f = 1001.2345e6;
         AddTone(TraceStep(f), f, 0.1);
         Run();
         EXPECT_NEAR(f, plan.grid.startFreq + PeakBin() * plan.grid.binSize, plan.grid.binSize * 1.5);
         EXPECT_NEAR(-20.0 + 3.01, maxTrace[static_cast<size_t>(PeakBin())], 0.3) << "the window's 3 dB, uncorrected";
         EXPECT_NEAR(minTrace[static_cast<size_t>(PeakBin())], maxTrace[static_cast<size_t>(PeakBin())], 0.1);
-    }
-}
-
-TEST_F(FrameProcessing, RejectionKeepsWhatBothViewsShow) {
-    for (const bool shortSpan : {true, false}) {
-        SCOPED_TRACE(shortSpan ? "two halves" : "107 steps lower");
-        Build(1000e6, shortSpan ? 1002e6 : 1030e6, true);
-        ASSERT_EQ(shortSpan, plan.shortSpan);
-        const double signal = 1001.2345e6, image = 1001.6789e6;
-        AddTone(TraceStep(signal), signal, 0.1);
-        MirrorIntoPartner(TraceStep(signal));      // the signal shows from both LOs
-        AddTone(TraceStep(image), image, 0.1);     // the image from one only
-        Run();
-        const auto at = [this](double f) {
-            return maxTrace[static_cast<size_t>(std::lround((f - plan.grid.startFreq) / plan.grid.binSize))];
-        };
-        EXPECT_NEAR(-20.0 + 3.01, at(signal), 0.3);
-        EXPECT_LT(at(image), -100.0);
     }
 }
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 
 #include "rbw_filter.h"
 
@@ -114,27 +113,6 @@ TEST(RbwFilter, ConfinedGaussianMatchesItsDefinition) {
     EXPECT_NEAR(taps[20], g(20) - k * (g(20 + length) + g(20 - length)), 1e-15);
     EXPECT_GT(taps[20], 0.99);
     EXPECT_LT(taps[0], 0.01);
-}
-
-TEST(RbwFilter, DirectPowerHasNoBuffers) {
-    RbwFilter filter(250000.0, RbwShapeFlatTop, kSampleRate, 2, false);
-    EXPECT_EQ(filter.fftSize, 1);
-    EXPECT_EQ(filter.units, 2);
-    EXPECT_TRUE(filter.complexWindow.empty());
-    EXPECT_TRUE(filter.workSamples.empty());
-    EXPECT_EQ(filter.fftPlan, nullptr);
-}
-
-TEST(FftPlan, ForwardDividesByNAndInverseUndoesIt) {
-    const int order = 6, n = 1 << order;
-    qor::FftPlan plan(order);
-    std::vector<Ipp64fc> x(n), y(n), z(n);
-    for (int i = 0; i < n; ++i) x[i] = {std::cos(2 * M_PI * 5 * i / n), std::sin(2 * M_PI * 5 * i / n)};
-    ASSERT_EQ(plan.Forward(x.data(), y.data()), ippStsNoErr);
-    EXPECT_NEAR(y[5].re, 1.0, 1e-12);
-    EXPECT_NEAR(std::hypot(y[6].re, y[6].im), 0.0, 1e-12);
-    ASSERT_EQ(plan.Inverse(y.data(), z.data()), ippStsNoErr);
-    for (int i = 0; i < n; ++i) EXPECT_NEAR(z[i].re, x[i].re, 1e-12);
 }
 
 }  // namespace
