@@ -278,6 +278,21 @@ inline Trace Measure(int device, const Sweep& s, int sweeps = 1) {
     return t;
 }
 
+// Every tone that lies in the trace: a peak within `reach` Hz, centred on the
+// tone within one bin and within `tolerance` dB of its level.
+inline void ExpectTones(const Trace& t, const std::vector<Tone>& tones, double tolerance, double reach) {
+    int seen = 0;
+    for (const Tone& tone : tones) {
+        if (tone.frequency < t.FrequencyOf(0) || tone.frequency > t.FrequencyOf(t.length - 1)) continue;
+        ++seen;
+        const int peak = t.PeakNear(tone.frequency, reach);
+        ASSERT_GE(peak, 0) << tone.frequency;
+        EXPECT_NEAR(t.CentreOf(peak), tone.frequency, t.binSize) << "tone at " << tone.frequency;
+        EXPECT_NEAR(t.max[peak], tone.level, tolerance) << "tone at " << tone.frequency;
+    }
+    EXPECT_GT(seen, 0) << "no tone in the trace";
+}
+
 // A suite that opens the units of `Scene` once; a test skips without the
 // virtual instrument and fails when they did not open.
 template <const std::vector<BenchUnit>& (*Scene)()>
