@@ -32,7 +32,9 @@ constexpr Unit kNowhere = {51000022, 2, false};
 
 std::string Bench() {
     std::vector<e2e::BenchUnit> units;
-    auto add = [&](const Unit& u) { units.push_back({static_cast<unsigned>(u.serial), u.type, {}, NAN, u.onDevice, 28.0}); };
+    auto add = [&](const Unit& u) {
+        units.push_back({static_cast<unsigned>(u.serial), u.type, {}, NAN, u.onDevice, 28.0});
+    };
     for (const Unit& u : kOnBoard) add(u);
     add(kPageOnly);
     for (const Unit& u : kDownload) add(u);

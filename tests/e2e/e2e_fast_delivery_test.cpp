@@ -24,7 +24,8 @@ protected:
     static void SetUpTestSuite() {
         if (!TheSim()) return;
         const std::vector<Tone> tones = {{150.1e6, -30}, {7030.0e6, -30}};
-        ASSERT_EQ("", e2e::LoadBench({FastUnit(kVelm, 1, tones), FastUnit(kVelmB, 2, tones), FastUnit(kOrskB, 4, tones)}));
+        ASSERT_EQ("", e2e::LoadBench({FastUnit(kVelm, 1, tones), FastUnit(kVelmB, 2, tones),
+                                      FastUnit(kOrskB, 4, tones)}));
     }
     void SetUp() override {
         sim = TheSim();

@@ -14,7 +14,6 @@
 
 namespace fastsweep {
 
-using e2e::BenchJson;
 using e2e::Commands;
 using e2e::Open;
 using e2e::Payload;
