@@ -1,11 +1,11 @@
 // The decisive check of the corrections: for a unit of each type, built from
 // the factory calibration that the virtual instrument measured from its own
 // physics, GetCorrection must give minus the instrument's true path gain,
-// less the window's 3 dB: within 0.05 dB on the calibration's grid points at
-// record temperatures, and across the IF filter within that plus the error of
-// interpolating the true gain itself. How the corrections interpolate between
-// grid points and records, and beyond them, the closed-form tests of each
-// family pin exactly.
+// less the window's 3 dB: within 0.05 dB on the calibration's grid points,
+// and between them within that plus the error of interpolating the true gain
+// itself over the same stretch. The one term read without interpolation, the
+// preamplifier's drift (held at the lower record of the temperature's
+// bracket), may move by what the truth's preamplifier moves over the hold.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -74,6 +74,22 @@ protected:
         corr->preampOn = p.preamp != 0;
         return corr->GetCorrection(p.f, p.att, p.gain, p.highIf, p.ifOffset, -1);
     }
+    // What the truth's preamplifier term moves between the temperature of p
+    // and the record at which the corrections read its drift: the lower
+    // record of the bracket, the last one being 11.
+    double PreampHold(const Point& p) {
+        if (type != 2 || !p.preamp) return 0.0;
+        std::size_t lower = 0;
+        while (lower < 11 && records_[lower + 1] <= p.temperature) ++lower;
+        Point held = p;
+        held.temperature = records_[lower];
+        auto preamp = [&](Point q) {
+            const double on = Truth(q);
+            q.preamp = 0;
+            return on - Truth(q);
+        };
+        return std::fabs(preamp(p) - preamp(held));
+    }
     // The record temperatures of the unit's table block.
     std::vector<double> RecordTemperatures() const {
         std::vector<double> t;
@@ -116,9 +132,11 @@ protected:
         const double line = (1.0 - weight) * Truth(a) + weight * Truth(b);
         Check(mid, truthMid, kGridTolerance + std::fabs(truthMid - line));
     }
-    // Reports the first few disagreements in full and counts the rest.
     void Check(const Point& p, double truth, double allowed) {
-        const double library = Library(p);
+        Compare(p, Library(p), truth, allowed + PreampHold(p));
+    }
+    // Reports the first few disagreements in full and counts the rest.
+    void Compare(const Point& p, double library, double truth, double allowed) {
         if (std::fabs(library - truth) <= allowed) return;
         if (++failures_ <= 10)
             ADD_FAILURE() << Describe(p) << ": library " << library << ", truth " << truth << ", allowed " << allowed;
@@ -159,6 +177,20 @@ TEST_P(TrueGainTest, AgreesOnTheGrid) {
                 });
 }
 
+TEST_P(TrueGainTest, AgreesBetweenFrequencyPoints) {
+    const std::vector<double> grid = FrequencyGrid();
+    const double t = records_[records_.size() / 2];
+    for (std::size_t i = 0; i + 1 < grid.size(); ++i) {
+        // The neighbour on the table's own grid, not the thinned one.
+        const double step = type <= 2 ? (grid[i] < 150e6 ? 1e6 : 1e7) : std::min(grid[i + 1] - grid[i], 1e7);
+        const double a = grid[i], b = grid[i] + step, mid = a + 0.37 * step;
+        ForEachState([&](int att, int gain, int highIf, int preamp) {
+            CheckBetween({a, att, gain, highIf, preamp, 0.0, t}, {mid, att, gain, highIf, preamp, 0.0, t},
+                         {b, att, gain, highIf, preamp, 0.0, t}, 0.37);
+        });
+    }
+}
+
 TEST_P(TrueGainTest, AgreesAcrossTheIfFilter) {
     const double t = records_.front();
     for (double f : {5e6, 900e6, 3.1e9})
@@ -171,6 +203,60 @@ TEST_P(TrueGainTest, AgreesAcrossTheIfFilter) {
                              2100.0 / 5000.0);
             });
         }
+}
+
+TEST_P(TrueGainTest, AgreesOnThePreampRollOff) {
+    if (type != 2) GTEST_SKIP() << "only type 2 has a preamplifier";
+    // The preamplifier's part alone, on less off: it leaves out the response,
+    // which the corrections extrapolate below 1 MHz.
+    auto preamp = [&](Point p, const std::function<double(const Point&)>& gain) {
+        const double on = gain(p);
+        p.preamp = 0;
+        return on - gain(p);
+    };
+    auto truth = [&](const Point& p) { return preamp(p, [&](const Point& q) { return Truth(q); }); };
+    auto library = [&](const Point& p) { return preamp(p, [&](const Point& q) { return Library(q); }); };
+    for (double t : {records_.front(), records_.back()})
+        for (int highIf = 0; highIf < 2; ++highIf)
+            for (double f = 0.0; f < 1e6; f += 50e3) {
+                const Point a{f, 1, 1, highIf, 1, 0.0, t}, mid{f + 21e3, 1, 1, highIf, 1, 0.0, t},
+                    b{f + 50e3, 1, 1, highIf, 1, 0.0, t};
+                Compare(a, library(a), truth(a), kGridTolerance + PreampHold(a));
+                const double line = 0.58 * truth(a) + 0.42 * truth(b);
+                Compare(mid, library(mid), truth(mid), kGridTolerance + PreampHold(mid) + std::fabs(truth(mid) - line));
+            }
+}
+
+TEST_P(TrueGainTest, AgreesBetweenAndBeyondTheTemperatureRecords) {
+    const std::vector<double>& records = records_;
+    if (records.size() < 2) GTEST_SKIP() << "this type keeps no temperature records";
+    for (double f : {3e6, 700e6, 2.2e9, 5.5e9, 9e9}) {
+        if (type <= 2 && f > 4.4e9) continue;
+        ForEachState([&](int att, int gain, int highIf, int preamp) {
+            for (std::size_t r = 0; r + 1 < records.size(); r += 2) {
+                const double a = records[r], b = records[r + 1];
+                CheckBetween({f, att, gain, highIf, preamp, 0.0, a}, {f, att, gain, highIf, preamp, 0.0, 0.6 * a + 0.4 * b},
+                             {f, att, gain, highIf, preamp, 0.0, b}, 0.4);
+            }
+            // Beyond the records: the 4.4 GHz family extrapolates the last
+            // stretch, the 12.4 GHz family holds its edge record.
+            const std::size_t n = records.size();
+            const double below = records[0] - 8.0, above = records[n - 1] + 8.0;
+            if (type == 2) {
+                CheckBetween({f, att, gain, highIf, preamp, 0.0, records[0]}, {f, att, gain, highIf, preamp, 0.0, below},
+                             {f, att, gain, highIf, preamp, 0.0, records[1]},
+                             (below - records[0]) / (records[1] - records[0]));
+                CheckBetween({f, att, gain, highIf, preamp, 0.0, records[n - 2]},
+                             {f, att, gain, highIf, preamp, 0.0, above}, {f, att, gain, highIf, preamp, 0.0, records[n - 1]},
+                             (above - records[n - 2]) / (records[n - 1] - records[n - 2]));
+            } else {
+                const Point edgeLow{f, att, gain, highIf, preamp, 0.0, records[0]};
+                const Point edgeHigh{f, att, gain, highIf, preamp, 0.0, records[n - 1]};
+                CheckBetween(edgeLow, {f, att, gain, highIf, preamp, 0.0, below}, edgeLow, 0.0);
+                CheckBetween(edgeHigh, {f, att, gain, highIf, preamp, 0.0, above}, edgeHigh, 0.0);
+            }
+        });
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(EachType, TrueGainTest, ::testing::Values(1u, 2u, 3u, 4u),
