@@ -262,12 +262,9 @@ qorStatus FastSweepEngine::DeliverPartial(T* min, T* max, int* start, int* stop,
 
 template <typename T>
 qorStatus FastSweepEngine::Collect(T* min, T* max, int length, bool waitForever) {
-    int start = 0, stop = 0;
-    while (stop < length) {
-        const qorStatus status = DeliverPartial(min, max, &start, &stop, waitForever, true);
-        if (status < 0) return status;
-    }
-    return qorNoError;
+    return CollectByPartials(length, min, max, [&](T* a, T* b, int* start, int* stop) {
+        return DeliverPartial(a, b, start, stop, waitForever, true);
+    });
 }
 
 qorStatus FastSweepEngine::GetSweep64(double* min, double* max) { return Deliver(min, max); }

@@ -20,20 +20,6 @@ void SweepEngine::StopAcquisition() {
     if (thread.joinable()) thread.join();
 }
 
-namespace {
-
-template <typename T, typename Partial>
-qorStatus CollectByPartials(int length, T* min, T* max, Partial partial) {
-    int start = 0, stop = 0;
-    while (stop < length) {
-        const qorStatus status = partial(min, max, &start, &stop);
-        if (status < 0) return status;
-    }
-    return qorNoError;
-}
-
-}  // namespace
-
 qorStatus SweepEngine::CollectSweep64(double* min, double* max, int length) {
     return CollectByPartials(length, min, max,
                              [this](double* a, double* b, int* start, int* stop) {

@@ -68,6 +68,17 @@ protected:
     // Clears `running` and joins the acquisition thread if there is one;
     // safe to call again. Throws when called from that thread itself.
     void StopAcquisition();
+    // Calls `partial(min, max, &start, &stop)` until `length` bins stand or
+    // it returns a negative status.
+    template <typename T, typename Partial>
+    static qorStatus CollectByPartials(int length, T* min, T* max, Partial partial) {
+        int start = 0, stop = 0;
+        while (stop < length) {
+            const qorStatus status = partial(min, max, &start, &stop);
+            if (status < 0) return status;
+        }
+        return qorNoError;
+    }
 
     Settings* settings = nullptr;  // engines write only attenUsed, gainUsed, attenUsedB, gainUsedB, preamp
     RbwFilter* filter = nullptr;
