@@ -162,10 +162,10 @@ void AnalyzerLink::ReadCalBulk(bool orskFamily) {
 
 void AnalyzerLink::ReadFirmwareString(char out[16]) {
     Command({'V'});
-    ft_.SetTimeouts(commandChannel, 500, 500);
+    Ft().SetTimeouts(commandChannel, 500, 500);
     std::memset(out, 0, 16);
     const DWORD received = ReadReply(out, 16);
-    ft_.SetTimeouts(commandChannel, 5000, 5000);
+    Ft().SetTimeouts(commandChannel, 5000, 5000);
     out[std::min<DWORD>(received, 15)] = '\0';
 }
 

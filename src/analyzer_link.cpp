@@ -59,9 +59,11 @@ int32_t DecimalSerial(const char* serial) {
     return digits == 0 ? 0 : value;
 }
 
-AnalyzerLink::AnalyzerLink() : AnalyzerLink(d2xx::Functions()) {}
+AnalyzerLink::AnalyzerLink() : AnalyzerLink(nullptr) {}
 
-AnalyzerLink::AnalyzerLink(const d2xx::Table& d2xx)
+AnalyzerLink::AnalyzerLink(const d2xx::Table& d2xx) : AnalyzerLink(&d2xx) {}
+
+AnalyzerLink::AnalyzerLink(const d2xx::Table* d2xx)
     : plan(std::make_unique<TuningPlan>()), workBuffer(ippsMalloc_8u(kWorkBufferBytes)), ft_(d2xx) {
     if (!workBuffer) throw std::bad_alloc();
     std::memset(workBuffer, 0, kWorkBufferBytes);
@@ -76,7 +78,7 @@ AnalyzerLink::~AnalyzerLink() {
 
 DWORD AnalyzerLink::RefreshDeviceList() {
     DWORD count = 0;
-    if (ft_.CreateDeviceInfoList(&count) != FT_OK) return 0;
+    if (Ft().CreateDeviceInfoList(&count) != FT_OK) return 0;
     return count;
 }
 
@@ -85,7 +87,7 @@ void AnalyzerLink::EnumerateChannels(int serials[kMaxUnits], int streamIndex[kMa
     const int channels = *channelCount;
     int units = 0;
     for (int i = 0; i < channels && units < kMaxUnits; ++i) {
-        const ChannelInfo info = ReadChannelInfo(ft_, static_cast<DWORD>(i));
+        const ChannelInfo info = ReadChannelInfo(Ft(), static_cast<DWORD>(i));
         if (std::strcmp(info.description, kStreamDescription) != 0) continue;
         if (info.flags & FT_FLAGS_OPENED) continue;  // held by another process
         serials[units] = DecimalSerial(info.serial);
@@ -94,7 +96,7 @@ void AnalyzerLink::EnumerateChannels(int serials[kMaxUnits], int streamIndex[kMa
         ++units;
     }
     for (int i = 0; i < channels && *pairCount < kMaxUnits; ++i) {
-        const ChannelInfo info = ReadChannelInfo(ft_, static_cast<DWORD>(i));
+        const ChannelInfo info = ReadChannelInfo(Ft(), static_cast<DWORD>(i));
         if (std::strcmp(info.description, kCommandDescription) != 0) continue;
         const int serial = DecimalSerial(info.serial);
         for (int u = 0; u < units; ++u) {
@@ -157,13 +159,13 @@ int AnalyzerLink::OpenChannels(int streamIndex, int commandIndex) {
     if (streamIndex < 0) return -1;
     FT_STATUS status = FT_DEVICE_NOT_FOUND;
     for (int attempt = 0; attempt < kOpenTries; ++attempt) {
-        status = ft_.Open(streamIndex, &streamChannel);
+        status = Ft().Open(streamIndex, &streamChannel);
         if (status == FT_OK) break;
         streamChannel = nullptr;
         if (attempt + 1 < kOpenTries) os::SleepMs(kOpenRetryMs);
     }
     if (status != FT_OK) return -1;
-    if (ft_.Open(commandIndex, &commandChannel) != FT_OK) {
+    if (Ft().Open(commandIndex, &commandChannel) != FT_OK) {
         commandChannel = nullptr;
         Close();  // a half-open link would be taken for open by the next call
         return -1;
@@ -174,11 +176,11 @@ int AnalyzerLink::OpenChannels(int streamIndex, int commandIndex) {
 
 void AnalyzerLink::Setup() {
     orskPath = -100;
-    ft_.SetBaudRate(commandChannel, kCommandBaud);
-    ft_.SetTimeouts(commandChannel, 5000, 5000);
-    ft_.SetTimeouts(streamChannel, 1000, 1000);
-    ft_.SetLatencyTimer(commandChannel, 2);
-    ft_.SetLatencyTimer(streamChannel, 16);
+    Ft().SetBaudRate(commandChannel, kCommandBaud);
+    Ft().SetTimeouts(commandChannel, 5000, 5000);
+    Ft().SetTimeouts(streamChannel, 1000, 1000);
+    Ft().SetLatencyTimer(commandChannel, 2);
+    Ft().SetLatencyTimer(streamChannel, 16);
 
     os::SleepMs(50);
     StopStream();  // also drains what an earlier use left
@@ -188,8 +190,8 @@ void AnalyzerLink::Setup() {
 }
 
 void AnalyzerLink::Close() {
-    if (streamChannel) ft_.Close(streamChannel);
-    if (commandChannel) ft_.Close(commandChannel);
+    if (streamChannel) Ft().Close(streamChannel);
+    if (commandChannel) Ft().Close(commandChannel);
     streamChannel = nullptr;
     commandChannel = nullptr;
     isOpen = false;
@@ -197,7 +199,7 @@ void AnalyzerLink::Close() {
 }
 
 void AnalyzerLink::CyclePort() {
-    if (streamChannel) ft_.CyclePort(streamChannel);
+    if (streamChannel) Ft().CyclePort(streamChannel);
 }
 
 void AnalyzerLink::ReadSerialString(char out[16]) {
@@ -205,21 +207,21 @@ void AnalyzerLink::ReadSerialString(char out[16]) {
     char description[FT_DESCRIPTION_SIZE] = {};
     FT_DEVICE type = 0;
     DWORD id = 0;
-    ft_.GetDeviceInfo(commandChannel, &type, &id, serial, description, nullptr);
+    Ft().GetDeviceInfo(commandChannel, &type, &id, serial, description, nullptr);
     serial[kSerialLength] = '\0';
     std::memcpy(out, serial, FT_SERIAL_SIZE);
 }
 
 DWORD AnalyzerLink::ReadUserArea(uint8_t data[16]) {
     DWORD received = 0;
-    ft_.EE_UARead(commandChannel, data, 16, &received);
+    Ft().EE_UARead(commandChannel, data, 16, &received);
     return std::min<DWORD>(received, 16);
 }
 
 void AnalyzerLink::WriteUserArea(const uint8_t data[16]) {
     uint8_t copy[16];
     std::memcpy(copy, data, sizeof copy);
-    ft_.EE_UAWrite(commandChannel, copy, sizeof copy);
+    Ft().EE_UAWrite(commandChannel, copy, sizeof copy);
 }
 
 // ---- Framing -----------------------------------------------------------------
@@ -242,7 +244,7 @@ void AnalyzerLink::SendPayload(int length, FT_HANDLE channel, bool noDelay) {
     }
     wire[size++] = kFrameEnd;
     DWORD written = 0;
-    ft_.Write(channel ? channel : commandChannel, wire, size, &written);
+    Ft().Write(channel ? channel : commandChannel, wire, size, &written);
     if (!noDelay) os::SleepMs(static_cast<uint32_t>(commandDelay));
 }
 
@@ -255,7 +257,7 @@ void AnalyzerLink::Command(std::initializer_list<uint8_t> payload, uint32_t extr
 
 DWORD AnalyzerLink::ReadReply(void* out, DWORD count) {
     DWORD received = 0;
-    ft_.Read(commandChannel, out, count, &received);
+    Ft().Read(commandChannel, out, count, &received);
     return std::min(received, count);
 }
 
@@ -265,15 +267,15 @@ void AnalyzerLink::WriteRegister(int address, int value) { Command({'I', LowByte
 
 DWORD AnalyzerLink::StreamQueued() {
     DWORD queued = 0;
-    ft_.GetQueueStatus(streamChannel, &queued);
+    Ft().GetQueueStatus(streamChannel, &queued);
     return queued;
 }
 
-void AnalyzerLink::PurgeStream(ULONG mask) { ft_.Purge(streamChannel, mask); }
+void AnalyzerLink::PurgeStream(ULONG mask) { Ft().Purge(streamChannel, mask); }
 
 DWORD AnalyzerLink::ReadStreamBytes(void* out, DWORD count) {
     DWORD received = 0;
-    ft_.Read(streamChannel, out, count, &received);
+    Ft().Read(streamChannel, out, count, &received);
     return std::min(received, count);
 }
 

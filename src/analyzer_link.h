@@ -37,8 +37,10 @@ public:
     static constexpr int kWorkBufferBytes = 65536;
     static constexpr uint32_t kCommandBaud = 46667;
 
-    AnalyzerLink();                                   // on the process D2XX table
-    explicit AnalyzerLink(const d2xx::Table& d2xx);   // on another one (tests)
+    // On the process D2XX table, resolved when the link first reaches the
+    // bus, not when the link is built (the device table is built at load).
+    AnalyzerLink();
+    explicit AnalyzerLink(const d2xx::Table& d2xx);  // on another one (tests)
     ~AnalyzerLink();
     AnalyzerLink(const AnalyzerLink&) = delete;
     AnalyzerLink& operator=(const AnalyzerLink&) = delete;
@@ -185,7 +187,10 @@ private:
     // Widens `samples` 16-bit I, Q pairs of workBuffer to full scale 1.0.
     void Widen(Ipp64fc* out, int samples) const;
 
-    const d2xx::Table& ft_;
+    explicit AnalyzerLink(const d2xx::Table* d2xx);
+    const d2xx::Table& Ft() const { return ft_ ? *ft_ : d2xx::Functions(); }
+
+    const d2xx::Table* ft_;  // null: the process table
 };
 
 // Payload bytes of the command set: the low and high byte of a value.
