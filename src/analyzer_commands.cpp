@@ -88,6 +88,16 @@ void AnalyzerLink::SetGainRegisters(int a, int b) {
     Command({'I', 0x0C, LowByte(b)});
 }
 
+void AnalyzerLink::SetGainIndex(int gain) {
+    if (gain == 1) {
+        SetGainRegisters(0, 0);
+    } else if (gain == 2) {
+        SetGainRegisters(0, 128);
+    } else {
+        SetGainRegisters(128, 0);
+    }
+}
+
 void AnalyzerLink::SetAttenuation(double dB) { Command({'A', LowByte(RoundHalfUp(dB / attenStep))}); }
 
 void AnalyzerLink::SetSelfTestSource(bool on) { Command({'O', static_cast<uint8_t>(on ? 0x01 : 0x00)}); }
@@ -147,6 +157,11 @@ void AnalyzerLink::SetOrskPath(int path) {
     if (path == orskPath) return;
     Command({'A', LowByte(((path & 2) ? 138 : 131) + ((path & 1) ? 4 : 0))}, 50);
     orskPath = path;
+}
+
+void AnalyzerLink::ReleaseSweepPath() {
+    orskPath = -1;
+    if (deviceType == 4) SetClockShift(0);
 }
 
 DWORD AnalyzerLink::ReadCalPage(int address, uint8_t out[4], uint32_t extraPauseMs) {

@@ -110,6 +110,9 @@ public:
     void ProgramSynthDivided(int integer, int fraction, int modulus, int dividerLog2);
     void TuneLO(double frequency);
     void SetGainRegisters(int a, int b);
+    // The gain stages for a gain index: 1 the middle setting, 2 the most
+    // gain, any other the least.
+    void SetGainIndex(int gain);
     void SetAttenuation(double dB);
     void SetSelfTestSource(bool on);
     void SetDividerFour();
@@ -121,6 +124,10 @@ public:
     void SetPathFilter(int a, int band);
     void SetOrskFilter(int band, int a);
     void SetOrskPath(int path);
+    // What a sweep leaves behind: the first-LO path is forgotten (the next
+    // SetOrskPath sends whatever it is) and a B unit of the 12.4 GHz family
+    // takes its clock trim back.
+    void ReleaseSweepPath();
     // One 4-byte word of the unit's calibration memory at byte `address`,
     // after the usual pause and `extraPauseMs`; the count received.
     DWORD ReadCalPage(int address, uint8_t out[4], uint32_t extraPauseMs = 0);

@@ -88,6 +88,18 @@ qorStatus Device::ListSerials(int serials[8], int* count) {
 }
 
 qorStatus Device::Open(int serialNumber) {
+    std::lock_guard<std::mutex> control(m_controlLock);
+    try {
+        const qorStatus status = OpenSequence(serialNumber);
+        if (status != qorNoError) m_link.Close();
+        return status;
+    } catch (...) {
+        m_link.Close();
+        throw;
+    }
+}
+
+qorStatus Device::OpenSequence(int serialNumber) {
     for (int attempt = 0; attempt < 2; ++attempt) {
         // The first open resets the unit; the port cycle makes it start afresh.
         if (m_link.OpenUnit(serialNumber) == AnalyzerLink::kNotListed) return qorDeviceNotFoundErr;
@@ -141,12 +153,7 @@ qorStatus Device::Open(int serialNumber) {
     const double storedTimebase = StoredTimebase(m_link);
     if (storedTimebase != 0.0 && m_calibration.corr) m_calibration.corr->timebaseFactor = storedTimebase;
 
-    if (calibration < 0) {
-        Abort();
-        m_link.Close();
-        m_open = false;
-        return calibration;
-    }
+    if (calibration < 0) return calibration;
     m_open = true;
     return qorNoError;
 }
@@ -176,17 +183,19 @@ qorStatus Device::CheckOven() {
 }
 
 void Device::Close() {
-    Abort();
-    m_link.Close();
+    std::lock_guard<std::mutex> control(m_controlLock);
     m_open = false;
-    m_claimed = false;
+    LeaveMode();
+    m_link.Close();
+    Release();
 }
 
 void Device::Preset() {
-    Abort();
-    CycleAndClose(m_link);
+    std::lock_guard<std::mutex> control(m_controlLock);
     m_open = false;
-    m_claimed = false;
+    LeaveMode();
+    CycleAndClose(m_link);
+    Release();
 }
 
 qorStatus Device::ReadTemperature(float* temperature) {
@@ -202,9 +211,33 @@ qorStatus Device::ReadVoltage(float* voltage) {
 
 bool Device::TakeCompressionMark() { return m_link.compressionFlag.exchange(false); }
 
+Device::Running Device::Current() {
+    std::lock_guard<std::mutex> lock(m_engineLock);
+    return {m_mode, m_engine};
+}
+
+void Device::Install(int32_t mode, std::shared_ptr<SweepEngine> engine) {
+    std::lock_guard<std::mutex> lock(m_engineLock);
+    m_engine = std::move(engine);
+    m_mode = mode;
+}
+
 void Device::Abort() {
-    m_mode = ModeIdle;
-    m_engine.reset();
+    std::lock_guard<std::mutex> control(m_controlLock);
+    LeaveMode();
+}
+
+void Device::LeaveMode() {
+    std::shared_ptr<SweepEngine> engine;
+    {
+        std::lock_guard<std::mutex> lock(m_engineLock);
+        m_mode = ModeIdle;
+        engine.swap(m_engine);
+    }
+    // A caller still waiting in the engine wakes here and keeps it until it
+    // has left; the engine touches neither the core nor the filter after Stop.
+    if (engine) engine->Stop();
+    engine.reset();
     m_core.reset();
     m_rbwFilter.reset();
     // The IF output holds the unit tuned until the next abort.
@@ -215,8 +248,18 @@ void Device::Abort() {
 }
 
 qorStatus Device::Initiate(int mode, const Settings& entry) {
-    Abort();
+    std::lock_guard<std::mutex> control(m_controlLock);
+    LeaveMode();
     m_settings.CopyFrom(entry);
+    try {
+        return InitiateMode(mode);
+    } catch (...) {
+        LeaveMode();
+        throw;
+    }
+}
+
+qorStatus Device::InitiateMode(int mode) {
     switch (mode) {
         case ModeIdle:
             return qorNoError;
@@ -239,9 +282,8 @@ qorStatus Device::InitiateSweep() {
     if (!m_calibration.corr) return qorUnknownErr;
     if (choice.kind == SweepEngineKind::Broadband) {
         // Detector sweeps: no filter and no spectrum core.
-        m_engine = std::make_unique<BroadbandSweepEngine>(&m_settings, nullptr, &m_link, &m_calibration, nullptr,
-                                                          &m_sweepInfo);
-        m_mode = ModeSweep;
+        Install(ModeSweep, std::make_shared<BroadbandSweepEngine>(&m_settings, nullptr, &m_link, &m_calibration,
+                                                                  nullptr, &m_sweepInfo));
         return qorNoError;
     }
     qorStatus status = choice.rbwLimited ? qorBandwidthClamped : qorNoError;
@@ -257,18 +299,22 @@ qorStatus Device::InitiateSweep() {
     const bool slow = choice.kind == SweepEngineKind::Slow;
     m_core = std::make_unique<SpectrumCore>(m_rbwFilter.get(), m_settings.detector, rbwToVbw, samples, !slow);
 
-    if (slow) {
-        m_engine = std::make_unique<SlowSweepEngine>(&m_settings, m_rbwFilter.get(), &m_link, &m_calibration,
-                                                     m_core.get(), &m_sweepInfo);
-    } else if (fast) {
-        m_engine = std::make_unique<FastSweepEngine>(&m_settings, m_rbwFilter.get(), &m_link, &m_calibration,
-                                                     m_core.get(), &m_sweepInfo);
-    } else {
-        m_engine = std::make_unique<MidrangeSweepEngine>(&m_settings, m_rbwFilter.get(), &m_link, &m_calibration,
-                                                         m_core.get(), &m_sweepInfo);
-    }
-    m_mode = ModeSweep;
+    Install(ModeSweep, BuildSweepEngine(choice.kind));
     return status;
+}
+
+std::shared_ptr<SweepEngine> Device::BuildSweepEngine(SweepEngineKind kind) {
+    RbwFilter* filter = m_rbwFilter.get();
+    SpectrumCore* core = m_core.get();
+    switch (kind) {
+        case SweepEngineKind::Slow:
+            return std::make_shared<SlowSweepEngine>(&m_settings, filter, &m_link, &m_calibration, core, &m_sweepInfo);
+        case SweepEngineKind::Fast:
+            return std::make_shared<FastSweepEngine>(&m_settings, filter, &m_link, &m_calibration, core, &m_sweepInfo);
+        default:
+            return std::make_shared<MidrangeSweepEngine>(&m_settings, filter, &m_link, &m_calibration, core,
+                                                         &m_sweepInfo);
+    }
 }
 
 qorStatus Device::InitiateRealTime() {

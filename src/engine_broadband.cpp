@@ -14,7 +14,6 @@ namespace {
 constexpr int kGridStepMHz = 3;
 constexpr int kPieceLimit = 250;  // points of a piece: a reply of about 500 bytes
 constexpr int kTableBytes = 2 * VelmDetectorSweep::kMaxPoints;
-constexpr double kUnmeasured = -200.0;
 // Margins of the 12.4 GHz family: the detector's IF in grid points.
 constexpr int kMarginOrskB = 21;
 constexpr int kMarginOther = 12;
@@ -120,9 +119,8 @@ BroadbandSweepEngine::BroadbandSweepEngine(Settings* settings, RbwFilter* filter
     // The spread reads up to level length / 3 + 1.
     const int levelCount = std::max(BroadbandPlan::kMaxPoints, length / kGridStepMHz + 2);
     levels.Allocate(levelCount);
-    std::fill_n(levels.get(), levelCount, kUnmeasured);
-    trace.Allocate(length);
-    std::fill_n(trace.get(), length, kUnmeasured);
+    std::fill_n(levels.get(), levelCount, TraceExchange::kUnmeasured);
+    exchange.Configure(kRequestedDetectorSweeps, plan.sweepLength, settings->logScale);
     if (IsVelm(link->deviceType)) {
         levelsB.Allocate(VelmDetectorSweep::kMaxPoints);
         gridCorr.Allocate(VelmDetectorSweep::kMaxPoints);
@@ -131,14 +129,7 @@ BroadbandSweepEngine::BroadbandSweepEngine(Settings* settings, RbwFilter* filter
         codesHigh.Allocate(BroadbandPlan::kMaxPoints);
         codesLow.Allocate(BroadbandPlan::kMaxPoints);
     }
-    StartAcquisition([this] { Run(); });
-}
-
-BroadbandSweepEngine::~BroadbandSweepEngine() {
-    running = false;
-    startEvent.Set();
-    doneEvent.Set();
-    StopAcquisition();
+    StartThread([this] { Run(); });
 }
 
 void BroadbandSweepEngine::PrepareLevel(bool velm) {
@@ -181,8 +172,7 @@ void BroadbandSweepEngine::Run() {
 
 void BroadbandSweepEngine::EndSweep() {
     chunk = 0;
-    idle = 1;
-    doneEvent.Set();
+    exchange.FinishSweep();
 }
 
 void BroadbandSweepEngine::OrskLevels(int fresh) {
@@ -209,8 +199,7 @@ void BroadbandSweepEngine::OrskLevels(int fresh) {
 void BroadbandSweepEngine::RunOrsk() {
     while (running) {
         if (chunk == 0) {
-            startEvent.Wait();
-            if (!running) break;
+            if (!exchange.AwaitRequest() || !running) break;
             fetched = used = done = 0;
         }
         const int first = plan.chunkStart[chunk];
@@ -227,10 +216,7 @@ void BroadbandSweepEngine::RunOrsk() {
         }
         fetched = std::min(fetched + n, BroadbandPlan::kMaxPoints);
         OrskLevels(fetched - 2 * plan.margin - used);
-        {
-            std::lock_guard<std::mutex> lock(traceLock);
-            SpreadLevels(levels.get(), trace.get(), plan.sweepLength);
-        }
+        exchange.WriteTraces([this](double* trace, double*) { SpreadLevels(levels.get(), trace, plan.sweepLength); });
         if (++chunk == plan.chunkCount) EndSweep();
     }
 }
@@ -245,8 +231,7 @@ void BroadbandSweepEngine::RunVelm() {
         gridCorr[k] = corr->GetCorrection(s.start + k * 3e6, s.attenUsed, 1, 1, 0.0, 1);
     }
     while (running) {
-        startEvent.Wait();
-        if (!running) break;
+        if (!exchange.AwaitRequest() || !running) break;
         link->ReadSweepTable(sweep.first, sweep.last, tableHigh.get());
         link->ReadSweepTable(sweep.first + 1, sweep.last + 1, tableLow.get());
         for (int k = 0; k < sweep.points; ++k) {
@@ -258,51 +243,9 @@ void BroadbandSweepEngine::RunVelm() {
                 raw[i] = VelmBinLevel(levels.get(), levelsB.get(), sweep.points, sweep.first, s.start, i);
             }
         }
-        {
-            std::lock_guard<std::mutex> lock(traceLock);
-            SmoothVelmTrace(raw.get(), trace.get(), plan.sweepLength);
-        }
+        exchange.WriteTraces([this](double* trace, double*) { SmoothVelmTrace(raw.get(), trace, plan.sweepLength); });
         EndSweep();
     }
-}
-
-template <typename T>
-qorStatus BroadbandSweepEngine::Deliver(T* min, T* max) {
-    doneEvent.Wait();
-    if (running) {
-        std::lock_guard<std::mutex> lock(traceLock);
-        CopyTrace(trace.get(), min, plan.sweepLength);
-        CopyTrace(trace.get(), max, plan.sweepLength);
-    }
-    return qorNoError;
-}
-
-template <typename T>
-qorStatus BroadbandSweepEngine::DeliverPartial(T* min, T* max, int* start, int* stop) {
-    // Cleared before the start: a sweep that ran to its end in between
-    // would otherwise find its `idle` cleared again and never be asked for.
-    if (idle.exchange(0)) startEvent.Set();
-    doneEvent.Wait();
-    *start = 0;
-    *stop = plan.sweepLength;
-    if (running) {
-        std::lock_guard<std::mutex> lock(traceLock);
-        CopyTrace(trace.get(), min, plan.sweepLength);
-        CopyTrace(trace.get(), max, plan.sweepLength);
-    }
-    return qorNoError;
-}
-
-qorStatus BroadbandSweepEngine::GetSweep64(double* min, double* max) { return Deliver(min, max); }
-
-qorStatus BroadbandSweepEngine::GetSweep32(float* min, float* max) { return Deliver(min, max); }
-
-qorStatus BroadbandSweepEngine::GetPartialSweep64(double* min, double* max, int* start, int* stop) {
-    return DeliverPartial(min, max, start, stop);
-}
-
-qorStatus BroadbandSweepEngine::GetPartialSweep32(float* min, float* max, int* start, int* stop) {
-    return DeliverPartial(min, max, start, stop);
 }
 
 }  // namespace qor

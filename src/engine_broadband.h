@@ -20,19 +20,17 @@
 //   apart are read, codes are 0.134 dB each on top of the path's correction,
 //   and the trace is smoothed over 9 bins.
 //
-// Thread: one, on request. It sleeps on startEvent while `idle` is 1; the
-// first partial get call after that sets startEvent and clears `idle`; at
-// the end of a sweep the thread sets `idle` and then doneEvent. traceLock
-// guards `trace` (the thread writes it after each piece, the caller copies
-// it). The detector readings carry no status: a short reply leaves the
+// Thread: one, on request, on the exchange's kRequestedDetectorSweeps policy
+// (result_exchange.h): it sleeps until a partial get call asks for a sweep,
+// writes the one trace after each piece and rests again at the end of the
+// sweep. The detector readings carry no status: a short reply leaves the
 // readings of the last sweep in place, so this engine never reports -11; an
-// unplugged unit answers at once and the sweep ends with old readings.
+// unplugged unit answers at once and the sweep ends with old readings. Stop:
+// the thread ends after the piece under way; the unit needs no rest.
 #ifndef QOR_ENGINE_BROADBAND_H
 #define QOR_ENGINE_BROADBAND_H
 
-#include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
 #include "os.h"
@@ -94,30 +92,14 @@ class BroadbandSweepEngine : public SweepEngine {
 public:
     BroadbandSweepEngine(Settings* settings, RbwFilter* filter, AnalyzerLink* link, CalibrationStore* calibration,
                          SpectrumCore* core, SweepInfo* sweepInfo);
-    ~BroadbandSweepEngine() override;
-
-    qorStatus GetSweep64(double* min, double* max) override;
-    qorStatus GetSweep32(float* min, float* max) override;
-    qorStatus GetPartialSweep64(double* min, double* max, int* start, int* stop) override;
-    qorStatus GetPartialSweep32(float* min, float* max, int* start, int* stop) override;
 
 private:
-    template <typename T>
-    qorStatus Deliver(T* min, T* max);
-    template <typename T>
-    qorStatus DeliverPartial(T* min, T* max, int* start, int* stop);
-
     void Run();
     void PrepareLevel(bool velm);
     void RunOrsk();
     void RunVelm();
     void OrskLevels(int fresh);
     void EndSweep();
-
-    os::AutoResetEvent startEvent;
-    os::AutoResetEvent doneEvent;
-    std::mutex traceLock;
-    std::atomic<int> idle{1};
 
     DeviceCorr* corr;
     const BroadbandPlan plan;
@@ -133,7 +115,6 @@ private:
     smart_array<uint16_t> codesHigh, codesLow;  // the sweep's readings so far (12.4 GHz family)
     smart_array<double> levels;                 // dB at the grid points; the first grid's dBm (4.4 GHz family)
     smart_array<double> levelsB, gridCorr, raw;  // 4.4 GHz family: second grid, corrections, unsmoothed trace
-    smart_array<double> trace;                  // handed out as min and max
 };
 
 }  // namespace qor

@@ -25,7 +25,6 @@ constexpr int kLowEntryStep = 54;
 constexpr double kLowSubstituteDb = 1.5;
 constexpr double kNoPartnerBelow = 16.1e6;  // no LO 21.4 MHz under the signal
 constexpr int kStepsPerDone = 25;           // steps between two deliveries
-constexpr uint32_t kPartialWaitMs = 3000;
 
 }  // namespace
 
@@ -70,14 +69,10 @@ FastSweepEngine::FastSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
     sweepInfo->binSize = plan.binSize;
     sweepInfo->blocksPerStep = 1;
 
-    const int length = std::max(plan.sweepLength, 0);
     ring.Allocate(kRingBlocks * kBlock);
     ippsZero_64fc(ring.get(), kRingBlocks * kBlock);
     BuildTone(mixTone, kBlock, kMixFrequency);
-    minTrace.Allocate(length);
-    maxTrace.Allocate(length);
-    std::fill_n(minTrace.get(), length, -200.0);
-    std::fill_n(maxTrace.get(), length, -200.0);
+    exchange.Configure(kRequestedBinByBin, plan.sweepLength, settings->logScale);
     for (smart_array<double>* spectrum : {&specMinA, &specMaxA, &specMinB, &specMaxB}) spectrum->Allocate(fftSize);
     if (plan.lowSteps > 0) {
         BuildTone(toneUp, kBlock, kUpFrequency);
@@ -89,17 +84,10 @@ FastSweepEngine::FastSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
             lowMax[e].Allocate(fftSize);
         }
     }
-    StartAcquisition([this] { Run(); });
+    StartThread([this] { Run(); });
 }
 
-FastSweepEngine::~FastSweepEngine() {
-    running = false;
-    startEvent.Set();
-    doneEvent.Set();
-    StopAcquisition();
-    link->orskPath = -1;
-    if (link->deviceType == DeviceTypeOrskB) link->SetClockShift(0);
-}
+void FastSweepEngine::Rest() { link->ReleaseSweepPath(); }
 
 void FastSweepEngine::LowBandPass() {
     link->RestoreSynthModulus();
@@ -109,7 +97,7 @@ void FastSweepEngine::LowBandPass() {
     Ipp64fc* down = RingBlock(2);
     const int half = fftSize / 2;
     for (int i = kLowEntries - plan.lowSteps; i <= kLowEntries; ++i) {
-        if (!link->ReadSamples512(raw)) usbError = 1;  // seen by the next get call
+        if (!link->ReadSamples512(raw)) exchange.FailUsb();
         ippsMul_64fc(raw, toneUp.get(), up, kBlock);
         ippsMul_64fc(raw, toneDown.get(), down, kBlock);
         core->Process(down, specMinB.get(), specMaxB.get(), false);
@@ -131,10 +119,7 @@ bool FastSweepEngine::ProcessStep(int step, int s) {
     Ipp64fc* block = RingBlock(ringWrite);
     const int lag = (ringWrite - ringRead) & (kRingBlocks - 1);
     ringWrite = (ringWrite + 1) & (kRingBlocks - 1);
-    if (!link->ReadSamples512(block)) {
-        usbError = 1;  // go on with what the block holds
-        doneEvent.Set();
-    }
+    if (!link->ReadSamples512(block)) exchange.FailUsb();  // go on with what the block holds
     // The spectra read only what follows the settling of the hop.
     const int from = core->skipLeading ? kSettlingSamples : 0;
     ippsMul_64fc_I(mixTone.get() + from, block + from, kBlock - from);
@@ -169,24 +154,24 @@ void FastSweepEngine::WriteStep() {
     const int to = slice.to;
     if (count <= 0) return;
 
-    std::lock_guard<std::mutex> lock(traceLock);
-    double* minA = specMinA.get() + from;
-    double* maxA = specMaxA.get() + from;
-    if (reject) {
-        double* minB = specMinB.get() + from;
-        double* maxB = specMaxB.get() + from;
-        ippsAdd_64f(corrections.High() + to, minA, minA, count);
-        ippsAdd_64f(corrections.High() + to, maxA, maxA, count);
-        ippsAdd_64f(corrections.Low() + to, minB, minB, count);
-        ippsAdd_64f(corrections.Low() + to, maxB, maxB, count);
-        // What shows in one view only is an image: keep the lower reading.
-        ippsMinEvery_64f(minA, minB, minTrace.get() + to, count);
-        ippsMinEvery_64f(maxA, maxB, maxTrace.get() + to, count);
-    } else {
-        ippsAdd_64f(corrections.High() + to, minA, minTrace.get() + to, count);
-        ippsAdd_64f(corrections.High() + to, maxA, maxTrace.get() + to, count);
-    }
-    progress = count + to;
+    exchange.WriteTraces([&](double* minTrace, double* maxTrace) {
+        double* minA = specMinA.get() + from;
+        double* maxA = specMaxA.get() + from;
+        if (reject) {
+            double* minB = specMinB.get() + from;
+            double* maxB = specMaxB.get() + from;
+            ippsAdd_64f(corrections.High() + to, minA, minA, count);
+            ippsAdd_64f(corrections.High() + to, maxA, maxA, count);
+            ippsAdd_64f(corrections.Low() + to, minB, minB, count);
+            ippsAdd_64f(corrections.Low() + to, maxB, maxB, count);
+            // What shows in one view only is an image: keep the lower reading.
+            ippsMinEvery_64f(minA, minB, minTrace + to, count);
+            ippsMinEvery_64f(maxA, maxB, maxTrace + to, count);
+        } else {
+            ippsAdd_64f(corrections.High() + to, minA, minTrace + to, count);
+            ippsAdd_64f(corrections.High() + to, maxA, maxTrace + to, count);
+        }
+    }, count + to);
 }
 
 void FastSweepEngine::Run() {
@@ -195,8 +180,7 @@ void FastSweepEngine::Run() {
     ConfigureStepPath(link, corr, *settings);
     while (running) {
         if (segment == 0) {
-            startEvent.Wait();
-            if (!running) break;
+            if (!exchange.AwaitRequest() || !running) break;
             if (plan.lowSteps > 0) {
                 LowBandPass();
                 ringWrite = (ringWrite + plan.lowSteps) & (kRingBlocks - 1);
@@ -208,83 +192,22 @@ void FastSweepEngine::Run() {
         for (int s = 0; s < length; ++s) {
             // A healthy segment is read to its end so that the stream is
             // drained; on a dead link a stop need not wait for that.
-            if (usbError && !running) break;
+            if (exchange.UsbFailed() && !running) break;
             if (!ProcessStep(first + s, s)) continue;
             WriteStep();
             ++traceStep;
-            if (s % kStepsPerDone == kStepsPerDone - 1 && s < length - 20) doneEvent.Set();
+            if (s % kStepsPerDone == kStepsPerDone - 1 && s < length - 20) exchange.Signal();
         }
         if (++segment == plan.segmentCount) {
             segment = 0;
             traceStep = 0;
             ringWrite = 0;
             ringRead = 0;
-            idle = 1;
+            exchange.FinishSweep();
+        } else {
+            exchange.Signal();
         }
-        doneEvent.Set();
     }
-}
-
-template <typename T>
-qorStatus FastSweepEngine::Deliver(T* min, T* max) {
-    doneEvent.Wait();
-    if (running) {
-        CopyTrace(minTrace.get(), min, plan.sweepLength);
-        CopyTrace(maxTrace.get(), max, plan.sweepLength);
-    }
-    return usbError ? qorUsbCommErr : qorNoError;
-}
-
-template <typename T>
-qorStatus FastSweepEngine::DeliverPartial(T* min, T* max, int* start, int* stop, bool waitForever, bool onlyWhole) {
-    // Cleared before the start: a sweep that ran to its end in between
-    // would otherwise find its `idle` cleared again and never be asked for.
-    if (idle.exchange(0)) startEvent.Set();
-    if (usbError) return qorUsbCommErr;
-    if (waitForever) {
-        doneEvent.Wait();
-    } else {
-        doneEvent.Wait(kPartialWaitMs);
-    }
-    std::lock_guard<std::mutex> lock(traceLock);
-    const int newStop = progress.load();
-    int newStart = delivered.exchange(newStop);
-    // With nothing new the wide form reports its old position, the narrow form 0.
-    if (waitForever ? newStart > newStop : newStart >= newStop) newStart = 0;
-    *start = newStart;
-    *stop = newStop;
-    if (running && (!onlyWhole || newStop >= plan.sweepLength)) {
-        CopyTrace(minTrace.get(), min, plan.sweepLength);
-        CopyTrace(maxTrace.get(), max, plan.sweepLength);
-    }
-    return qorNoError;
-}
-
-template <typename T>
-qorStatus FastSweepEngine::Collect(T* min, T* max, int length, bool waitForever) {
-    return CollectByPartials(length, min, max, [&](T* a, T* b, int* start, int* stop) {
-        return DeliverPartial(a, b, start, stop, waitForever, true);
-    });
-}
-
-qorStatus FastSweepEngine::GetSweep64(double* min, double* max) { return Deliver(min, max); }
-
-qorStatus FastSweepEngine::GetSweep32(float* min, float* max) { return Deliver(min, max); }
-
-qorStatus FastSweepEngine::GetPartialSweep64(double* min, double* max, int* start, int* stop) {
-    return DeliverPartial(min, max, start, stop, true);
-}
-
-qorStatus FastSweepEngine::GetPartialSweep32(float* min, float* max, int* start, int* stop) {
-    return DeliverPartial(min, max, start, stop, false);
-}
-
-qorStatus FastSweepEngine::CollectSweep64(double* min, double* max, int length) {
-    return Collect(min, max, length, true);
-}
-
-qorStatus FastSweepEngine::CollectSweep32(float* min, float* max, int length) {
-    return Collect(min, max, length, false);
 }
 
 }  // namespace qor

@@ -12,22 +12,20 @@
 // no such partner; a low-band pass ahead of the sweep builds substitute
 // spectra from two shifted views of the high side.
 //
-// Thread: one, on request. It sleeps on startEvent while `idle` is 1; the
-// first partial get call after that sets startEvent and clears `idle`. The
-// thread then runs the segments, writes each step's bins under traceLock and
-// moves `progress`, sets doneEvent every 25 steps and after each segment,
-// and at the end of the sweep sets `idle` again. The caller copies the whole
-// traces under traceLock; `delivered` tells it where its last copy ended.
-// Shared with the caller: the two events, traceLock (guards minTrace,
-// maxTrace and progress's agreement with them), and the atomic words idle,
-// delivered, progress and usbError. The ring, the spectra and the correction
-// tables belong to the thread alone.
+// Thread: one, on request, on the exchange's kRequestedBinByBin policy
+// (result_exchange.h): it sleeps until a partial get call asks for a sweep,
+// then runs the segments, writes each step's bins into the traces and moves
+// `progress` with them, signals every 25 steps and after each segment, and
+// at the end of the sweep rests again. A failed read is marked in the
+// exchange and the sweep goes on with what the block holds. The ring, the
+// spectra and the correction tables belong to the thread alone; nothing but
+// the exchange is shared with the caller. Stop: the thread ends at the head
+// of its next step (a healthy segment is read to its end first, so that the
+// stream is drained); Rest forgets the first-LO path.
 #ifndef QOR_ENGINE_FAST_H
 #define QOR_ENGINE_FAST_H
 
-#include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
 #include "ipps.h"
@@ -62,42 +60,18 @@ class FastSweepEngine : public SweepEngine {
 public:
     FastSweepEngine(Settings* settings, RbwFilter* filter, AnalyzerLink* link, CalibrationStore* calibration,
                     SpectrumCore* core, SweepInfo* sweepInfo);
-    ~FastSweepEngine() override;
-
-    qorStatus GetSweep64(double* min, double* max) override;
-    qorStatus GetSweep32(float* min, float* max) override;
-    qorStatus GetPartialSweep64(double* min, double* max, int* start, int* stop) override;
-    qorStatus GetPartialSweep32(float* min, float* max, int* start, int* stop) override;
-    qorStatus CollectSweep64(double* min, double* max, int length) override;
-    qorStatus CollectSweep32(float* min, float* max, int length) override;
 
 private:
     static constexpr int kRingBlocks = 256;
     static constexpr int kLowEntries = 80;  // substitute spectra of the lowest band
 
-    template <typename T>
-    qorStatus Deliver(T* min, T* max);
-    // The partial delivery; with `onlyWhole` the traces are copied only
-    // once the whole trace is new.
-    template <typename T>
-    qorStatus DeliverPartial(T* min, T* max, int* start, int* stop, bool waitForever, bool onlyWhole = false);
-    template <typename T>
-    qorStatus Collect(T* min, T* max, int length, bool waitForever);
-
+    void Rest() override;
     void Run();
     void LowBandPass();
     // One step of a segment; false when it is to be skipped (no partner yet).
     bool ProcessStep(int step, int s);
     void WriteStep();
     Ipp64fc* RingBlock(int slot) { return ring.get() + static_cast<size_t>(slot & (kRingBlocks - 1)) * 512; }
-
-    os::AutoResetEvent startEvent;
-    os::AutoResetEvent doneEvent;
-    std::mutex traceLock;
-    std::atomic<int> idle{1};
-    std::atomic<int> delivered{0};
-    std::atomic<int> progress{0};
-    std::atomic<int> usbError{0};
 
     DeviceCorr* corr;
     const FastSweepPlan plan;
@@ -112,7 +86,6 @@ private:
     smart_array<Ipp64fc> ring;  // kRingBlocks blocks of 512 samples
     smart_array<Ipp64fc> mixTone, toneUp, toneDown;
     StepCorrections corrections;
-    smart_array<double> minTrace, maxTrace;
     smart_array<double> specMinA, specMaxA, specMinB, specMaxB;
     std::vector<smart_array<double>> lowMin, lowMax;  // kLowEntries each, only with low steps
 };

@@ -13,7 +13,6 @@ namespace qor {
 namespace {
 
 constexpr int kBlock = AnalyzerLink::kBlockSamples;
-constexpr double kUnmeasured = -200.0;
 // The view from the lower LO must lie this far under the other to count.
 constexpr double kLowViewMarginDb = 2.0;
 // Where the unit parks between programs: LO index 20000 (4 GHz).
@@ -73,7 +72,7 @@ MidrangeFrameProcessor::MidrangeFrameProcessor(const MidrangePlan& plan, Spectru
         scratch.Allocate(stepSamples);
         for (smart_array<double>* view : {&viewMin, &viewMax}) {
             view->Allocate(length);
-            std::fill_n(view->get(), length, kUnmeasured);
+            std::fill_n(view->get(), length, TraceExchange::kUnmeasured);
         }
         specMin.Allocate(fftSize);
         specMax.Allocate(fftSize);
@@ -127,7 +126,7 @@ void MidrangeFrameProcessor::Publish(const StepCorrections& corrections, double*
 
 MidrangeSweepEngine::MidrangeSweepEngine(Settings* settings, RbwFilter* filter, AnalyzerLink* link,
                                          CalibrationStore* calibration, SpectrumCore* core, SweepInfo* sweepInfo)
-    : WholeSweepEngine(settings, filter, link, calibration, core, sweepInfo),
+    : SweepEngine(settings, filter, link, calibration, core, sweepInfo),
       corr(calibration->corr.get()),
       plan(PlanMidrange(settings->start, settings->stop, settings->span, filter->fftSize, corr->timebaseFactor,
                         settings->reject, core->sampleCount)),
@@ -146,30 +145,20 @@ MidrangeSweepEngine::MidrangeSweepEngine(Settings* settings, RbwFilter* filter, 
         offset += static_cast<int64_t>(plan.segmentLength[i]) * plan.StepSamples();
     }
     for (smart_array<Ipp64fc>& frame : frameBuffer) frame.Allocate(plan.FrameSamples());
-    const int length = std::max(plan.grid.sweepLength, 0);
-    for (smart_array<double>* trace : {&minTrace, &maxTrace}) {
-        trace->Allocate(length);
-        std::fill_n(trace->get(), length, kUnmeasured);
-    }
+    exchange.Configure(kFreeRunningSweeps, plan.grid.sweepLength, settings->logScale);
 
     corrections.ChooseLevel(link, *settings);
     ParkUnit();
     ConfigureStepPath(link, corr, *settings);
-    StartAcquisition([this] { ReadFrames(); });
-    processThread = os::StartThread([this] { ProcessFrames(); }, os::Priority::TimeCritical);
+    StartThread([this] { ReadFrames(); });
+    StartThread([this] { ProcessFrames(); });
 }
 
-MidrangeSweepEngine::~MidrangeSweepEngine() {
-    running = false;
-    doneEvent.Set();
-    frameEvent.Set();
-    if (processThread.joinable()) processThread.join();
-    StopAcquisition();
+void MidrangeSweepEngine::Rest() {
     ParkUnit();
     // Whatever the unit still had on its way is of no use to the next mode.
     link->PurgeStream(FT_PURGE_RX);
-    link->orskPath = -1;
-    if (link->deviceType == DeviceTypeOrskB) link->SetClockShift(0);
+    link->ReleaseSweepPath();
 }
 
 void MidrangeSweepEngine::ParkUnit() {
@@ -252,7 +241,7 @@ bool MidrangeSweepEngine::StreamSilent() {
 }
 
 void MidrangeSweepEngine::StreamGone() {
-    if (usbError.exchange(1) == 0) doneEvent.Set();  // a waiting caller learns of it at once
+    exchange.FailUsb();  // a waiting caller learns of it at once
     os::SleepMs(kGonePauseMs);
 }
 
@@ -273,28 +262,10 @@ void MidrangeSweepEngine::ProcessFrames() {
             std::lock_guard<std::mutex> lock(bufferLock);
             busyFrame = -1;
         }
-        {
-            std::lock_guard<std::mutex> lock(traceLock);
-            processor.Publish(corrections, minTrace.get(), maxTrace.get());
-        }
-        doneEvent.Set();
+        exchange.WriteTraces(
+            [this](double* minTrace, double* maxTrace) { processor.Publish(corrections, minTrace, maxTrace); });
+        exchange.Signal();
     }
 }
-
-template <typename T>
-qorStatus MidrangeSweepEngine::Deliver(T* min, T* max) {
-    if (usbError) return qorUsbCommErr;
-    doneEvent.Wait();
-    if (running) {
-        std::lock_guard<std::mutex> lock(traceLock);
-        CopyTrace(minTrace.get(), min, plan.grid.sweepLength);
-        CopyTrace(maxTrace.get(), max, plan.grid.sweepLength);
-    }
-    return usbError ? qorUsbCommErr : qorNoError;
-}
-
-qorStatus MidrangeSweepEngine::GetSweep64(double* min, double* max) { return Deliver(min, max); }
-
-qorStatus MidrangeSweepEngine::GetSweep32(float* min, float* max) { return Deliver(min, max); }
 
 }  // namespace qor

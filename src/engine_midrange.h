@@ -8,10 +8,13 @@
 // span of fewer than 107 steps gets two separate halves instead, the lower
 // one holding the partners.
 //
-// Threads: two, free-running. The reader drives the link alone: it reads
-// the frames segment by segment into one of two frame buffers. The
-// processor turns a complete frame into the traces, writes them under
-// traceLock and sets doneEvent; a late caller gets the latest trace at once.
+// Threads: two, free-running, on the exchange's kFreeRunningSweeps policy
+// (result_exchange.h). The reader, started first, drives the link alone: it
+// reads the frames segment by segment into one of two frame buffers. The
+// processor turns a complete frame into the traces and signals; a late
+// caller gets the latest trace at once. Stop joins the processor, then the
+// reader (frameEvent wakes the processor; the reader leaves a frame between
+// two blocks); Rest parks the unit and drops what it still streams.
 //
 // The double buffer. bufferLock guards readyFrame (a complete frame nobody
 // took yet) and busyFrame (the frame the processor works on). The reader
@@ -27,14 +30,16 @@
 // under way is torn and not handed on, and the reader takes its place again
 // from the next header it reads. Only a stream that is gone (silent, or
 // without a header for longer than two of its largest segments) sets
-// usbError, which wakes a waiting caller and makes every get call return -11.
+// the exchange's error mark, which wakes a waiting caller and makes every
+// get call return -11.
+//
+// Locks: bufferLock (the reader and the processor) and the exchange's
+// traceLock (the processor and the caller) are never held together.
 #ifndef QOR_ENGINE_MIDRANGE_H
 #define QOR_ENGINE_MIDRANGE_H
 
-#include <atomic>
 #include <cstdint>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "ipps.h"
@@ -100,18 +105,14 @@ private:
     smart_array<double> specMinA, specMaxA, specMinB, specMaxB;
 };
 
-class MidrangeSweepEngine : public WholeSweepEngine {
+class MidrangeSweepEngine : public SweepEngine {
 public:
     MidrangeSweepEngine(Settings* settings, RbwFilter* filter, AnalyzerLink* link, CalibrationStore* calibration,
                         SpectrumCore* core, SweepInfo* sweepInfo);
-    ~MidrangeSweepEngine() override;
-
-    qorStatus GetSweep64(double* min, double* max) override;
-    qorStatus GetSweep32(float* min, float* max) override;
 
 private:
-    template <typename T>
-    qorStatus Deliver(T* min, T* max);
+    void WakeThreads() override { frameEvent.Set(); }
+    void Rest() override;
 
     // Parks the LO and ends the unit's hop program (at start and stop).
     void ParkUnit();
@@ -124,14 +125,10 @@ private:
     void StreamGone();
     void ProcessFrames();
 
-    os::AutoResetEvent doneEvent;
     os::AutoResetEvent frameEvent;
-    std::mutex traceLock;   // minTrace, maxTrace
     std::mutex bufferLock;  // readyFrame, busyFrame
     int readyFrame = -1;
     int busyFrame = -1;
-    std::atomic<int> usbError{0};
-    std::thread processThread;  // the base's thread is the reader
 
     DeviceCorr* corr;
     const MidrangePlan plan;
@@ -139,7 +136,6 @@ private:
     std::vector<int64_t> segmentOffset;  // sample offset of each segment in a frame
     smart_array<Ipp64fc> frameBuffer[2];
     MidrangeFrameProcessor processor;  // the processor thread's alone
-    smart_array<double> minTrace, maxTrace;
 };
 
 }  // namespace qor

@@ -42,7 +42,7 @@ bool IsOrsk(const AnalyzerLink* link) {
 
 SlowSweepEngine::SlowSweepEngine(Settings* settings, RbwFilter* filter, AnalyzerLink* link,
                                  CalibrationStore* calibration, SpectrumCore* core, SweepInfo* sweepInfo)
-    : WholeSweepEngine(settings, filter, link, calibration, core, sweepInfo),
+    : SweepEngine(settings, filter, link, calibration, core, sweepInfo),
       corr(calibration->corr.get()),
       fftSize(filter->fftSize),
       sampleCount(core->sampleCount),
@@ -54,12 +54,7 @@ SlowSweepEngine::SlowSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
     samples.Allocate(sampleCount + kStreamRounding);
     toneA.Allocate(sampleCount);
     toneB.Allocate(sampleCount);
-    for (smart_array<double>* a : {&minA, &maxA, &minB, &maxB, &minTrace, &maxTrace, &corrA, &corrB}) {
-        a->Allocate(n);
-    }
-    // Traces not yet measured.
-    std::fill_n(minTrace.get(), n, -200.0);
-    std::fill_n(maxTrace.get(), n, -200.0);
+    for (smart_array<double>* a : {&minA, &maxA, &minB, &maxB, &corrA, &corrB}) a->Allocate(n);
 
     // Pass B takes the low IF only above 5 MHz and at moderate levels.
     if (center <= 5e6 || settings->refLevel > 2.0) ifSelectB = 0;
@@ -75,6 +70,7 @@ SlowSweepEngine::SlowSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
     sweepInfo->binSize = binSize;
     sweepInfo->sweepLength = sweepLength;
     sweepInfo->startFreq = settings->center - (sweepLength / 2) * binSize;
+    exchange.Configure(kFreeRunningSweeps, sweepLength, settings->logScale);
 
     TuningPlan& plan = *link->plan;
     if (IsOrsk(link)) {
@@ -89,16 +85,13 @@ SlowSweepEngine::SlowSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
     conjugateBase = band == 2 || band == 3;
     conjugateA = altClock ? !conjugateBase : conjugateBase;
     conjugateB = altClock && ifSelectB == 0 ? !conjugateBase : conjugateBase;
-    StartAcquisition([this] { Run(); });
+    StartThread([this] { Run(); });
 }
 
-SlowSweepEngine::~SlowSweepEngine() {
-    StopAcquisition();
-    doneEvent.Set();
+void SlowSweepEngine::Rest() {
     if (altClock) link->SelectSampleClock(0);
     link->RestoreSynthModulus();
-    link->orskPath = -1;
-    if (link->deviceType == DeviceTypeOrskB) link->SetClockShift(0);
+    link->ReleaseSweepPath();
 }
 
 void SlowSweepEngine::ComputeCorrections() {
@@ -146,7 +139,7 @@ void SlowSweepEngine::ConfigurePass(const LoTuning& record, uint8_t ifSelect, in
         link->ProgramSynth(record.integer, record.fraction, record.modulus, record.dividerLog2);
     }
     link->SetPathFilter(ifSelect, band);
-    SetGainIndex(link, gain);
+    link->SetGainIndex(gain);
     link->SetAttenuation(atten * link->attenStep);
 }
 
@@ -159,16 +152,16 @@ bool SlowSweepEngine::Capture(int timeoutMs) {
         result = link->CaptureStream(samples.get(), rounded);
     }
     if (result == 0) return true;
-    usbError = 1;
     running = false;
+    exchange.FailUsb();
     return false;
 }
 
-void SlowSweepEngine::MergeIntoTraces() {
+void SlowSweepEngine::MergeIntoTraces(double* minTrace, double* maxTrace) {
     if (sweepLength <= 0) return;
     double* a[2] = {minA.get() + binOffset, maxA.get() + binOffset};
     double* b[2] = {minB.get() + binOffset, maxB.get() + binOffset};
-    double* trace[2] = {minTrace.get(), maxTrace.get()};
+    double* trace[2] = {minTrace, maxTrace};
     for (int k = 0; k < 2; ++k) {
         ippsAdd_64f(corrA.get(), a[k], a[k], sweepLength);
         if (!settings->reject) {
@@ -224,29 +217,11 @@ void SlowSweepEngine::Run() {
         }
         // After a failed capture the spectra are stale and already corrected:
         // the traces keep the last complete sweep.
-        if (!usbError) {
-            std::lock_guard<std::mutex> lock(traceLock);
-            MergeIntoTraces();
+        if (!exchange.UsbFailed()) {
+            exchange.WriteTraces([this](double* minTrace, double* maxTrace) { MergeIntoTraces(minTrace, maxTrace); });
         }
-        doneEvent.Set();
+        exchange.Signal();
     }
 }
-
-template <typename T>
-qorStatus SlowSweepEngine::Deliver(T* min, T* max) {
-    if (usbError) return qorUsbCommErr;
-    doneEvent.Wait();
-    {
-        // The last complete trace stays readable after the thread stopped.
-        std::lock_guard<std::mutex> lock(traceLock);
-        CopyTrace(minTrace.get(), min, sweepLength);
-        CopyTrace(maxTrace.get(), max, sweepLength);
-    }
-    return usbError ? qorUsbCommErr : qorNoError;
-}
-
-qorStatus SlowSweepEngine::GetSweep64(double* min, double* max) { return Deliver(min, max); }
-
-qorStatus SlowSweepEngine::GetSweep32(float* min, float* max) { return Deliver(min, max); }
 
 }  // namespace qor

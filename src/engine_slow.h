@@ -4,18 +4,17 @@
 // rejection a second capture runs at another IF or another fractional
 // modulus (pass B), and the merge keeps the lower reading of each bin.
 //
-// Thread: one, free-running. It measures sweep after sweep and overwrites
-// minTrace and maxTrace under traceLock, then sets doneEvent; a late caller
-// gets the latest finished trace at once. A failed capture sets usbError,
-// stops the loop and sets doneEvent once more. traceLock guards the traces
-// and the spectra's part that is copied into them; nothing else is shared
-// with the caller but usbError and doneEvent.
+// Thread: one, free-running, on the exchange's kFreeRunningSweeps policy
+// (result_exchange.h). It measures sweep after sweep and writes each into
+// the traces; a late caller gets the latest finished trace at once. A failed
+// capture is marked in the exchange and ends the loop; the traces keep the
+// last complete sweep. The spectra and corrections belong to the thread
+// alone. Stop: the thread ends after the capture under way; Rest restores
+// the sample clock and the synthesizer and forgets the first-LO path.
 #ifndef QOR_ENGINE_SLOW_H
 #define QOR_ENGINE_SLOW_H
 
-#include <atomic>
 #include <cstdint>
-#include <mutex>
 
 #include "ipps.h"
 #include "os.h"
@@ -27,28 +26,19 @@ namespace qor {
 struct LoTuning;
 class DeviceCorr;
 
-class SlowSweepEngine : public WholeSweepEngine {
+class SlowSweepEngine : public SweepEngine {
 public:
     SlowSweepEngine(Settings* settings, RbwFilter* filter, AnalyzerLink* link, CalibrationStore* calibration,
                     SpectrumCore* core, SweepInfo* sweepInfo);
-    ~SlowSweepEngine() override;
-
-    qorStatus GetSweep64(double* min, double* max) override;
-    qorStatus GetSweep32(float* min, float* max) override;
 
 private:
-    template <typename T>
-    qorStatus Deliver(T* min, T* max);
+    void Rest() override;
     void Run();
     void PrepareLevel();
     void ComputeCorrections();
     void ConfigurePass(const LoTuning& record, uint8_t ifSelect, int atten, int gain);
     bool Capture(int timeoutMs);
-    void MergeIntoTraces();
-
-    os::AutoResetEvent doneEvent;
-    std::mutex traceLock;
-    std::atomic<int> usbError{0};
+    void MergeIntoTraces(double* minTrace, double* maxTrace);
 
     DeviceCorr* corr;
     int32_t fftSize;
@@ -57,7 +47,6 @@ private:
     smart_array<Ipp64fc> samples;  // sampleCount + 4096: room to round a streamed capture up
     smart_array<Ipp64fc> toneA, toneB;
     smart_array<double> minA, maxA, minB, maxB;
-    smart_array<double> minTrace, maxTrace;
     smart_array<double> corrA, corrB;
     uint8_t ifSelectA = 0;  // path filter: 0 high IF, 1 low IF
     uint8_t ifSelectB = 1;

@@ -1,6 +1,8 @@
 // The exported functions: each checks its frame (device index, open, required
 // pointers), then its own conditions and the mode, and hands the work to the
-// Device or its engine.
+// Device or its engine. No exception crosses into the caller: an allocation
+// failure (or a refusal of the thread library) anywhere below becomes -666,
+// and the Device has put itself back in order before it is passed on.
 #include "qor_api.h"
 
 #include <cstring>
@@ -14,16 +16,28 @@
 #include "trace_units.h"
 
 using qor::Device;
+using qor::SweepEngine;
 
 namespace {
 
+template <typename Body>
+qorStatus Guarded(Body body) noexcept {
+    try {
+        return body();
+    } catch (...) {
+        return qorUnknownErr;
+    }
+}
+
 // The frame of every call with a device: index 0..7, then open.
 template <typename Body>
-qorStatus WithDevice(int device, Body body) {
-    if (device < 0 || device >= Device::kCount) return qorInvalidDeviceErr;
-    Device& d = Device::At(device);
-    if (!d.m_open) return qorDeviceNotOpenErr;
-    return body(d);
+qorStatus WithDevice(int device, Body body) noexcept {
+    return Guarded([&] {
+        if (device < 0 || device >= Device::kCount) return qorInvalidDeviceErr;
+        Device& d = Device::At(device);
+        if (!d.m_open) return qorDeviceNotOpenErr;
+        return body(d);
+    });
 }
 
 template <typename... Pointers>
@@ -35,27 +49,33 @@ bool AnyNull(const Pointers*... pointers) {
 // turns the result into the warning 2.
 qorStatus Retrieved(Device& d, qorStatus status) { return d.TakeCompressionMark() ? qorCompression : status; }
 
+// A trace in dBm as the mode's scale has it: millivolts when not logarithmic.
+template <typename T>
+void ToCallersScale(const SweepEngine& engine, T* min, T* max) {
+    if (engine.LogScale()) return;
+    qor::DbmToMillivolts(min, engine.TraceLength());
+    qor::DbmToMillivolts(max, engine.TraceLength());
+}
+
 // Whole sweeps, for both widths: the engine's partial form is repeated until
 // the trace is complete.
 template <typename T>
 qorStatus GetSweep(int device, T* min, T* max) {
     return WithDevice(device, [&](Device& d) {
         if (AnyNull(min, max)) return qorNullPtrErr;
-        if (d.m_mode == ModeIdle) return qorNotConfiguredErr;
-        if (d.m_mode != ModeSweep && d.m_mode != ModeRealTime && d.m_mode != ModeTGSweep) return qorWrongModeErr;
-        if (!d.m_engine) return qorUnknownErr;
-        const int length = d.m_sweepInfo.sweepLength;
+        const Device::Running run = d.Current();
+        if (run.mode == ModeIdle) return qorNotConfiguredErr;
+        if (run.mode != ModeSweep && run.mode != ModeRealTime && run.mode != ModeTGSweep) return qorWrongModeErr;
+        if (!run.engine) return qorUnknownErr;
+        SweepEngine& engine = *run.engine;
         qorStatus status;
         if constexpr (std::is_same_v<T, float>) {
-            status = d.m_engine->CollectSweep32(min, max, length);
+            status = engine.CollectSweep32(min, max);
         } else {
-            status = d.m_engine->CollectSweep64(min, max, length);
+            status = engine.CollectSweep64(min, max);
         }
         if (status < 0) return status;
-        if (!d.m_settings.logScale) {
-            qor::DbmToMillivolts(min, length);
-            qor::DbmToMillivolts(max, length);
-        }
+        ToCallersScale(engine, min, max);
         return Retrieved(d, qorNoError);
     });
 }
@@ -64,18 +84,18 @@ template <typename T>
 qorStatus GetPartialSweep(int device, T* min, T* max, int* start, int* stop) {
     return WithDevice(device, [&](Device& d) {
         if (AnyNull(min, max) || AnyNull(start, stop)) return qorNullPtrErr;
-        if (d.m_mode == ModeIdle) return qorNotConfiguredErr;
-        if (!d.m_engine) return qorUnknownErr;
+        const Device::Running run = d.Current();
+        if (run.mode == ModeIdle) return qorNotConfiguredErr;
+        if (!run.engine) return qorUnknownErr;
+        SweepEngine& engine = *run.engine;
         qorStatus status;
         if constexpr (std::is_same_v<T, float>) {
-            status = d.m_engine->GetPartialSweep32(min, max, start, stop);
+            status = engine.GetPartialSweep32(min, max, start, stop);
         } else {
-            status = d.m_engine->GetPartialSweep64(min, max, start, stop);
+            status = engine.GetPartialSweep64(min, max, start, stop);
         }
-        if (!d.m_settings.logScale) {
-            qor::DbmToMillivolts(min, d.m_sweepInfo.sweepLength);
-            qor::DbmToMillivolts(max, d.m_sweepInfo.sweepLength);
-        }
+        // A mode left under the caller has nothing of its scale to give.
+        if (status != qorNotConfiguredErr) ToCallersScale(engine, min, max);
         return Retrieved(d, status);
     });
 }
@@ -84,9 +104,10 @@ int IqReturnLength(const Device& d) { return 16384 >> d.m_settings.iqDecimationL
 
 // The part every I/Q retrieval shares once its own arguments are checked.
 qorStatus IqTail(Device& d, IQPacket& /*packet*/) {
-    if (d.m_mode == ModeIdle) return qorNotConfiguredErr;
-    if (d.m_mode != ModeIQ) return qorWrongModeErr;
-    if (!d.m_engine) return qorUnknownErr;
+    const Device::Running run = d.Current();
+    if (run.mode == ModeIdle) return qorNotConfiguredErr;
+    if (run.mode != ModeIQ) return qorWrongModeErr;
+    if (!run.engine) return qorUnknownErr;
     // No engine of this library streams I/Q yet: whatever runs is not one.
     return qorNotConfiguredErr;
 }
@@ -101,32 +122,44 @@ qorStatus GetIqSamples(Device& d, float* iq, int count, int purge) {
 // ---- Lifecycle -------------------------------------------------------------
 
 qorStatus qorGetSerialNumberList(int serialNumbers[8], int* deviceCount) {
-    if (serialNumbers == nullptr || deviceCount == nullptr) return qorNullPtrErr;
-    *deviceCount = 0;
-    return Device::ListSerials(serialNumbers, deviceCount);
+    return Guarded([&] {
+        if (serialNumbers == nullptr || deviceCount == nullptr) return qorNullPtrErr;
+        *deviceCount = 0;
+        return Device::ListSerials(serialNumbers, deviceCount);
+    });
 }
 
 qorStatus qorOpenDevice(int* device) {
-    int serials[8];
-    int count = 0;
-    Device::ListSerials(serials, &count);
-    if (count < 1) return qorDeviceNotFoundErr;
-    return qorOpenDeviceBySerialNumber(device, serials[0]);
+    return Guarded([&] {
+        int serials[8];
+        int count = 0;
+        Device::ListSerials(serials, &count);
+        if (count < 1) return qorDeviceNotFoundErr;
+        return qorOpenDeviceBySerialNumber(device, serials[0]);
+    });
 }
 
 qorStatus qorOpenDeviceBySerialNumber(int* device, int serialNumber) {
-    if (device == nullptr) return qorNullPtrErr;
-    const int slot = Device::Claim();
-    if (slot < 0) return qorTooManyDevicesErr;
-    Device& d = Device::At(slot);
-    const qorStatus status = d.Open(serialNumber);
-    if (status != qorNoError) {
-        d.m_claimed = false;
-        return status;
-    }
-    Device::Entry(slot).ResetForOpen(d.m_deviceType);
-    *device = slot;
-    return qorNoError;
+    return Guarded([&] {
+        if (device == nullptr) return qorNullPtrErr;
+        const int slot = Device::Claim();
+        if (slot < 0) return qorTooManyDevicesErr;
+        Device& d = Device::At(slot);
+        qorStatus status;
+        try {
+            status = d.Open(serialNumber);
+        } catch (...) {
+            d.Release();
+            throw;
+        }
+        if (status != qorNoError) {
+            d.Release();
+            return status;
+        }
+        Device::Entry(slot).ResetForOpen(d.m_deviceType);
+        *device = slot;
+        return qorNoError;
+    });
 }
 
 qorStatus qorCloseDevice(int device) {
@@ -144,8 +177,10 @@ qorStatus qorPreset(int device) {
 }
 
 qorStatus qorSetCalFilePath(const char* path) {
-    qor::SetCalFilePath(path);
-    return qorNoError;
+    return Guarded([&] {
+        qor::SetCalFilePath(path);
+        return qorNoError;
+    });
 }
 
 // ---- Information -----------------------------------------------------------
@@ -242,13 +277,7 @@ qorStatus qorConfigTgSweep(int device, int sweepSize, bool tgHighRange, bool tgP
 
 qorStatus qorInitiate(int device, int mode) {
     return WithDevice(device, [&](Device& d) {
-        try {
-            return d.Initiate(mode, Device::Entry(device));
-        } catch (...) {
-            // Memory exhausted while filters or an engine were built.
-            d.Abort();
-            return qorUnknownErr;
-        }
+        return d.Initiate(mode, Device::Entry(device));
     });
 }
 
@@ -334,9 +363,10 @@ qorStatus qorGetPartialSweep_64f(int device, double* min, double* max, int* star
 
 qorStatus qorGetRealTimeFrame(int device, float* /*sweep*/, float* /*frame*/, float* /*alphaFrame*/) {
     return WithDevice(device, [&](Device& d) {
-        if (d.m_mode == ModeIdle) return qorNotConfiguredErr;
-        if (d.m_mode != ModeRealTime) return qorWrongModeErr;
-        if (!d.m_engine) return qorUnknownErr;
+        const Device::Running run = d.Current();
+        if (run.mode == ModeIdle) return qorNotConfiguredErr;
+        if (run.mode != ModeRealTime) return qorWrongModeErr;
+        if (!run.engine) return qorUnknownErr;
         // No real-time imaging engine exists yet: whatever runs is not one.
         return qorNotConfiguredErr;
     });
@@ -397,9 +427,10 @@ qorStatus qorGetIQDataUnpacked(int device, void* iqData, int iqCount, int purge,
 qorStatus qorGetAudio(int device, float* audio) {
     return WithDevice(device, [&](Device& d) {
         if (AnyNull(audio)) return qorNullPtrErr;
-        if (d.m_mode != ModeAudio) return qorNotConfiguredErr;
-        if (!d.m_engine) return qorUnknownErr;
-        return Retrieved(d, d.m_engine->GetSweep32(audio, audio));
+        const Device::Running run = d.Current();
+        if (run.mode != ModeAudio) return qorNotConfiguredErr;
+        if (!run.engine) return qorUnknownErr;
+        return Retrieved(d, run.engine->GetSweep32(audio, audio));
     });
 }
 
@@ -421,9 +452,10 @@ qorStatus qorIsTgAttached(int device, bool* attached) {
 qorStatus qorStoreTgThru(int device, int flag) {
     return WithDevice(device, [&](Device& d) {
         if (flag != 1 && flag != 2) return qorInvalidParameterErr;
-        if (d.m_mode != ModeTGSweep) return qorNotConfiguredErr;
-        if (!d.m_engine) return qorUnknownErr;
-        return d.m_engine->StoreTgThru(flag);
+        const Device::Running run = d.Current();
+        if (run.mode != ModeTGSweep) return qorNotConfiguredErr;
+        if (!run.engine) return qorUnknownErr;
+        return run.engine->StoreTgThru(flag);
     });
 }
 

@@ -114,7 +114,7 @@ void StepCorrections::ChooseLevel(AnalyzerLink* link, Settings& s) {
 void ConfigureStepPath(AnalyzerLink* link, DeviceCorr* corr, const Settings& s) {
     link->SetPreamp(s.preamp);
     link->SetPathFilter(0, corr->BandOf(s.start));
-    SetGainIndex(link, s.gainUsed);
+    link->SetGainIndex(s.gainUsed);
     link->SetAttenuation(s.attenUsed * link->attenStep);
 }
 

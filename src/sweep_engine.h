@@ -1,22 +1,38 @@
 // Base of every measurement engine of a device. An engine owns the threads
-// that drive the analyzer while a mode runs, and hands its results to the
-// caller through the operations below. The Device owns everything the engine
-// points to and outlives it; the engine's destructor stops and joins its
-// threads.
+// that drive the analyzer while a mode runs and hands its results to the
+// caller through its TraceExchange (result_exchange.h). The Device owns
+// everything the engine points to.
 //
-// The exchange with the caller: the engine keeps a minimum and a maximum
-// trace in dBm (doubles), writes them under its trace lock and signals its
-// done event; the get calls wait on that event and copy under the same lock,
-// narrowing to float for the 32-bit forms. A failed USB read sets the
-// engine's usbError mark for good: every later get call returns -11.
+// Life cycle:
+// 1. Built by Device::Initiate: the constructor plans, allocates every
+//    buffer, programs what must precede the first sample, fills SweepInfo,
+//    configures the exchange and starts its threads (StartThread), so that a
+//    result can be asked for as soon as it returns.
+// 2. Running: the threads are the only drivers of the link; the get calls
+//    meet them only in the exchange.
+// 3. Stopped by Device, through Stop, before the Device frees the filter
+//    and the spectrum core: `running` is cleared, the exchange is shut (a
+//    caller waiting in a get call wakes and returns -6), the engine's own
+//    events are set (WakeThreads), the threads are joined here and nowhere
+//    else, and the hardware is returned to rest (Rest). After Stop the
+//    engine touches nothing it borrowed.
+// 4. Destroyed when the last holder lets go: the Device, or a caller that
+//    was still inside a get call when the mode was left. The destructor
+//    frees the engine's own buffers only.
+//
+// Locks: the exchange's traceLock (see there) and whatever an engine keeps
+// between its own threads; none is held while another is taken, and none is
+// held across a wait.
 #ifndef QOR_SWEEP_ENGINE_H
 #define QOR_SWEEP_ENGINE_H
 
 #include <atomic>
 #include <functional>
 #include <thread>
+#include <vector>
 
 #include "qor_api.h"
+#include "result_exchange.h"
 
 namespace qor {
 
@@ -46,39 +62,39 @@ public:
                 SpectrumCore* core, SweepInfo* sweepInfo);
     SweepEngine(const SweepEngine&) = delete;
     SweepEngine& operator=(const SweepEngine&) = delete;
-    virtual ~SweepEngine() = default;
+    // Joins what a Stop that never came left running (an engine whose
+    // constructor failed half-way); otherwise only frees.
+    virtual ~SweepEngine();
 
-    virtual qorStatus GetSweep64(double* min, double* max) = 0;
-    virtual qorStatus GetSweep32(float* min, float* max) = 0;
+    // Ends the mode: see the life cycle above. Safe to call again.
+    void Stop();
+
+    virtual qorStatus GetSweep64(double* min, double* max) { return exchange.Sweep(min, max); }
+    virtual qorStatus GetSweep32(float* min, float* max) { return exchange.Sweep(min, max); }
     // The bins [*start, *stop) are new; the whole trace is written.
-    virtual qorStatus GetPartialSweep64(double* min, double* max, int* start, int* stop) = 0;
-    virtual qorStatus GetPartialSweep32(float* min, float* max, int* start, int* stop) = 0;
+    virtual qorStatus GetPartialSweep64(double* min, double* max, int* start, int* stop) {
+        return exchange.Partial(min, max, start, stop);
+    }
+    virtual qorStatus GetPartialSweep32(float* min, float* max, int* start, int* stop) {
+        return exchange.Partial(min, max, start, stop);
+    }
     virtual qorStatus StoreTgThru(int /*flag*/) { return qorNoError; }
-    // What qorGetSweep does: partial deliveries into the same arrays until
-    // `length` bins stand (nothing for a length below 1); a negative status
-    // ends it at once. Only the last delivery's copy outlasts the call, so an
-    // engine may leave out the copies before it.
-    virtual qorStatus CollectSweep64(double* min, double* max, int length);
-    virtual qorStatus CollectSweep32(float* min, float* max, int length);
+
+    // What qorGetSweep does: partial deliveries until the trace stands.
+    qorStatus CollectSweep64(double* min, double* max) { return exchange.Collect(min, max); }
+    qorStatus CollectSweep32(float* min, float* max) { return exchange.Collect(min, max); }
+    // The trace's bins and scale as the get calls hand them out.
+    int32_t TraceLength() const { return exchange.Length(); }
+    bool LogScale() const { return exchange.LogScale(); }
 
 protected:
-    // Sets `running` and starts `body` as the acquisition thread at
-    // time-critical priority.
-    void StartAcquisition(std::function<void()> body);
-    // Clears `running` and joins the acquisition thread if there is one;
-    // safe to call again. Throws when called from that thread itself.
-    void StopAcquisition();
-    // Calls `partial(min, max, &start, &stop)` until `length` bins stand or
-    // it returns a negative status.
-    template <typename T, typename Partial>
-    static qorStatus CollectByPartials(int length, T* min, T* max, Partial partial) {
-        int start = 0, stop = 0;
-        while (stop < length) {
-            const qorStatus status = partial(min, max, &start, &stop);
-            if (status < 0) return status;
-        }
-        return qorNoError;
-    }
+    // Sets `running` and starts `body` as an acquisition thread at
+    // time-critical priority; Stop joins the threads in the reverse order.
+    void StartThread(std::function<void()> body);
+    // Sets the engine's own events, so that none of its threads stays asleep.
+    virtual void WakeThreads() {}
+    // Returns the hardware to rest once the threads are joined.
+    virtual void Rest() {}
 
     Settings* settings = nullptr;  // engines write only attenUsed, gainUsed, attenUsedB, gainUsedB, preamp
     RbwFilter* filter = nullptr;
@@ -87,26 +103,14 @@ protected:
     SweepInfo* sweepInfo = nullptr;
     CalibrationStore* calibration = nullptr;
     std::atomic<bool> running{false};  // every acquisition loop tests it at its head
-    std::thread thread;
+    TraceExchange exchange;
+
+private:
+    void JoinThreads();
+
+    std::vector<std::thread> threads_;
+    std::atomic<bool> stopped_{false};
 };
-
-// Engines without partial delivery (free-running, whole sweeps): the partial
-// forms report the whole trace as new and deliver it through GetSweep.
-class WholeSweepEngine : public SweepEngine {
-public:
-    using SweepEngine::SweepEngine;
-    qorStatus GetPartialSweep64(double* min, double* max, int* start, int* stop) override;
-    qorStatus GetPartialSweep32(float* min, float* max, int* start, int* stop) override;
-};
-
-// Copies `length` trace values to the caller's array, narrowing for the
-// 32-bit forms; nothing for a length below 1.
-void CopyTrace(const double* trace, double* out, int length);
-void CopyTrace(const double* trace, float* out, int length);
-
-// Programs the gain stages for a gain index: 1 the middle setting, 2 the
-// most gain, any other the least.
-void SetGainIndex(AnalyzerLink* link, int gain);
 
 }  // namespace qor
 

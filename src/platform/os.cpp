@@ -51,9 +51,17 @@ void AutoResetEvent::Set() {
     cv_.notify_one();
 }
 
+void AutoResetEvent::Shut() {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        shut_ = true;
+    }
+    cv_.notify_all();
+}
+
 bool AutoResetEvent::Wait(uint32_t timeoutMs) {
     std::unique_lock<std::mutex> lock(mutex_);
-    auto isSet = [this] { return signalled_; };
+    auto isSet = [this] { return signalled_ || shut_; };
     if (timeoutMs == kInfinite) {
         cv_.wait(lock, isSet);
     } else if (!cv_.wait_for(lock, std::chrono::milliseconds(timeoutMs), isSet)) {

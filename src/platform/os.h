@@ -30,17 +30,22 @@ uint32_t TickMs();
 void WallClock(int32_t* seconds, int32_t* milliseconds);
 
 // Auto-reset event: a Set releases one waiter and clears; a Set with no waiter
-// stays pending; a second Set while one is pending is lost.
+// stays pending; a second Set while one is pending is lost. Shut ends its
+// use for good: it releases every waiter, and every later Wait returns at
+// once, so that nobody stays asleep on an engine that is being stopped.
 class AutoResetEvent {
 public:
     void Set();
-    // True when the event was set, false on time-out (milliseconds, real time).
+    void Shut();
+    // True when the event was set (or is shut), false on time-out
+    // (milliseconds, real time).
     bool Wait(uint32_t timeoutMs = kInfinite);
 
 private:
     std::mutex mutex_;
     std::condition_variable cv_;
     bool signalled_ = false;
+    bool shut_ = false;
 };
 
 enum class Priority { Normal, TimeCritical };

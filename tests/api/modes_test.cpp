@@ -2,6 +2,9 @@
 // that counts how it is asked.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <memory>
 #include <vector>
 
 #include "device_slot.h"
@@ -9,70 +12,66 @@
 
 namespace {
 
-// Delivers a trace of `length` bins in two halves, each bin at -30 dBm.
+// An engine on the real result exchange whose thread, on each request,
+// writes the trace in two halves at -30 dBm, signalling after each.
 class HalvesEngine : public qor::SweepEngine {
 public:
-    explicit HalvesEngine(int length) : length_(length) {}
-    qorStatus GetSweep64(double*, double*) override { return qorNoError; }
-    qorStatus GetSweep32(float*, float*) override { return qorNoError; }
-    qorStatus GetPartialSweep64(double* min, double* max, int* start, int* stop) override {
-        return Deliver(min, max, start, stop);
+    explicit HalvesEngine(int length, bool logScale = true) {
+        exchange.Configure(qor::kRequestedBinByBin, length, logScale);
+        StartThread([this, length] {
+            while (running && exchange.AwaitRequest()) {
+                ++requests;
+                for (int half : {length / 2, length}) {
+                    exchange.WriteTraces([&](double* min, double* max) {
+                        std::fill_n(min, half, -30.0);
+                        std::fill_n(max, half, -30.0);
+                    }, half);
+                    exchange.Signal();
+                }
+                exchange.FinishSweep();
+            }
+        });
     }
-    qorStatus GetPartialSweep32(float* min, float* max, int* start, int* stop) override {
-        return Deliver(min, max, start, stop);
-    }
-    int calls = 0;
-
-private:
-    template <typename T>
-    qorStatus Deliver(T* min, T* max, int* start, int* stop) {
-        ++calls;
-        *start = calls % 2 == 1 ? 0 : length_ / 2;
-        *stop = calls % 2 == 1 ? length_ / 2 : length_;
-        for (int i = 0; i < length_; ++i) min[i] = max[i] = T(-30.0);
-        return qorNoError;
-    }
-    int length_;
+    ~HalvesEngine() override { Stop(); }
+    std::atomic<int> requests{0};
 };
 
 class Modes : public ::testing::Test {
 protected:
     OpenSlot slot{1};
-    HalvesEngine* Run(int mode, int length) {
-        auto engine = std::make_unique<HalvesEngine>(length);
-        HalvesEngine* raw = engine.get();
-        slot.device().m_engine = std::move(engine);
-        slot.device().m_mode = mode;
-        slot.device().m_sweepInfo.sweepLength = length;
-        return raw;
+    std::shared_ptr<HalvesEngine> Run(int mode, int length) {
+        auto engine = std::make_shared<HalvesEngine>(length);
+        slot.device().Install(mode, engine);
+        return engine;
     }
 };
 
 TEST_F(Modes, WholeSweepRepeatsPartialCallsUntilTheTraceStands) {
-    HalvesEngine* engine = Run(ModeSweep, 10);
-    std::vector<float> min(10), max(10);
+    auto engine = Run(ModeSweep, 10);
+    std::vector<float> min(10, 0.0f), max(10, 0.0f);
     EXPECT_EQ(qorGetSweep_32f(1, min.data(), max.data()), qorNoError);
-    EXPECT_EQ(engine->calls, 2);
+    EXPECT_EQ(engine->requests, 1);
     EXPECT_FLOAT_EQ(max[9], -30.0f);
+    EXPECT_FLOAT_EQ(min[0], -30.0f);
 
     engine = Run(ModeSweep, 0);
     double dmin = 1.0, dmax = 1.0;
     EXPECT_EQ(qorGetSweep_64f(1, &dmin, &dmax), qorNoError);
-    EXPECT_EQ(engine->calls, 0) << "an empty sweep asks nothing";
+    EXPECT_EQ(engine->requests, 0) << "an empty sweep asks nothing";
     EXPECT_EQ(dmin, 1.0);
 }
 
 TEST_F(Modes, LinearScaleConvertsTheWholeTraceToMillivolts) {
-    Run(ModeSweep, 4);
-    slot.device().m_settings.logScale = false;
+    slot.device().Install(ModeSweep, std::make_shared<HalvesEngine>(4, false));
+    std::vector<float> fmin(4), fmax(4);
+    EXPECT_EQ(qorGetSweep_32f(1, fmin.data(), fmax.data()), qorNoError);
+    // -30 dBm in 50 ohm is 7.07 mV.
+    EXPECT_NEAR(fmin[0], 7.0711f, 1e-3f);
+    // A partial delivery converts the whole trace, new bins or not.
     std::vector<double> min(4), max(4);
     int start = 0, stop = 0;
     EXPECT_EQ(qorGetPartialSweep_64f(1, min.data(), max.data(), &start, &stop), qorNoError);
-    // -30 dBm in 50 ohm is 7.07 mV; the bins outside [start, stop) are converted too.
     EXPECT_NEAR(max[3], 7.0711, 1e-3);
-    std::vector<float> fmin(4), fmax(4);
-    EXPECT_EQ(qorGetSweep_32f(1, fmin.data(), fmax.data()), qorNoError);
-    EXPECT_NEAR(fmin[0], 7.0711f, 1e-3f);
 }
 
 TEST_F(Modes, RetrievalsOfOtherModesAreRefused) {
@@ -100,7 +99,7 @@ TEST_F(Modes, RetrievalsOfOtherModesAreRefused) {
 }
 
 TEST_F(Modes, ModeWithoutEngineIsAnUnknownError) {
-    slot.device().m_mode = ModeSweep;
+    slot.device().Install(ModeSweep, nullptr);
     float f[4];
     int start, stop;
     EXPECT_EQ(qorGetSweep_32f(1, f, f), qorUnknownErr);
@@ -112,13 +111,13 @@ TEST_F(Modes, InitiateAbortsCopiesAndDispatches) {
     slot.entry().rbw = 1234.0;
     EXPECT_EQ(qorInitiate(1, ModeIdle), qorNoError);
     EXPECT_EQ(slot.device().m_mode, ModeIdle);
-    EXPECT_EQ(slot.device().m_engine, nullptr);
+    EXPECT_EQ(slot.device().Current().engine, nullptr);
     EXPECT_EQ(slot.device().m_settings.rbw, 1234.0);
 
     Run(ModeSweep, 4);
     EXPECT_EQ(qorInitiate(1, 5), qorInvalidParameterErr);
     EXPECT_EQ(slot.device().m_mode, ModeIdle);
-    EXPECT_EQ(slot.device().m_engine, nullptr);
+    EXPECT_EQ(slot.device().Current().engine, nullptr);
 
     ASSERT_EQ(qorConfigCenterSpan(1, 1e9, 500.0), qorNoError);
     EXPECT_EQ(qorInitiate(1, ModeRealTime), qorInvalidParameterErr);

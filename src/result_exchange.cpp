@@ -1,0 +1,111 @@
+#include "result_exchange.h"
+
+#include <algorithm>
+#include <type_traits>
+
+namespace qor {
+namespace {
+
+void CopyTrace(const double* trace, double* out, int length) {
+    if (length > 0) ippsCopy_64f(trace, out, length);
+}
+
+void CopyTrace(const double* trace, float* out, int length) {
+    if (length > 0) ippsConvert_64f32f(trace, out, length);
+}
+
+}  // namespace
+
+void TraceExchange::Configure(const ExchangePolicy& policy, int32_t length, bool logScale) {
+    policy_ = policy;
+    length_ = length;
+    logScale_ = logScale;
+    const int room = std::max(length, 0);
+    minTrace.Allocate(room);
+    std::fill_n(minTrace.get(), room, kUnmeasured);
+    if (!policy.oneTrace) {
+        maxTrace.Allocate(room);
+        std::fill_n(maxTrace.get(), room, kUnmeasured);
+    }
+}
+
+template <typename T>
+qorStatus TraceExchange::Sweep(T* min, T* max) {
+    int start = 0, stop = 0;
+    return Deliver(min, max, &start, &stop, Copy::WholeSweep);
+}
+
+template <typename T>
+qorStatus TraceExchange::Partial(T* min, T* max, int* start, int* stop) {
+    return Deliver(min, max, start, stop, Copy::Always);
+}
+
+template <typename T>
+qorStatus TraceExchange::Collect(T* min, T* max) {
+    int start = 0, stop = 0;
+    while (stop < length_) {
+        const qorStatus status = Deliver(min, max, &start, &stop, Copy::OnceWhole);
+        if (status < 0) return status;
+    }
+    return qorNoError;
+}
+
+template <typename T>
+qorStatus TraceExchange::Deliver(T* min, T* max, int* start, int* stop, Copy copy) {
+    constexpr bool narrow = std::is_same_v<T, float>;
+    const bool partial = copy != Copy::WholeSweep;
+    // Cleared before the start: a sweep that ran to its end in between
+    // would otherwise find `idle` cleared again and never be asked for.
+    if (partial && policy_.onRequest && idle.exchange(0)) startEvent.Set();
+    const bool errors = policy_.reportsErrors;
+    if (errors && usbError) return qorUsbCommErr;
+    doneEvent.Wait(partial && narrow ? policy_.narrowPartialWaitMs : os::kInfinite);
+    if (shut) return qorNotConfiguredErr;  // the mode was left under the caller
+    std::lock_guard<std::mutex> lock(traceLock);
+    if (partial && policy_.binByBin) {
+        const int newStop = progress.load();
+        int newStart = delivered.exchange(newStop);
+        // With nothing new the wide form reports its old position, the narrow form 0.
+        if (narrow ? newStart >= newStop : newStart > newStop) newStart = 0;
+        *start = newStart;
+        *stop = newStop;
+    } else {
+        *start = 0;
+        *stop = length_;
+    }
+    if (copy != Copy::OnceWhole || *stop >= length_) {
+        CopyTrace(minTrace.get(), min, length_);
+        CopyTrace(MaxTrace(), max, length_);
+    }
+    return errors && usbError ? qorUsbCommErr : qorNoError;
+}
+
+bool TraceExchange::AwaitRequest() {
+    startEvent.Wait();
+    return !shut;
+}
+
+void TraceExchange::FinishSweep() {
+    idle = 1;
+    doneEvent.Set();
+}
+
+void TraceExchange::FailUsb() {
+    usbError = 1;
+    doneEvent.Set();
+}
+
+void TraceExchange::Shut() {
+    shut = true;
+    startEvent.Shut();
+    doneEvent.Shut();
+}
+
+template qorStatus TraceExchange::Sweep(float*, float*);
+template qorStatus TraceExchange::Sweep(double*, double*);
+template qorStatus TraceExchange::Partial(float*, float*, int*, int*);
+template qorStatus TraceExchange::Partial(double*, double*, int*, int*);
+template qorStatus TraceExchange::Collect(float*, float*);
+template qorStatus TraceExchange::Collect(double*, double*);
+
+}  // namespace qor
