@@ -10,8 +10,8 @@
 #include <iterator>
 #include <vector>
 
-#include "../calibration/loopback_http_server.h"
 #include "e2e_bench.h"
+#include "loopback_http_server.h"
 #include "qor_api.h"
 
 namespace {
