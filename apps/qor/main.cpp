@@ -9,17 +9,10 @@
 #include "virtual_instrument.h"
 
 int main(int argc, char** argv) {
-    std::string error;
-    if (!qortool::EnterVirtualInstrument(argc, argv, &error)) {
-        std::fprintf(stderr, "qor: %s\n", error.c_str());
-        return 2;
-    }
-
     CLI::App app{"qor: command-line access to qor USB spectrum analyzers"};
     app.require_subcommand(1);
     bool sim = false;
     std::string bench;
-    // Handled before parsing (see EnterVirtualInstrument); declared for --help and validation.
     auto addSimOptions = [&](CLI::App* command) {
         command->add_flag("--sim", sim, "use the virtual instrument of the build in place of USB hardware");
         command->add_option("--bench", bench, "bench file of the virtual instrument (JSON)")->check(CLI::ExistingFile);
@@ -69,7 +62,7 @@ int main(int argc, char** argv) {
         return app.exit(e);
     }
     try {
-        qortool::ServeSimCalibration();
+        if (sim) qortool::UseVirtualInstrument(bench);
         if (*list) return qortool::RunList();
         if (*info) return qortool::RunInfo(infoSerial);
         sweep.showInjected = sim;

@@ -7,10 +7,10 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "qor_api.h"
+#include "session.h"
 
 namespace qortool {
 namespace {
@@ -35,34 +35,9 @@ std::string FindSimLibrary() {
     return {};
 }
 
-}  // namespace
-
-bool EnterVirtualInstrument(int argc, char** argv, std::string* error) {
-    bool wantSim = false;
-    const char* bench = nullptr;
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--sim") == 0) wantSim = true;
-        if (std::strcmp(argv[i], "--bench") == 0 && i + 1 < argc) bench = argv[i + 1];
-        if (std::strncmp(argv[i], "--bench=", 8) == 0) bench = argv[i] + 8;
-    }
-    if (!wantSim || std::getenv("QOR_TOOL_IN_SIM") != nullptr) return true;
-    const std::string library = FindSimLibrary();
-    if (library.empty()) {
-        *error = "the virtual instrument (libqor_sim.so) was not found next to the tool; set QOR_SIM_LIBRARY";
-        return false;
-    }
-    setenv("QOR_D2XX_LIBRARY", library.c_str(), 1);
-    if (bench != nullptr) setenv("QOR_SIM_BENCH", bench, 1);
-    setenv("QOR_TOOL_IN_SIM", "1", 1);
-    execv("/proc/self/exe", argv);
-    *error = std::string("cannot restart the tool: ") + std::strerror(errno);
-    return false;
-}
-
-void ServeSimCalibration() {
-    const char* library = std::getenv("QOR_D2XX_LIBRARY");
-    if (std::getenv("QOR_TOOL_IN_SIM") == nullptr || library == nullptr) return;
-    void* handle = dlopen(library, RTLD_NOW);
+// The units' factory calibration in a calibration folder of the tool's own.
+void ServeCalibration(const std::string& library) {
+    void* handle = dlopen(library.c_str(), RTLD_NOW);
     if (handle == nullptr) return;
     using WriteFiles = int (*)(unsigned, const char*);
     auto writeFiles = reinterpret_cast<WriteFiles>(dlsym(handle, "qorsim_write_calibration_files"));
@@ -83,6 +58,19 @@ void ServeSimCalibration() {
         qorSetCalFilePath(folder.c_str());
     }
     dlclose(handle);
+}
+
+}  // namespace
+
+void UseVirtualInstrument(const std::string& bench) {
+    const std::string library = FindSimLibrary();
+    if (library.empty()) {
+        throw ToolError("the virtual instrument (libqor_sim.so) was not found next to the tool; set QOR_SIM_LIBRARY");
+    }
+    // The library reads both when it first reaches the bus, in the next call.
+    setenv("QOR_D2XX_LIBRARY", library.c_str(), 1);
+    if (!bench.empty()) setenv("QOR_SIM_BENCH", bench.c_str(), 1);
+    ServeCalibration(library);
 }
 
 std::vector<InjectedSignal> InjectedSignals(int serial) {

@@ -7,17 +7,13 @@
 
 namespace qortool {
 
-// When argv asks for --sim (and optionally --bench FILE) and the environment
-// does not name the D2XX library yet, sets QOR_D2XX_LIBRARY (and QOR_SIM_BENCH)
-// and runs the tool again, so that the library finds the instrument however
-// early it loads its D2XX layer. Returns only when nothing is to be done;
-// false with a message when the instrument's library cannot be found.
-bool EnterVirtualInstrument(int argc, char** argv, std::string* error);
-
-// With the virtual instrument in use, puts the units' factory calibration in
-// a calibration folder of its own, so that units without calibration on
-// board open with no download endpoint.
-void ServeSimCalibration();
+// Names the virtual instrument of the build as the library's D2XX library
+// (and `bench`, unless empty, as its bench file), and puts the units' factory
+// calibration in a calibration folder of its own, so that units without
+// calibration on board open with no download endpoint. Called before any
+// other call into the library: that is when the library reads the names.
+// Throws ToolError when the instrument's library cannot be found.
+void UseVirtualInstrument(const std::string& bench);
 
 struct InjectedSignal {
     std::string kind;

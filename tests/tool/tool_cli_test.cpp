@@ -15,9 +15,11 @@ struct ToolRun {
     std::string output;  // stdout and stderr
 };
 
+// Runs the tool as a user would: `--sim` alone must find the instrument, so
+// the suite's QOR_D2XX_LIBRARY is not passed on.
 ToolRun Qor(const std::string& arguments) {
     const char* tool = std::getenv("QOR_TOOL");
-    const std::string command = std::string(tool ? tool : "qor") + " " + arguments + " 2>&1";
+    const std::string command = "env -u QOR_D2XX_LIBRARY " + std::string(tool ? tool : "qor") + " " + arguments + " 2>&1";
     ToolRun run{-1, {}};
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return run;
