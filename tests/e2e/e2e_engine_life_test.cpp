@@ -1,0 +1,124 @@
+// Leaving a mode while another thread waits in the engine, and four engines
+// running at once beside a thread that lists the bus. The waiter must come
+// back promptly with a status that says what happened, and nothing may touch
+// an engine after it is freed: the sanitizer builds run this suite too.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include "e2e_bench.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct EngineCase {
+    const char* name;
+    e2e::BenchUnit unit;
+    e2e::Sweep sweep;
+};
+
+// Each engine on a sweep that takes long enough for a caller to find it under way.
+std::vector<EngineCase> Engines() {
+    return {
+        {"slow", {41000001, 1, {{100.02e6, -30.0}}}, e2e::Between(100e6, 100.1e6, 30.0)},
+        {"fast", {41000002, 2, {{1e9, -30.0}}}, e2e::Between(10e6, 4.4e9, 30e3)},
+        {"midrange", {41000003, 3, {{1e9, -30.0}}, -160.0, false}, e2e::Between(990e6, 1010e6, 1e3)},
+        {"broadband", {41000004, 4, {{1e9, -30.0}}}, e2e::Between(200e6, 12e9, 1e6)},
+    };
+}
+
+std::vector<e2e::BenchUnit> UnitsOf(const std::vector<EngineCase>& cases) {
+    std::vector<e2e::BenchUnit> units;
+    for (const EngineCase& c : cases) units.push_back(c.unit);
+    return units;
+}
+
+class EngineLife : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!e2e::TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
+        ASSERT_EQ(e2e::OpenUnits(UnitsOf(Engines()), &devices_), "");
+    }
+    void TearDown() override { e2e::CloseAll(); }
+
+    std::map<unsigned, int> devices_;
+};
+
+// A caller waits for a sweep while the mode is left from another thread, 50
+// times for each engine: by abort, and every fifth time by closing the
+// device. The waiter gets its sweep (0), learns that the mode is gone (-6)
+// or that the device closed before it looked (-3), within 100 ms.
+TEST_F(EngineLife, LeavingTheModeWakesAWaitingCaller) {
+    constexpr int kRounds = 50;
+    for (const EngineCase& c : Engines()) {
+        SCOPED_TRACE(c.name);
+        int device = devices_.at(c.unit.serial);
+        int woken = 0;
+        for (int round = 0; round < kRounds; ++round) {
+            ASSERT_GE(e2e::Initiate(device, c.sweep), 0);
+            int length = 0;
+            double start = 0.0, bin = 0.0;
+            ASSERT_EQ(qorQuerySweepInfo(device, &length, &start, &bin), qorNoError);
+            std::vector<float> min(static_cast<std::size_t>(length)), max(min.size());
+            std::atomic<qorStatus> status{qorNoError};
+            std::atomic<Clock::rep> returnedAt{0};
+            std::thread waiter([&] {
+                status = qorGetSweep_32f(device, min.data(), max.data());
+                returnedAt = Clock::now().time_since_epoch().count();
+            });
+            std::this_thread::sleep_for(std::chrono::milliseconds(round % 3));
+            const bool close = round % 5 == 4;
+            const Clock::time_point leaving = Clock::now();
+            EXPECT_EQ(close ? qorCloseDevice(device) : qorAbort(device), qorNoError);
+            waiter.join();
+            const auto waited = Clock::time_point(Clock::duration(returnedAt.load())) - leaving;
+            EXPECT_LT(waited, std::chrono::milliseconds(100)) << "round " << round;
+            const qorStatus got = status;
+            EXPECT_TRUE(got == qorNoError || got == qorNotConfiguredErr || got == qorDeviceNotOpenErr)
+                << "round " << round << ": " << got;
+            woken += got == qorNotConfiguredErr;
+            if (close) {
+                device = e2e::Open(c.unit.serial);
+                ASSERT_GE(device, 0);
+            }
+        }
+        EXPECT_GT(woken, 0) << "no caller was ever waiting when the mode was left";
+        devices_[c.unit.serial] = device;
+    }
+}
+
+// Every engine on a device of its own at once, while another thread lists
+// the bus again and again: each gets its sweeps whole.
+TEST_F(EngineLife, FourEnginesAtOnceBesideAListing) {
+    const std::vector<EngineCase> cases = Engines();
+    std::atomic<bool> measuring{true};
+    std::thread lister([&] {
+        while (measuring) {
+            int serials[8];
+            int count = -1;
+            EXPECT_EQ(qorGetSerialNumberList(serials, &count), qorNoError);
+            EXPECT_EQ(count, 0) << "the open units are not free";
+        }
+    });
+    std::vector<std::thread> sweepers;
+    std::vector<qorStatus> results(cases.size(), qorUnknownErr);
+    for (std::size_t k = 0; k < cases.size(); ++k) {
+        sweepers.emplace_back([&, k] {
+            const int device = devices_.at(cases[k].unit.serial);
+            for (int sweep = 0; sweep < 3; ++sweep) {
+                results[k] = e2e::Measure(device, cases[k].sweep).get;
+                if (results[k] != qorNoError) return;
+            }
+        });
+    }
+    for (std::thread& t : sweepers) t.join();
+    measuring = false;
+    lister.join();
+    for (std::size_t k = 0; k < cases.size(); ++k) EXPECT_EQ(results[k], qorNoError) << cases[k].name;
+}
+
+}  // namespace
