@@ -1,6 +1,7 @@
 // Runs the benchmarks and then prints the ratios that compare our code with
 // its peers and with real time, from the times measured in this same run.
 #include <benchmark/benchmark.h>
+#include <stdlib.h>
 
 #include <cstdio>
 #include <map>
@@ -60,6 +61,12 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
+#ifdef QOR_SIM_LIBRARY
+    // The sweep benchmarks run on the virtual instrument of the build, unless
+    // the user names another D2XX library; the library reads the name when it
+    // first reaches the bus.
+    setenv("QOR_D2XX_LIBRARY", QOR_SIM_LIBRARY, 0);
+#endif
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     RatioReporter reporter;

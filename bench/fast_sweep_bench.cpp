@@ -11,11 +11,11 @@
 // 486111.11 s). The wall time of a sweep is the line's "Time".
 #include <benchmark/benchmark.h>
 
-#include <filesystem>
 #include <numeric>
 #include <random>
 #include <vector>
 
+#include "bench_device.h"
 #include "engine_fast.h"
 #include "qor_api.h"
 #include "rbw_filter.h"
@@ -58,28 +58,6 @@ BENCHMARK(BM_FastStepSpectrum)
     ->ArgsProduct({{6500, 30000, 100000, 200000, 250000}, {0, 1}})
     ->Unit(benchmark::kMicrosecond);
 
-#ifdef QOR_SIM_LIBRARY
-// The library finds its D2XX functions while its device table is built at
-// load: name the instrument of the build before any static object exists.
-__attribute__((constructor(101))) void NameTheInstrumentOfTheBuild() {
-    setenv("QOR_D2XX_LIBRARY", QOR_SIM_LIBRARY, 0);
-}
-#endif
-
-// The device of a default-bench unit: the one already open (another
-// benchmark may hold it), else opened now; -1 without an instrument.
-int BenchDevice(unsigned serial) {
-    for (int device = 0; device < 8; ++device) {
-        int found = 0;
-        if (qorGetSerialNumber(device, &found) == qorNoError && found == static_cast<int>(serial)) return device;
-    }
-    const auto folder = std::filesystem::temp_directory_path() / "qor_bench_calibration";
-    std::filesystem::create_directories(folder);
-    qorSetCalFilePath((folder.string() + "/").c_str());
-    int device = -1;
-    return qorOpenDeviceBySerialNumber(&device, static_cast<int>(serial)) == qorNoError ? device : -1;
-}
-
 // Blocks the unit delivers for one sweep: the segments, and the low-band pass.
 int BlocksPerSweep(double start, double stop, double rbw, bool reject) {
     const qor::RbwGeometry g = qor::RbwGeometryFor(rbw, qor::RbwShapeFlatTop, qor::kSampleRate, true);
@@ -92,7 +70,7 @@ int BlocksPerSweep(double start, double stop, double rbw, bool reject) {
 // family's full range from 1 MHz), RBW, rejection.
 void BM_FastSweep(benchmark::State& state) {
     const bool orsk = state.range(0) == 2;
-    const int device = BenchDevice(orsk ? kOrskSerial : kVelmSerial);
+    const int device = qorbench::BenchDevice(orsk ? kOrskSerial : kVelmSerial);
     if (device < 0) {
         state.SkipWithError("no virtual instrument (QOR_D2XX_LIBRARY)");
         return;

@@ -9,13 +9,12 @@
 // with rejection a sweep is two captures.
 #include <benchmark/benchmark.h>
 
-#include <stdlib.h>
-
+#include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <random>
 #include <vector>
 
+#include "bench_device.h"
 #include "qor_api.h"
 #include "rbw_filter.h"
 #include "spectrum_core.h"
@@ -46,26 +45,8 @@ void BM_SlowSpectrum(benchmark::State& state) {
 BENCHMARK(BM_SlowSpectrum)->Arg(120000)->Arg(10000)->Arg(1000)->Arg(100)->Arg(10)->Arg(1)
     ->Unit(benchmark::kMillisecond);
 
-#ifdef QOR_SIM_LIBRARY
-// The library finds its D2XX functions while its device table is built at
-// load: name the instrument of the build before any static object exists.
-__attribute__((constructor(101))) void UseTheInstrumentOfTheBuild() { setenv("QOR_D2XX_LIBRARY", QOR_SIM_LIBRARY, 0); }
-#endif
-
-// The device of the default bench, opened once for all runs; -1 without an instrument.
-int BenchDevice() {
-    static const int device = [] {
-        const auto folder = std::filesystem::temp_directory_path() / "qor_bench_calibration";
-        std::filesystem::create_directories(folder);
-        qorSetCalFilePath((folder.string() + "/").c_str());
-        int d = -1;
-        return qorOpenDeviceBySerialNumber(&d, static_cast<int>(kSerial)) == qorNoError ? d : -1;
-    }();
-    return device;
-}
-
 void BM_SlowSweep(benchmark::State& state) {
-    const int device = BenchDevice();
+    const int device = qorbench::BenchDevice(kSerial);
     if (device < 0) {
         state.SkipWithError("no virtual instrument (QOR_D2XX_LIBRARY)");
         return;
