@@ -98,7 +98,7 @@ void AnalyzerLink::SetGainIndex(int gain) {
     }
 }
 
-void AnalyzerLink::SetAttenuation(double dB) { Command({'A', LowByte(RoundHalfUp(dB / attenStep))}); }
+void AnalyzerLink::SetAttenuation(double dB) { Command({'A', LowByte(RoundHalfUp(dB / family.AttenStepDb()))}); }
 
 void AnalyzerLink::SetSelfTestSource(bool on) { Command({'O', static_cast<uint8_t>(on ? 0x01 : 0x00)}); }
 
@@ -110,7 +110,7 @@ bool AnalyzerLink::SelectExternalReference() {
     uint8_t found = 0;
     ReadReply(&found, 1);
     if (found == 0) return false;
-    Command({'C', static_cast<uint8_t>(deviceType == 3 || deviceType == 4 ? 0x03 : 0x01)}, 250);
+    Command({'C', static_cast<uint8_t>(family.IsOrsk() ? 0x03 : 0x01)}, 250);
     referenceLocked = true;
     return true;
 }
@@ -130,8 +130,8 @@ void AnalyzerLink::SelectSampleClock(int n) {
 
 float AnalyzerLink::ReadVoltage() {
     constexpr float kNoReading = 5.0f;
-    if (!diagnosticsAvailable) return kNoReading;
-    if (deviceType == 4)
+    if (!voltageReadout) return kNoReading;
+    if (family.Is(DeviceTypeOrskB))
         Command({'R', 'u'});
     else
         Command({'U', 0x00});
@@ -142,7 +142,7 @@ float AnalyzerLink::ReadVoltage() {
 }
 
 void AnalyzerLink::SetPathFilter(int a, int band) {
-    if (deviceType == 3 || deviceType == 4)
+    if (family.IsOrsk())
         SetOrskFilter(band, a);
     else
         Command({'F', LowByte(a)});
@@ -160,8 +160,8 @@ void AnalyzerLink::SetOrskPath(int path) {
 }
 
 void AnalyzerLink::ReleaseSweepPath() {
-    orskPath = -1;
-    if (deviceType == 4) SetClockShift(0);
+    orskPath = kPathUnknown;
+    if (family.Is(DeviceTypeOrskB)) SetClockShift(0);
 }
 
 DWORD AnalyzerLink::ReadCalPage(int address, uint8_t out[4], uint32_t extraPauseMs) {
@@ -171,8 +171,7 @@ DWORD AnalyzerLink::ReadCalPage(int address, uint8_t out[4], uint32_t extraPause
 
 void AnalyzerLink::ReadCalBulk(bool orskFamily) {
     const uint8_t payload[5] = {'E', 0xF1, 0xA5, 0x03, static_cast<uint8_t>(orskFamily ? 0x8D : 0x72)};
-    std::memcpy(txBuffer, payload, sizeof payload);
-    SendPayload(sizeof payload, nullptr, true);
+    SendPayload(payload, sizeof payload, nullptr, true);
 }
 
 void AnalyzerLink::ReadFirmwareString(char out[16]) {
@@ -185,7 +184,7 @@ void AnalyzerLink::ReadFirmwareString(char out[16]) {
 }
 
 void AnalyzerLink::SetPreamp(bool on) {
-    if (deviceType != 2) return;
+    if (!family.Is(DeviceTypeVelmB)) return;  // the one type with a preamplifier
     Command({'M', static_cast<uint8_t>(on ? 0x01 : 0x00)});
     if (on) {
         SetAttenuation(10.0);
@@ -194,7 +193,7 @@ void AnalyzerLink::SetPreamp(bool on) {
 }
 
 float AnalyzerLink::ReadTemperature() {
-    if (deviceType == 1) return 0.0f;
+    if (family.Is(DeviceTypeVelm)) return 0.0f;  // no sensor
     Command({'K', 0x00});
     uint8_t reply[2] = {};
     ReadReply(reply, sizeof reply);
@@ -213,17 +212,15 @@ void AnalyzerLink::StartFrames(int segments, int blocks) {
 }
 
 void AnalyzerLink::SetSweepWindow(int first, int last) {
-    if (deviceType == 1) TuneLO(first * kLoStepHz);
-    if (deviceType == 4 && last > 20000 && first < 42500) {
+    if (family.Is(DeviceTypeVelm)) TuneLO(first * kLoStepHz);
+    if (family.Is(DeviceTypeOrskB) && last > 20000 && first < 42500) {
         const int shift = (first / 107) % 2 == 0 ? 3 : 0;
         clockShift = shift;
         SetClockShift(shift);
     } else if (clockShift.exchange(0) != 0) {
         SetClockShift(0);
     }
-    const uint8_t payload[5] = {'N', LowByte(first), HighByte(first), LowByte(last), HighByte(last)};
-    std::memcpy(txBuffer, payload, sizeof payload);
-    SendPayload(sizeof payload);
+    Command({'N', LowByte(first), HighByte(first), LowByte(last), HighByte(last)});
 }
 
 void AnalyzerLink::SetGateWindow(int windowFirst, int windowLast) {
@@ -243,7 +240,8 @@ void AnalyzerLink::StopGatedSweep() {
 
 void AnalyzerLink::ReadOcxoStatus() {
     Command({'R', 'j'}, 25);
-    ReadReply(txBuffer, 2);
+    uint8_t reply[2];
+    ReadReply(reply, sizeof reply);  // read only to keep the replies in step
 }
 
 float AnalyzerLink::ReadOcxoCurrent() {
@@ -268,9 +266,9 @@ void AnalyzerLink::SetZ2(int word) { Command({'Z', '2', LowByte(word), HighByte(
 
 void AnalyzerLink::SetClockShift(int n) { Command({'Z', '3', LowByte(n)}); }
 
-void AnalyzerLink::SetIFAttenLow() { Command({'A', static_cast<uint8_t>(deviceType == 4 ? 65 : 75)}); }
+void AnalyzerLink::SetIFAttenLow() { Command({'A', static_cast<uint8_t>(family.Is(DeviceTypeOrskB) ? 65 : 75)}); }
 
-void AnalyzerLink::SetIFAttenHigh() { Command({'A', static_cast<uint8_t>(deviceType == 4 ? 85 : 105)}); }
+void AnalyzerLink::SetIFAttenHigh() { Command({'A', static_cast<uint8_t>(family.Is(DeviceTypeOrskB) ? 85 : 105)}); }
 
 DWORD AnalyzerLink::ReadSweepTable(int first, int last, uint8_t* out) {
     Command({'B', LowByte(first), HighByte(first), LowByte(last), HighByte(last)});
@@ -281,14 +279,20 @@ DWORD AnalyzerLink::ReadSweepTable(int first, int last, uint8_t* out) {
 
 void AnalyzerLink::TuneIFOutput(double frequency, double ifOffset, int inputAtten, int outputGain, int band) {
     LoTuning& a = plan->recordA;
-    if (plan->orskFamily) a.path = OrskPathForBand(band);
+    if (family.IsOrsk()) a.path = OrskPathForBand(band);
     plan->PlanTuning(frequency, ifOffset, band == 2 || band == 3, -1, a, band);
-    if (deviceType == 3 || deviceType == 4) SetOrskPath(a.path);
+    if (family.IsOrsk()) SetOrskPath(a.path);
     ProgramSynth(a.integer, a.fraction, a.modulus, a.dividerLog2);
     SetOrskFilter(band, 3);
     Command({'A', LowByte(outputGain + 65)});
     Command({'A', LowByte(inputAtten)});
     ifOutputOn = true;
+}
+
+void AnalyzerLink::ReleaseIFOutput() {
+    if (!ifOutputOn) return;
+    ReleaseReference();
+    ifOutputOn = false;
 }
 
 }  // namespace qor

@@ -64,7 +64,7 @@ AnalyzerLink::AnalyzerLink() : AnalyzerLink(nullptr) {}
 AnalyzerLink::AnalyzerLink(const d2xx::Table& d2xx) : AnalyzerLink(&d2xx) {}
 
 AnalyzerLink::AnalyzerLink(const d2xx::Table* d2xx)
-    : plan(std::make_unique<TuningPlan>()), workBuffer(ippsMalloc_8u(kWorkBufferBytes)), ft_(d2xx) {
+    : plan(std::make_unique<TuningPlan>(family)), workBuffer(ippsMalloc_8u(kWorkBufferBytes)), ft_(d2xx) {
     if (!workBuffer) throw std::bad_alloc();
     std::memset(workBuffer, 0, kWorkBufferBytes);
 }
@@ -134,29 +134,35 @@ int AnalyzerLink::ListUnits(int serials[kMaxUnits], int streamIndex[kMaxUnits], 
     return count;
 }
 
-int AnalyzerLink::OpenUnit(int serial) {
-    if (isOpen) return 1;
+AnalyzerLink::OpenResult AnalyzerLink::OpenUnit(int serial) {
+    if (isOpen) return OpenResult::Opened;
     {
         std::lock_guard<std::mutex> lock(DeviceListMutex());
         int serials[kMaxUnits], stream[kMaxUnits], command[kMaxUnits];
         const int count = ListUnits(serials, stream, command);
         const int u = static_cast<int>(std::find(serials, serials + count, serial) - serials);
-        if (u == count) return kNotListed;
-        if (OpenChannels(stream[u], command[u]) < 0) return -1;
+        if (u == count) return OpenResult::NotListed;
+        if (!OpenChannels(stream[u], command[u])) return OpenResult::Failed;
     }
     Setup();
-    return 1;
+    return OpenResult::Opened;
 }
 
-int AnalyzerLink::Open(int streamIndex, int commandIndex) {
-    if (isOpen) return 1;
-    if (OpenChannels(streamIndex, commandIndex) < 0) return -1;
+bool AnalyzerLink::Open(int streamIndex, int commandIndex) {
+    if (isOpen) return true;
+    if (!OpenChannels(streamIndex, commandIndex)) return false;
     Setup();
-    return 1;
+    return true;
 }
 
-int AnalyzerLink::OpenChannels(int streamIndex, int commandIndex) {
-    if (streamIndex < 0) return -1;
+void AnalyzerLink::Identify(DeviceFamily unitFamily, bool readsVoltage) {
+    family = unitFamily;
+    voltageReadout = readsVoltage;
+    orskPath = kPathUnknown;
+}
+
+bool AnalyzerLink::OpenChannels(int streamIndex, int commandIndex) {
+    if (streamIndex < 0) return false;
     FT_STATUS status = FT_DEVICE_NOT_FOUND;
     for (int attempt = 0; attempt < kOpenTries; ++attempt) {
         status = Ft().Open(streamIndex, &streamChannel);
@@ -164,18 +170,18 @@ int AnalyzerLink::OpenChannels(int streamIndex, int commandIndex) {
         streamChannel = nullptr;
         if (attempt + 1 < kOpenTries) os::SleepMs(kOpenRetryMs);
     }
-    if (status != FT_OK) return -1;
+    if (status != FT_OK) return false;
     if (Ft().Open(commandIndex, &commandChannel) != FT_OK) {
         commandChannel = nullptr;
         Close();  // a half-open link would be taken for open by the next call
-        return -1;
+        return false;
     }
     isOpen = true;
-    return 1;
+    return true;
 }
 
 void AnalyzerLink::Setup() {
-    orskPath = -100;
+    orskPath = kPathUnknown;
     Ft().SetBaudRate(commandChannel, kCommandBaud);
     Ft().SetTimeouts(commandChannel, 5000, 5000);
     Ft().SetTimeouts(streamChannel, 1000, 1000);
@@ -226,12 +232,13 @@ void AnalyzerLink::WriteUserArea(const uint8_t data[16]) {
 
 // ---- Framing -----------------------------------------------------------------
 
-void AnalyzerLink::SendPayload(int length, FT_HANDLE channel, bool noDelay) {
-    uint8_t wire[2 * sizeof txBuffer + 1];
+void AnalyzerLink::SendPayload(const uint8_t* payload, int length, FT_HANDLE channel, bool noDelay) {
+    constexpr int kMaxPayload = 5;
+    uint8_t wire[2 * kMaxPayload + 1];
     DWORD size = 0;
-    const int count = std::min<int>(length, sizeof txBuffer);
+    const int count = std::clamp(length, 0, kMaxPayload);
     for (int i = 0; i < count; ++i) {
-        const uint8_t b = txBuffer[i];
+        const uint8_t b = payload[i];
         if (b == kFrameEnd) {
             wire[size++] = kEscape;
             wire[size++] = kEscapedEnd;
@@ -245,13 +252,11 @@ void AnalyzerLink::SendPayload(int length, FT_HANDLE channel, bool noDelay) {
     wire[size++] = kFrameEnd;
     DWORD written = 0;
     Ft().Write(channel ? channel : commandChannel, wire, size, &written);
-    if (!noDelay) os::SleepMs(static_cast<uint32_t>(commandDelay));
+    if (!noDelay) os::SleepMs(commandDelay);
 }
 
 void AnalyzerLink::Command(std::initializer_list<uint8_t> payload, uint32_t extraPauseMs) {
-    const int length = std::min<int>(static_cast<int>(payload.size()), sizeof txBuffer);
-    std::copy_n(payload.begin(), length, txBuffer);
-    SendPayload(length);
+    SendPayload(payload.begin(), static_cast<int>(payload.size()));
     if (extraPauseMs) os::SleepMs(extraPauseMs);
 }
 
@@ -303,42 +308,42 @@ void AnalyzerLink::Widen(Ipp64fc* out, int samples) const {
                            15);
 }
 
-int AnalyzerLink::CaptureBlock(Ipp64fc* out, int count, int timeoutMs) {
+AnalyzerLink::Capture AnalyzerLink::CaptureBlock(Ipp64fc* out, int count, int timeoutMs) {
     Command({'S', LowByte(count / kBlockSamples)});
     uint8_t sync[4] = {};
     ReadStreamBytes(sync, sizeof sync);
     if (std::memcmp(sync, kCaptureSync, sizeof sync) != 0) {
         PurgeStream(FT_PURGE_RX);
-        return 6;
+        return Capture::NoSync;
     }
     for (int done = 0; done < count;) {
         const int chunk = std::min(count - done, kStreamSamples);
         if (!WaitForStream(static_cast<DWORD>(4 * chunk), static_cast<uint32_t>(std::max(timeoutMs, 0)), 5)) {
             PurgeStream(FT_PURGE_RX);
-            return 5;
+            return Capture::TimedOut;
         }
         ReadStreamBytes(workBuffer, static_cast<DWORD>(4 * chunk));
         Widen(out + done, chunk);
         done += chunk;
     }
-    return 0;
+    return Capture::Complete;
 }
 
-int AnalyzerLink::ReadSamples512(Ipp64fc* out) {
-    if (!WaitForStream(kBlockBytes, 100, 1)) return 0;
+bool AnalyzerLink::ReadSamples512(Ipp64fc* out) {
+    if (!WaitForStream(kBlockBytes, 100, 1)) return false;
     ReadStreamBytes(workBuffer, kBlockBytes);
     Widen(out, kBlockSamples);
-    return 1;
+    return true;
 }
 
-int AnalyzerLink::ReadSamples4096(Ipp64fc* out) {
+bool AnalyzerLink::ReadSamples4096(Ipp64fc* out) {
     if (!WaitForStream(kStreamBytes, 275, 1)) {
         PurgeStream(FT_PURGE_RX);
-        return -1;
+        return false;
     }
     ReadStreamBytes(workBuffer, kStreamBytes);
     Widen(out, kStreamSamples);
-    return 0;
+    return true;
 }
 
 void AnalyzerLink::StartStream() {
@@ -358,47 +363,45 @@ void AnalyzerLink::StopStream() {
     }
 }
 
-int AnalyzerLink::CaptureStream(Ipp64fc* out, int count) {
+bool AnalyzerLink::CaptureStream(Ipp64fc* out, int count) {
     StartStream();
-    int status = 0;
-    for (int i = 0; i < count / kStreamSamples; ++i) {
-        if (ReadSamples4096(out + static_cast<size_t>(i) * kStreamSamples) != 0) {
-            status = -1;
-            break;
-        }
+    bool complete = true;
+    for (int i = 0; i < count / kStreamSamples && complete; ++i) {
+        complete = ReadSamples4096(out + static_cast<size_t>(i) * kStreamSamples);
     }
     Command({'3'});
     os::SleepMs(10);
     os::SleepMs(25);
     StreamQueued();
     PurgeStream(FT_PURGE_RX);
-    return status;
+    return complete;
 }
 
-int AnalyzerLink::ReadFrame(Ipp64fc* out, int expectedSamples, const std::atomic<bool>* keepReading) {
+AnalyzerLink::FrameRead AnalyzerLink::ReadFrame(Ipp64fc* out, int expectedSamples,
+                                                const std::atomic<bool>* keepReading) {
     std::memset(syncWord, 0, sizeof syncWord);
     ReadStreamBytes(syncWord, sizeof syncWord);
-    if (!IsFrameHeader(syncWord) && (ResyncFrames() != 0 || !IsFrameHeader(syncWord))) return -1;
+    if (!IsFrameHeader(syncWord) && (!ResyncFrames() || !IsFrameHeader(syncWord))) return {FrameRead::Torn, -1};
 
-    frameTag = syncWord[2];
+    const int tag = syncWord[2];
     const int blocks = (syncWord[3] + 1) * blocksPerStep;
-    if (expectedSamples == kBlockSamples * blocks) {
-        for (frameBlock = 0; frameBlock < blocks; ++frameBlock) {
-            // A block that misses its limit leaves the frame torn; the next
-            // call finds its place again through the header.
-            if (keepReading && !keepReading->load()) return -1;
-            if (ReadSamples512(out + static_cast<size_t>(frameBlock) * kBlockSamples) == 0) return -1;
-        }
-        return frameTag;
+    if (expectedSamples != kBlockSamples * blocks) {
+        DropStreamBytes(static_cast<int64_t>(kBlockBytes) * blocks);
+        return {FrameRead::OtherSize, tag};
     }
-    DropStreamBytes(static_cast<int64_t>(kBlockBytes) * blocks);
-    return -blocks - (expectedSamples / kBlockSamples) * 10000;
+    for (int block = 0; block < blocks; ++block) {
+        // A block that misses its limit leaves the frame torn; the next
+        // call finds its place again through the header.
+        if (keepReading && !keepReading->load()) return {FrameRead::Torn, tag};
+        if (!ReadSamples512(out + static_cast<size_t>(block) * kBlockSamples)) return {FrameRead::Torn, tag};
+    }
+    return {FrameRead::Segment, tag};
 }
 
-int AnalyzerLink::ResyncFrames() {
+bool AnalyzerLink::ResyncFrames() {
     for (int reads = 0; reads < kResyncReads; ++reads) {
         const DWORD received = ReadStreamBytes(workBuffer, kBlockBytes);
-        if (received == 0) return -1;  // the stream is silent: nothing to find
+        if (received == 0) return false;  // the stream is silent: nothing to find
         for (DWORD offset = 0; offset + 1 < received; offset += 2) {
             if (!IsFrameHeader(workBuffer + offset)) continue;
             // The header may reach past this read: complete it from the stream.
@@ -411,10 +414,10 @@ int AnalyzerLink::ResyncFrames() {
             DropStreamBytes(frameBytes - frameRead);
             std::memset(syncWord, 0, sizeof syncWord);
             ReadStreamBytes(syncWord, sizeof syncWord);
-            return 0;
+            return true;
         }
     }
-    return -1;
+    return false;
 }
 
 }  // namespace qor

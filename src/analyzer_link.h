@@ -7,10 +7,11 @@
 // The unit never acknowledges: a command always counts as done, and a reply
 // that does not come shows as zeros in the parsed value.
 //
-// Threads: txBuffer and workBuffer are single, so one thread drives the link
-// at a time: the API thread while no engine runs, else the engine's
-// acquisition thread. compressionFlag alone is shared between an engine and
-// the retrieval calls, hence atomic.
+// Threads: the work buffer and the channel state are single, so one thread
+// drives the link at a time: the API thread while no engine runs, else the
+// engine's acquisition thread (the reader, where an engine has two). The
+// compression mark alone is shared between an engine and the retrieval
+// calls, hence atomic.
 #ifndef QOR_ANALYZER_LINK_H
 #define QOR_ANALYZER_LINK_H
 
@@ -21,6 +22,7 @@
 #include <mutex>
 
 #include "d2xx.h"
+#include "device_family.h"
 #include "ipp_types.h"
 #include "tuning_plan.h"
 
@@ -64,14 +66,20 @@ public:
     // than 2 channels. The caller holds DeviceListMutex.
     int ListUnits(int serials[kMaxUnits], int streamIndex[kMaxUnits], int commandIndex[kMaxUnits]);
     // Lists the bus and opens the unit `serial` on the indices found, the
-    // listing and the channel opens under DeviceListMutex. kNotListed when
-    // the unit is not on the bus, else what Open gives.
-    static constexpr int kNotListed = -2;
-    int OpenUnit(int serial);
+    // listing and the channel opens under DeviceListMutex.
+    enum class OpenResult { Opened, NotListed, Failed };
+    OpenResult OpenUnit(int serial);
     // Opens and configures both channels, drains the stream, resets the
-    // synthesizer and the ADC (about 860 ms of pauses). Returns the open
-    // mark (1) or -1; a failed open leaves both channels closed.
-    int Open(int streamIndex, int commandIndex);
+    // synthesizer and the ADC (about 860 ms of pauses). True when the link is
+    // open (also when it already was); a failed open leaves both channels closed.
+    bool Open(int streamIndex, int commandIndex);
+    bool IsOpen() const { return isOpen; }
+    // Who the unit is, once the open sequence has read it: the family that
+    // every type-dependent command follows, and whether the unit reads its
+    // supply voltage. Forgets the first-LO path sent before.
+    void Identify(DeviceFamily family, bool voltageReadout);
+    const DeviceFamily& Family() const { return family; }
+    TuningPlan& Plan() { return *plan; }
     // FT_Close of the stream channel, then the command channel; clears the
     // open mark and referenceLocked.
     void Close();
@@ -85,18 +93,37 @@ public:
     void WriteUserArea(const uint8_t data[16]);
 
     // ---- Framing and the stream (see the .cpp for each) ---------------------
-    void SendPayload(int length, FT_HANDLE channel = nullptr, bool noDelay = false);
-    int CaptureBlock(Ipp64fc* out, int count, int timeoutMs);
-    int CaptureStream(Ipp64fc* out, int count);
-    int ReadSamples512(Ipp64fc* out);
-    int ReadSamples4096(Ipp64fc* out);
+    // One framed command of up to 5 payload bytes on `channel` (the command
+    // channel when null), then the command pause unless `noDelay`.
+    void SendPayload(const uint8_t* payload, int length, FT_HANDLE channel = nullptr, bool noDelay = false);
+    // A triggered capture of `count` samples: complete, no sync word (the
+    // unit did not start), or the samples did not arrive in `timeoutMs`.
+    enum class Capture { Complete, TimedOut, NoSync };
+    Capture CaptureBlock(Ipp64fc* out, int count, int timeoutMs);
+    // `count` samples of the continuous stream; false when a block failed to come.
+    bool CaptureStream(Ipp64fc* out, int count);
+    // One block; false when it did not come in time.
+    bool ReadSamples512(Ipp64fc* out);
+    bool ReadSamples4096(Ipp64fc* out);
     void StartStream();
     void StopStream();
-    // `keepReading`, when given, is looked at between blocks: a frame it
-    // leaves ends at once, torn, with -1 (so that a stop need not wait for a
-    // long frame).
-    int ReadFrame(Ipp64fc* out, int expectedSamples, const std::atomic<bool>* keepReading = nullptr);
-    int ResyncFrames();
+    // The sync word of the last stream start or frame header.
+    const uint8_t* SyncWord() const { return syncWord; }
+    // One frame of a hop program as its header announces it. `keepReading`,
+    // when given, is looked at between blocks: a frame it leaves ends at once,
+    // torn (so that a stop need not wait for a long frame).
+    struct FrameRead {
+        enum Kind {
+            Segment,    // the frame of segment `tag`, read whole into the caller's buffer
+            OtherSize,  // a frame of segment `tag` but not of the size expected, dropped whole
+            Torn,       // no header found, or a block missing: the frame is lost
+        } kind;
+        int tag;
+    };
+    FrameRead ReadFrame(Ipp64fc* out, int expectedSamples, const std::atomic<bool>* keepReading = nullptr);
+    // Reads on to the next frame header and puts it into the sync word;
+    // false when none came.
+    bool ResyncFrames();
     void PurgeStream(ULONG mask);
     DWORD StreamQueued();
     // One FT_Read of raw bytes on the stream channel; the count received.
@@ -114,11 +141,14 @@ public:
     // gain, any other the least.
     void SetGainIndex(int gain);
     void SetAttenuation(double dB);
+    // The input attenuator at step `steps` of the unit's family.
+    void SetAttenSteps(int steps) { SetAttenuation(steps * family.AttenStepDb()); }
     void SetSelfTestSource(bool on);
     void SetDividerFour();
     bool SelectExternalReference();
     void EnableReferenceOutput();
     void ReleaseReference();
+    bool ReferenceLocked() const { return referenceLocked; }
     void SelectSampleClock(int n);
     float ReadVoltage();
     void SetPathFilter(int a, int band);
@@ -154,34 +184,37 @@ public:
     // Detector read-out of the LO sweep from `first` to `last` MHz in 3 MHz
     // steps: 2 bytes per step into `out`; the count received.
     DWORD ReadSweepTable(int first, int last, uint8_t* out);
+    // Holds the unit tuned for the IF output until ReleaseIFOutput.
     void TuneIFOutput(double frequency, double ifOffset, int inputAtten, int outputGain, int band);
+    bool IFOutputOn() const { return ifOutputOn; }
+    void ReleaseIFOutput();
 
-    // ---- State ---------------------------------------------------------------
-    std::unique_ptr<TuningPlan> plan;
+    // Reads and clears the mark of an IF overload seen since the last look.
+    bool TakeCompressionMark() { return compressionFlag.exchange(false); }
+
+private:
+    static constexpr int32_t kPathUnknown = -1;  // the next SetOrskPath always sends
+
+    DeviceFamily family;
+    std::unique_ptr<TuningPlan> plan;  // on `family`
     std::atomic<bool> compressionFlag{false};
-    double attenStep = 5.0;
     FT_HANDLE commandChannel = nullptr;  // channel B
     FT_HANDLE streamChannel = nullptr;   // channel A
     bool isOpen = false;
-    uint8_t txBuffer[5] = {};
-    int32_t commandDelay = 5;
+    uint32_t commandDelay = 5;
     uint8_t* workBuffer;  // kWorkBufferBytes, 64-byte aligned
     uint8_t syncWord[4] = {};
     int32_t blocksPerStep = 1;
-    int32_t frameTag = 0;
-    int32_t frameBlock = 0;
-    int32_t orskPath = -100;  // nothing sent yet: the first SetOrskPath always sends
-    int32_t deviceType = 0;
+    int32_t orskPath = kPathUnknown;
     bool referenceLocked = false;
     bool ifOutputOn = false;
-    bool diagnosticsAvailable = false;
+    bool voltageReadout = false;
 
-private:
-    // FT_Open of both channels, the stream channel with retries; -1 leaves both closed.
-    int OpenChannels(int streamIndex, int commandIndex);
+    // FT_Open of both channels, the stream channel with retries; false leaves both closed.
+    bool OpenChannels(int streamIndex, int commandIndex);
     // Configures the open channels and brings the unit to a known state.
     void Setup();
-    // Fills txBuffer, sends it and pauses commandDelay plus `extraPauseMs`.
+    // Sends the payload and pauses commandDelay plus `extraPauseMs`.
     void Command(std::initializer_list<uint8_t> payload, uint32_t extraPauseMs = 0);
     DWORD ReadReply(void* out, DWORD count);
     void SendSynthWords(int synthDividerLog2, int outboardDivider, int integer, int fraction, int modulus);

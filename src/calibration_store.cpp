@@ -26,8 +26,6 @@ constexpr uint32_t kVelmBulkBytes = 0x72000 + 4;
 constexpr uint32_t kOrskBulkBytes = 0x8D000 + 4;
 constexpr uint32_t kBulkPiece = 4096;
 
-bool IsVelm(uint32_t deviceType) { return deviceType == 1 || deviceType == 2; }
-
 std::string CacheFileName(const std::string& folder, const char* pattern, int32_t serial) {
     char name[32];
     std::snprintf(name, sizeof name, pattern, serial);
@@ -48,16 +46,18 @@ CalibrationStore::CalibrationStore()
       // not left to chance.
       unitBlock(new uint8_t[kUnitBlockBytes]()) {}
 
-uint32_t TableFileBytes(uint32_t deviceType) { return IsVelm(deviceType) ? kVelmTableBytes : kOrskTableBytes; }
+uint32_t TableFileBytes(uint32_t deviceType) {
+    return DeviceFamily(static_cast<int32_t>(deviceType)).IsVelm() ? kVelmTableBytes : kOrskTableBytes;
+}
 
 qorStatus FetchCalibration(CalibrationStore& store, const CalIdentity& identity, AnalyzerLink* link) {
     const uint32_t type = identity.deviceType;
-    store.deviceType = type;
+    const DeviceFamily family(static_cast<int32_t>(type));
     store.corr.reset();
-    if (IsVelm(type))
-        store.corr = std::make_unique<CorrectionsVelm>(type, store.tableBlock.get(), store.unitBlock.get());
+    if (family.IsVelm())
+        store.corr = std::make_unique<CorrectionsVelm>(family, store.tableBlock.get(), store.unitBlock.get());
     else
-        store.corr = std::make_unique<CorrectionsOrsk>(type, store.tableBlock.get(), store.unitBlock.get());
+        store.corr = std::make_unique<CorrectionsOrsk>(family, store.tableBlock.get(), store.unitBlock.get());
 
     uint8_t* unit = store.unitBlock.get();
     uint8_t* table = store.tableBlock.get();
@@ -77,12 +77,12 @@ qorStatus FetchCalibration(CalibrationStore& store, const CalIdentity& identity,
         // carry another unit's calibration.
         if (identity.onDeviceCalibration) {
             // The 12.4 GHz family's bulk answer brings no unit block.
-            if (!IsVelm(type) && !haveUnit) std::memset(unit, 0, CalibrationStore::kUnitBlockBytes);
-            if (link) ReadCalBulk(*link, unit, table, !IsVelm(type));
+            if (family.IsOrsk() && !haveUnit) std::memset(unit, 0, CalibrationStore::kUnitBlockBytes);
+            if (link) ReadCalBulk(*link, unit, table, family.IsOrsk());
         } else {
             if (!haveUnit && link) ReadCalPage(*link, unit);
             if (!haveTable) {
-                if (type == 1) {
+                if (family.Is(DeviceTypeVelm)) {
                     std::memset(table, 0, tableBytes);  // the first model keeps no table data at all
                 } else {
                     uint32_t size = 0;

@@ -29,7 +29,6 @@ public:
     CalibrationStore();
 
     std::unique_ptr<DeviceCorr> corr;  // empty until FetchCalibration ran
-    uint32_t deviceType = 0;
     std::unique_ptr<uint8_t[]> tableBlock;  // kTableBlockBytes
     std::unique_ptr<uint8_t[]> unitBlock;   // kUnitBlockBytes
 };

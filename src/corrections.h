@@ -10,14 +10,16 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "device_family.h"
+
 namespace qor {
 
 class AnalyzerLink;
 
 class DeviceCorr {
 public:
-    DeviceCorr(uint32_t deviceType, const uint8_t* tableBlock, const uint8_t* unitBlock)
-        : deviceType(deviceType), tableBlock(tableBlock), unitBlock(unitBlock) {}
+    DeviceCorr(DeviceFamily family, const uint8_t* tableBlock, const uint8_t* unitBlock)
+        : family(family), tableBlock(tableBlock), unitBlock(unitBlock) {}
     DeviceCorr(const DeviceCorr&) = delete;
     DeviceCorr& operator=(const DeviceCorr&) = delete;
     virtual ~DeviceCorr() = default;
@@ -35,7 +37,7 @@ public:
     virtual double DetectorPowerRatio(double f, int att, int detectorSetting, uint16_t code,
                                       uint8_t unused) const = 0;
 
-    uint32_t deviceType;
+    const DeviceFamily family;  // the model follows the unit's type
     const uint8_t* tableBlock;  // not owned
     const uint8_t* unitBlock;   // not owned
     double temperature = 0.0;   // degrees Celsius

@@ -85,8 +85,8 @@ struct CorrectionsOrsk::Tables {
     uint16_t timebaseWord;
 };
 
-CorrectionsOrsk::CorrectionsOrsk(uint32_t type, const uint8_t* table, const uint8_t* unit)
-    : DeviceCorr(type, table, unit), tables_(std::make_unique<Tables>()) {}
+CorrectionsOrsk::CorrectionsOrsk(DeviceFamily family, const uint8_t* table, const uint8_t* unit)
+    : DeviceCorr(family, table, unit), tables_(std::make_unique<Tables>()) {}
 
 CorrectionsOrsk::~CorrectionsOrsk() = default;
 

@@ -16,7 +16,7 @@ constexpr uint32_t kOrskTableBytes = 571616;
 
 class CorrectionsOrsk final : public DeviceCorr {
 public:
-    CorrectionsOrsk(uint32_t deviceType, const uint8_t* tableBlock, const uint8_t* unitBlock);
+    CorrectionsOrsk(DeviceFamily family, const uint8_t* tableBlock, const uint8_t* unitBlock);
     ~CorrectionsOrsk() override;
 
     // Sends the oven trim and the crossover; a null link sends nothing.

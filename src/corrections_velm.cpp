@@ -68,14 +68,14 @@ struct CorrectionsVelm::Tables {
     double recordTemperature[kRecords];
 };
 
-CorrectionsVelm::CorrectionsVelm(uint32_t type, const uint8_t* table, const uint8_t* unit)
-    : DeviceCorr(type, table, unit), tables_(std::make_unique<Tables>()) {}
+CorrectionsVelm::CorrectionsVelm(DeviceFamily family, const uint8_t* table, const uint8_t* unit)
+    : DeviceCorr(family, table, unit), tables_(std::make_unique<Tables>()) {}
 
 CorrectionsVelm::~CorrectionsVelm() = default;
 
 int64_t CorrectionsVelm::Load(AnalyzerLink*) {
     unit_ = unitBlock;
-    if (deviceType != 1) {
+    if (!family.Is(DeviceTypeVelm)) {
         Tables& t = *tables_;
         for (int r = 0; r < kRecords; ++r) {
             const uint8_t* record = tableBlock + r * kRecordBytes;
@@ -105,10 +105,10 @@ void CorrectionsVelm::SelectAttenGain(double minCorrection, double referenceLeve
 double CorrectionsVelm::DetectorPowerRatio(double, int, int, uint16_t, uint8_t) const { return 0.0; }
 
 double CorrectionsVelm::GetCorrection(double f, int att, int gain, int highIf, double ifOffset, int band) {
-    if (deviceType == 1) preampOn = false;  // this model has no preamplifier
+    if (family.Is(DeviceTypeVelm)) preampOn = false;  // this model has no preamplifier
     const bool lowBand = band < 0 ? f < kBandSplit : band == 0;
     const uint8_t* ifTable = unit_ + (highIf != 0 ? kIfResponseHigh : kIfResponseLow);
-    const double ifTerm = IfTerm(ifTable, 0.01, ifOffset, deviceType == 2 ? 0.6 : 0.0);
+    const double ifTerm = IfTerm(ifTable, 0.01, ifOffset, family.Is(DeviceTypeVelmB) ? 0.6 : 0.0);
     return LevelTerm(lowBand, gain) - TemperatureTerm(f, lowBand, att, highIf) + ResponseTerm(f, lowBand, att) +
            att * 5.0 + ifTerm - 3.0;
 }
@@ -116,7 +116,7 @@ double CorrectionsVelm::GetCorrection(double f, int att, int gain, int highIf, d
 double CorrectionsVelm::LevelTerm(bool lowBand, int gain) const {
     double g0 = 15.83;
     double g2 = 12.0;
-    if (deviceType != 1) {
+    if (!family.Is(DeviceTypeVelm)) {
         g0 = ReadLeU16(unit_ + kGain0Word) * 0.02 + 16.0 - 2.56;
         g2 = ReadLeU16(unit_ + kGain2Word) * 0.02 + 12.0 - 2.56;
     }
@@ -131,7 +131,7 @@ double CorrectionsVelm::ResponseTerm(double f, bool lowBand, int att) const {
     const int a = std::clamp(att, 0, kAttenStates - 1);
     if (!lowBand) {
         const GridPos p = Locate((f - kBandSplit) / 1e7, kHighPoints - 2);
-        const double slope = deviceType == 1 ? 2.5e-9 : 4e-9;
+        const double slope = family.Is(DeviceTypeVelm) ? 2.5e-9 : 4e-9;
         double term = (Lerp(unit_ + kAttenHigh + a * kHighPoints, p) - 128.0) * 0.0625 + slope * f;
         if (preampOn) term -= Lerp(unit_ + kPreampHigh, p) * 0.1;
         return term;
@@ -155,7 +155,7 @@ double CorrectionsVelm::ResponseTerm(double f, bool lowBand, int att) const {
 }
 
 double CorrectionsVelm::TemperatureTerm(double f, bool lowBand, int att, int highIf) const {
-    if (deviceType == 1) {
+    if (family.Is(DeviceTypeVelm)) {
         if (highIf != 0) return 0.0;
         return 0.1 * unit_[lowBand ? kLowIfOffsetLowBand : kLowIfOffsetHighBand];
     }

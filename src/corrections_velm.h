@@ -15,7 +15,7 @@ constexpr uint32_t kVelmTableBytes = 458624;
 
 class CorrectionsVelm final : public DeviceCorr {
 public:
-    CorrectionsVelm(uint32_t deviceType, const uint8_t* tableBlock, const uint8_t* unitBlock);
+    CorrectionsVelm(DeviceFamily family, const uint8_t* tableBlock, const uint8_t* unitBlock);
     ~CorrectionsVelm() override;
 
     int64_t Load(AnalyzerLink* link) override;

@@ -36,12 +36,12 @@ void CycleAndClose(AnalyzerLink& link) {
 // After a port cycle the unit is listed anew, under indices of its own and
 // perhaps only after a while: it is looked for as the stream channel's open
 // would be retried.
-int ReopenAfterCycle(AnalyzerLink& link, int serialNumber) {
+AnalyzerLink::OpenResult ReopenAfterCycle(AnalyzerLink& link, int serialNumber) {
     constexpr int kTries = 10;
     constexpr uint32_t kRetryMs = 250;
     for (int attempt = 0;; ++attempt) {
-        const int opened = link.OpenUnit(serialNumber);
-        if (opened != AnalyzerLink::kNotListed || attempt + 1 == kTries) return opened;
+        const AnalyzerLink::OpenResult opened = link.OpenUnit(serialNumber);
+        if (opened != AnalyzerLink::OpenResult::NotListed || attempt + 1 == kTries) return opened;
         os::SleepMs(kRetryMs);
     }
 }
@@ -54,6 +54,21 @@ double StoredTimebase(AnalyzerLink& link) {
     double stored = 0.0;
     std::memcpy(&stored, area + 8, sizeof stored);  // little-endian IEEE 754, as the host
     return stored;
+}
+
+// The device type of a firmware string: its 9th character names the
+// family's model, the 11th tells the 12.4 GHz family's A and B units apart.
+int32_t TypeOfFirmware(const char firmware[16]) {
+    switch (firmware[8]) {
+        case '1':
+            return DeviceTypeVelm;
+        case '2':
+            return DeviceTypeVelmB;
+        case '3':
+            return firmware[10] == '0' ? DeviceTypeOrskA : DeviceTypeOrskB;
+        default:
+            return DeviceTypeNone;
+    }
 }
 
 }  // namespace
@@ -102,52 +117,39 @@ qorStatus Device::Open(int serialNumber) {
 qorStatus Device::OpenSequence(int serialNumber) {
     for (int attempt = 0; attempt < 2; ++attempt) {
         // The first open resets the unit; the port cycle makes it start afresh.
-        if (m_link.OpenUnit(serialNumber) == AnalyzerLink::kNotListed) return qorDeviceNotFoundErr;
+        if (m_link.OpenUnit(serialNumber) == AnalyzerLink::OpenResult::NotListed) return qorDeviceNotFoundErr;
         CycleAndClose(m_link);
-        if (ReopenAfterCycle(m_link, serialNumber) < 0) return qorDeviceNotFoundErr;
+        if (ReopenAfterCycle(m_link, serialNumber) != AnalyzerLink::OpenResult::Opened) return qorDeviceNotFoundErr;
 
         m_link.ReadSerialString(m_serialString);
         m_serialNumber = DecimalSerial(m_serialString);
         m_link.ReadFirmwareString(m_firmware);
         m_onDeviceCalibration = m_firmware[10] == '1';
 
-        switch (m_firmware[8]) {
-            case '1':
-                m_deviceType = DeviceTypeVelm;
-                break;
-            case '2':
-                m_deviceType = DeviceTypeVelmB;
-                break;
-            case '3': {
-                m_deviceType = m_firmware[10] == '0' ? DeviceTypeOrskA : DeviceTypeOrskB;
-                const qorStatus oven = CheckOven();
-                if (oven != qorNoError) return oven;
-                break;
+        const int32_t type = TypeOfFirmware(m_firmware);
+        if (type == DeviceTypeNone) {
+            // A unit that answered nothing sensible gets one more port cycle.
+            if (attempt == 0) {
+                CycleAndClose(m_link);
+                continue;
             }
-            default:
-                // A unit that answered nothing sensible gets one more port cycle.
-                if (attempt == 0) {
-                    CycleAndClose(m_link);
-                    continue;
-                }
-                m_link.Close();
-                return qorDeviceNotFoundErr;
+            m_link.Close();
+            return qorDeviceNotFoundErr;
+        }
+        const bool readsVoltage = type == DeviceTypeOrskB || (type == DeviceTypeVelmB && m_onDeviceCalibration);
+        m_link.Identify(DeviceFamily(type), readsVoltage);
+        if (m_link.Family().IsOrsk()) {
+            const qorStatus oven = CheckOven();
+            if (oven != qorNoError) return oven;
         }
         break;
     }
 
-    const bool orsk = m_deviceType == DeviceTypeOrskA || m_deviceType == DeviceTypeOrskB;
-    m_link.deviceType = m_deviceType;
-    m_link.plan->orskFamily = orsk;
-    m_link.attenStep = orsk ? 10.0 : 5.0;
-    m_link.diagnosticsAvailable =
-        m_deviceType == DeviceTypeOrskB || (m_deviceType == DeviceTypeVelmB && m_firmware[10] == '1');
-    m_link.orskPath = -100;
     m_settings = Settings();
 
     // Calibration, with the link up and the type known: 0 or -12.
     const qorStatus calibration = FetchCalibration(
-        m_calibration, {m_serialNumber, static_cast<uint32_t>(m_deviceType), m_onDeviceCalibration}, &m_link);
+        m_calibration, {m_serialNumber, static_cast<uint32_t>(DeviceType()), m_onDeviceCalibration}, &m_link);
     // The stored timebase correction is read whatever the fetch gave; the
     // correction object takes a value other than 0.0 as its timebaseFactor.
     const double storedTimebase = StoredTimebase(m_link);
@@ -161,7 +163,7 @@ qorStatus Device::OpenSequence(int serialNumber) {
 // The 12.4 GHz family's oven oscillator: a B unit's oven must be warm, and
 // both must draw their current. Leaves the link closed on failure.
 qorStatus Device::CheckOven() {
-    if (m_deviceType == DeviceTypeOrskB) {
+    if (m_link.Family().Is(DeviceTypeOrskB)) {
         os::SleepMs(3000);
         int raw = 0;
         m_link.ReadOcxoWarmup(&raw);
@@ -209,8 +211,6 @@ qorStatus Device::ReadVoltage(float* voltage) {
     return qorNoError;
 }
 
-bool Device::TakeCompressionMark() { return m_link.compressionFlag.exchange(false); }
-
 Device::Running Device::Current() {
     std::lock_guard<std::mutex> lock(m_engineLock);
     return {m_mode, m_engine};
@@ -241,10 +241,7 @@ void Device::LeaveMode() {
     m_core.reset();
     m_rbwFilter.reset();
     // The IF output holds the unit tuned until the next abort.
-    if (m_link.ifOutputOn) {
-        m_link.ReleaseReference();
-        m_link.ifOutputOn = false;
-    }
+    m_link.ReleaseIFOutput();
 }
 
 qorStatus Device::Initiate(int mode, const Settings& entry) {
@@ -277,7 +274,7 @@ qorStatus Device::InitiateMode(int mode) {
 }
 
 qorStatus Device::InitiateSweep() {
-    const SweepEngineChoice choice = ChooseSweepEngine(m_settings, m_deviceType);
+    const SweepEngineChoice choice = ChooseSweepEngine(m_settings, DeviceType());
     m_settings.rbw = choice.rbw;
     if (!m_calibration.corr) return qorUnknownErr;
     if (choice.kind == SweepEngineKind::Broadband) {

@@ -75,7 +75,9 @@ public:
     qorStatus ReadTemperature(float* temperature);
     qorStatus ReadVoltage(float* voltage);
     // Reads and clears the compression mark of the link.
-    bool TakeCompressionMark();
+    bool TakeCompressionMark() { return m_link.TakeCompressionMark(); }
+    // The device type the open sequence found (DeviceTypeNone before).
+    int32_t DeviceType() const { return m_link.Family().Type(); }
 
     std::atomic<bool> m_open{false};
     std::atomic<bool> m_claimed{false};
@@ -84,7 +86,6 @@ public:
     char m_firmware[16] = {};
     int32_t m_serialNumber = 0;
     bool m_onDeviceCalibration = false;
-    int32_t m_deviceType = DeviceTypeNone;
     float m_temperature = 0.0f;
     AnalyzerLink m_link;
     Settings m_settings;

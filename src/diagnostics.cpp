@@ -48,8 +48,6 @@ bool Hold(T& value, T low, T high) {
     return true;
 }
 
-bool IsOrsk(int deviceType) { return deviceType == DeviceTypeOrskA || deviceType == DeviceTypeOrskB; }
-
 }  // namespace
 
 double SelfTestLevelDb(const Ipp64fc* samples, int count) {
@@ -92,12 +90,13 @@ IFOutputSetting LimitIFOutput(int deviceType, double inputFreq, double outputFre
 
 qorStatus SelfTest(Device& d, SelfTestResults& results) {
     d.Abort();
-    if (d.m_deviceType != DeviceTypeVelmB && d.m_deviceType != DeviceTypeOrskB) return qorInvalidDeviceErr;
     AnalyzerLink& link = d.m_link;
-    TuningPlan& plan = *link.plan;
+    const DeviceFamily& family = link.Family();
+    if (!family.Is(DeviceTypeVelmB) && !family.Is(DeviceTypeOrskB)) return qorInvalidDeviceErr;
+    TuningPlan& plan = link.Plan();
     LoTuning& a = plan.recordA;
     LoTuning& b = plan.recordB;
-    const bool orsk = IsOrsk(d.m_deviceType);
+    const bool orsk = family.IsOrsk();
 
     // A capture whose sync or data does not come leaves zeros, and so a level
     // out of every window.
@@ -122,7 +121,7 @@ qorStatus SelfTest(Device& d, SelfTestResults& results) {
             link.ProgramSynth(tuning.integer, tuning.fraction, tuning.modulus, tuning.dividerLog2);
         else
             link.ProgramSynthDivided(tuning.integer, tuning.fraction, tuning.modulus, tuning.dividerLog2);
-        link.SetAttenuation(attenSteps * link.attenStep);
+        link.SetAttenSteps(attenSteps);
     };
 
     link.SetSelfTestSource(true);
@@ -150,23 +149,23 @@ qorStatus SelfTest(Device& d, SelfTestResults& results) {
     link.SetPreamp(false);
     link.SetSelfTestSource(false);
     os::SleepMs(kSourceSettleMs);
-    JudgeSelfTest(d.m_deviceType, results);
+    JudgeSelfTest(family.Type(), results);
     return qorNoError;
 }
 
 qorStatus SetTimebase(Device& d, int timebase) {
     d.Abort();
     AnalyzerLink& link = d.m_link;
-    if (link.referenceLocked) return qorNoError;
+    if (link.ReferenceLocked()) return qorNoError;
     switch (timebase) {
         case 2:
-            if (d.m_deviceType == DeviceTypeOrskA) return qorInvalidDeviceErr;
+            if (link.Family().Is(DeviceTypeOrskA)) return qorInvalidDeviceErr;
             if (!link.SelectExternalReference()) return qorExternalReferenceNotFound;
             // The external reference is exact: a correction of the internal one no longer applies.
             d.m_calibration.corr->timebaseFactor = 1.0;
             return qorNoError;
         case 1:
-            if (!IsOrsk(d.m_deviceType)) return qorInvalidDeviceErr;
+            if (!link.Family().IsOrsk()) return qorInvalidDeviceErr;
             link.EnableReferenceOutput();
             return qorNoError;
         default:
@@ -175,9 +174,9 @@ qorStatus SetTimebase(Device& d, int timebase) {
 }
 
 qorStatus ConfigIFOutput(Device& d, double inputFreq, double outputFreq, int inputAtten, int outputGain) {
-    if (!IsOrsk(d.m_deviceType)) return qorInvalidDeviceErr;
+    if (!d.m_link.Family().IsOrsk()) return qorInvalidDeviceErr;
     d.Abort();
-    const IFOutputSetting s = LimitIFOutput(d.m_deviceType, inputFreq, outputFreq, inputAtten, outputGain);
+    const IFOutputSetting s = LimitIFOutput(d.DeviceType(), inputFreq, outputFreq, inputAtten, outputGain);
     const int band = d.m_calibration.corr->BandOf(s.inputFreq);
     d.m_link.TuneIFOutput(s.inputFreq, s.ifOffset, s.inputAtten, s.outputGain, band);
     return s.status;

@@ -17,8 +17,9 @@ constexpr int kTableBytes = 2 * VelmDetectorSweep::kMaxPoints;
 // Margins of the 12.4 GHz family: the detector's IF in grid points.
 constexpr int kMarginOrskB = 21;
 constexpr int kMarginOther = 12;
-// The filter byte of the detector path ("F" with IF flag 2 on band 1).
-constexpr uint8_t kDetectorFilter = 41;
+// The filter of the detector path: IF flag 2 on band 1.
+constexpr int kDetectorBand = 1;
+constexpr int kDetectorIfFlag = 2;
 constexpr int kSettingHigh = 41;  // detector model of the high IF attenuator setting
 constexpr int kSettingLow = 11;
 // Codes of the high setting between which its reading hands over to the low one.
@@ -35,8 +36,6 @@ constexpr int kSmoothEdge = 9;  // bins at each end that keep their raw value
 uint16_t BigEndianAt(const uint8_t* bytes, int i) {
     return static_cast<uint16_t>(bytes[2 * i] << 8 | bytes[2 * i + 1]);
 }
-
-bool IsVelm(int deviceType) { return deviceType == DeviceTypeVelm || deviceType == DeviceTypeVelmB; }
 
 }  // namespace
 
@@ -107,7 +106,7 @@ BroadbandSweepEngine::BroadbandSweepEngine(Settings* settings, RbwFilter* filter
                                            CalibrationStore* calibration, SpectrumCore* core, SweepInfo* sweepInfo)
     : SweepEngine(settings, filter, link, calibration, core, sweepInfo),
       corr(calibration->corr.get()),
-      plan(PlanBroadband(settings->start, settings->stop, link->deviceType)) {
+      plan(PlanBroadband(settings->start, settings->stop, link->Family().Type())) {
     sweepInfo->binSize = 1000000.0;
     sweepInfo->startFreq = plan.startMHz * 1e6;
     sweepInfo->sweepLength = plan.sweepLength;
@@ -121,7 +120,7 @@ BroadbandSweepEngine::BroadbandSweepEngine(Settings* settings, RbwFilter* filter
     levels.Allocate(levelCount);
     std::fill_n(levels.get(), levelCount, TraceExchange::kUnmeasured);
     exchange.Configure(kRequestedDetectorSweeps, plan.sweepLength, settings->logScale);
-    if (IsVelm(link->deviceType)) {
+    if (link->Family().IsVelm()) {
         levelsB.Allocate(VelmDetectorSweep::kMaxPoints);
         gridCorr.Allocate(VelmDetectorSweep::kMaxPoints);
         raw.Allocate(length);
@@ -155,7 +154,7 @@ void BroadbandSweepEngine::PrepareLevel(bool velm) {
 }
 
 void BroadbandSweepEngine::Run() {
-    const bool velm = IsVelm(link->deviceType);
+    const bool velm = link->Family().IsVelm();
     link->RestoreSynthModulus();
     PrepareLevel(velm);
     if (velm) {
@@ -163,10 +162,8 @@ void BroadbandSweepEngine::Run() {
         return;
     }
     link->SetOrskPath(3);
-    link->txBuffer[0] = 'F';
-    link->txBuffer[1] = kDetectorFilter;
-    link->SendPayload(2);
-    link->SetAttenuation(settings->attenUsed * link->attenStep);
+    link->SetOrskFilter(kDetectorBand, kDetectorIfFlag);
+    link->SetAttenSteps(settings->attenUsed);
     RunOrsk();
 }
 
@@ -225,7 +222,7 @@ void BroadbandSweepEngine::RunVelm() {
     const Settings& s = *settings;
     link->SetDividerFour();
     link->SetPathFilter(0, 1);
-    link->SetAttenuation(s.attenUsed * link->attenStep);
+    link->SetAttenSteps(s.attenUsed);
     const VelmDetectorSweep sweep = PlanVelmDetectorSweep(s.start, s.stop);
     for (int k = 0; k < sweep.points; ++k) {
         gridCorr[k] = corr->GetCorrection(s.start + k * 3e6, s.attenUsed, 1, 1, 0.0, 1);

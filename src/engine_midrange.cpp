@@ -15,9 +15,9 @@ namespace {
 constexpr int kBlock = AnalyzerLink::kBlockSamples;
 // The view from the lower LO must lie this far under the other to count.
 constexpr double kLowViewMarginDb = 2.0;
-// Where the unit parks between programs: LO index 20000 (4 GHz).
+// Where the unit parks between programs: LO index 20000 (4 GHz), one hop there.
 constexpr double kParkFrequency = 4e9;
-constexpr uint8_t kParkHop[5] = {'N', 0x20, 0x4E, 0x20, 0x4E};
+constexpr int kParkStep = 20000;
 // A stream with nothing queued for this long (link clock) is silent.
 constexpr uint32_t kSilentMs = 100;
 // What one failed resynchronisation of the link reads at most.
@@ -163,9 +163,8 @@ void MidrangeSweepEngine::Rest() {
 
 void MidrangeSweepEngine::ParkUnit() {
     link->TuneLO(kParkFrequency);
-    if (link->deviceType == DeviceTypeOrskB) link->SetClockShift(0);
-    std::memcpy(link->txBuffer, kParkHop, sizeof kParkHop);
-    link->SendPayload(sizeof kParkHop);
+    if (link->Family().Is(DeviceTypeOrskB)) link->SetClockShift(0);
+    link->SetGateWindow(kParkStep, kParkStep);
     link->ReadSamples512(processor.Scratch());  // the one block of that hop, of no use
 }
 
@@ -188,20 +187,22 @@ void MidrangeSweepEngine::ReadFrames() {
     int failures = 0;     // reads in a row that found no header
     while (running) {
         Ipp64fc* out = frameBuffer[fill].get() + segmentOffset[segment];
-        const int r = link->ReadFrame(out, plan.segmentLength[segment] * plan.StepSamples(), &running);
+        const AnalyzerLink::FrameRead r =
+            link->ReadFrame(out, plan.segmentLength[segment] * plan.StepSamples(), &running);
         if (!running) break;
-        if (r >= 0 && r < segments) {
+        const bool known = r.tag >= 0 && r.tag < segments;
+        if (r.kind == AnalyzerLink::FrameRead::Segment && known) {
             // After a lost header the segment that came may not be the one expected:
             // its data went to the wrong place, and the reader follows the unit.
             failures = 0;
-            if (r != segment) torn = true;
-            segment = r + 1;
-        } else if (r < -1) {
+            if (r.tag != segment) torn = true;
+            segment = r.tag + 1;
+        } else if (r.kind == AnalyzerLink::FrameRead::OtherSize) {
             // A frame of another size, dropped whole: the stream is in step.
             failures = 0;
             torn = true;
-            if (link->frameTag >= segments) continue;
-            segment = link->frameTag + 1;
+            if (!known) continue;
+            segment = r.tag + 1;
         } else {
             // No header found, a block missing, or a header that names no segment.
             torn = true;

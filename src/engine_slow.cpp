@@ -34,10 +34,6 @@ void BuildTone(Ipp64fc* tone, int length, double offset, double sampleRate) {
     ippsTone_64fc(tone, length, 1.0, frequency, &phase, ippAlgHintFast);
 }
 
-bool IsOrsk(const AnalyzerLink* link) {
-    return link->deviceType == DeviceTypeOrskA || link->deviceType == DeviceTypeOrskB;
-}
-
 }  // namespace
 
 SlowSweepEngine::SlowSweepEngine(Settings* settings, RbwFilter* filter, AnalyzerLink* link,
@@ -72,9 +68,9 @@ SlowSweepEngine::SlowSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
     sweepInfo->startFreq = settings->center - (sweepLength / 2) * binSize;
     exchange.Configure(kFreeRunningSweeps, sweepLength, settings->logScale);
 
-    TuningPlan& plan = *link->plan;
-    if (IsOrsk(link)) {
-        plan.recordA.path = (band == 2 || band == 4) ? 0 : 3;
+    TuningPlan& plan = link->Plan();
+    if (link->Family().IsOrsk()) {
+        plan.recordA.path = OrskPathForBand(band);
         plan.recordB.path = band < 2 ? 3 : (band == 2 || band == 4) ? 1 : 2;
     }
     const double ifA = kIf[altClock][ifSelectA];
@@ -132,7 +128,7 @@ void SlowSweepEngine::PrepareLevel() {
 }
 
 void SlowSweepEngine::ConfigurePass(const LoTuning& record, uint8_t ifSelect, int atten, int gain) {
-    if (IsOrsk(link)) link->SetOrskPath(record.path);
+    if (link->Family().IsOrsk()) link->SetOrskPath(record.path);
     if (band == 0) {
         link->ProgramSynthDivided(record.integer, record.fraction, record.modulus, record.dividerLog2);
     } else {
@@ -140,18 +136,18 @@ void SlowSweepEngine::ConfigurePass(const LoTuning& record, uint8_t ifSelect, in
     }
     link->SetPathFilter(ifSelect, band);
     link->SetGainIndex(gain);
-    link->SetAttenuation(atten * link->attenStep);
+    link->SetAttenSteps(atten);
 }
 
 bool SlowSweepEngine::Capture(int timeoutMs) {
-    int result;
+    bool complete;
     if (sampleCount <= kMaxBlockCapture) {
-        result = link->CaptureBlock(samples.get(), sampleCount, timeoutMs);
+        complete = link->CaptureBlock(samples.get(), sampleCount, timeoutMs) == AnalyzerLink::Capture::Complete;
     } else {
         const int rounded = (sampleCount + kStreamRounding - 1) / kStreamRounding * kStreamRounding;
-        result = link->CaptureStream(samples.get(), rounded);
+        complete = link->CaptureStream(samples.get(), rounded);
     }
-    if (result == 0) return true;
+    if (complete) return true;
     running = false;
     exchange.FailUsb();
     return false;
@@ -176,7 +172,7 @@ void SlowSweepEngine::MergeIntoTraces(double* minTrace, double* maxTrace) {
 
 void SlowSweepEngine::Run() {
     Settings& s = *settings;
-    TuningPlan& plan = *link->plan;
+    TuningPlan& plan = link->Plan();
     link->SetPreamp(s.preamp);
     const int timeoutMs = sampleCount / 480 + 250;
 

@@ -156,7 +156,7 @@ qorStatus qorOpenDeviceBySerialNumber(int* device, int serialNumber) {
             d.Release();
             return status;
         }
-        Device::Entry(slot).ResetForOpen(d.m_deviceType);
+        Device::Entry(slot).ResetForOpen(d.DeviceType());
         *device = slot;
         return qorNoError;
     });
@@ -206,7 +206,7 @@ qorStatus qorGetFirmwareString(int device, char* firmware) {
 qorStatus qorGetDeviceType(int device, int* type) {
     return WithDevice(device, [&](Device& d) {
         if (AnyNull(type)) return qorNullPtrErr;
-        *type = d.m_deviceType;
+        *type = d.DeviceType();
         return qorNoError;
     });
 }

@@ -115,7 +115,7 @@ void ConfigureStepPath(AnalyzerLink* link, DeviceCorr* corr, const Settings& s) 
     link->SetPreamp(s.preamp);
     link->SetPathFilter(0, corr->BandOf(s.start));
     link->SetGainIndex(s.gainUsed);
-    link->SetAttenuation(s.attenUsed * link->attenStep);
+    link->SetAttenSteps(s.attenUsed);
 }
 
 void BuildTone(smart_array<Ipp64fc>& tone, int length, double frequency) {

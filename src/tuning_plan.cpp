@@ -23,7 +23,11 @@ int32_t PreferenceKey(int32_t m) {
 
 }  // namespace
 
-TuningPlan::TuningPlan() {
+const DeviceFamily TuningPlan::kNoFirstMixer{};
+
+TuningPlan::TuningPlan() : TuningPlan(kNoFirstMixer) {}
+
+TuningPlan::TuningPlan(const DeviceFamily& family) : family_(family) {
     for (int i = 0; i < kModulusCount; ++i) moduli_[i] = i + 2;
     std::sort(moduli_.begin(), moduli_.end(),
               [](int32_t a, int32_t b) { return PreferenceKey(a) < PreferenceKey(b); });
@@ -32,7 +36,7 @@ TuningPlan::TuningPlan() {
 double TuningPlan::PlanTuning(double frequency, double ifOffset, bool highSide, int avoidModulus,
                               LoTuning& record, int band) const {
     double wanted = frequency;
-    if (orskFamily && band >= 2) {
+    if (family_.IsOrsk() && band >= 2) {
         const double firstLo = kFirstLo[std::clamp<int32_t>(record.path, 0, 3)];
         wanted = band <= 3 ? firstLo - frequency : frequency - firstLo;
     }

@@ -8,6 +8,8 @@
 #include <array>
 #include <cstdint>
 
+#include "device_family.h"
+
 namespace qor {
 
 // One tuning of the synthesizer and what it really gives.
@@ -29,7 +31,10 @@ public:
     // First LOs of the 12.4 GHz family, by path.
     static constexpr double kFirstLo[4] = {7800000000.0, 7840000000.0, 8760000000.0, 8800000000.0};
 
+    // On the family of `family` (which outlives the plan); without one,
+    // the 4.4 GHz family's arithmetic.
     TuningPlan();
+    explicit TuningPlan(const DeviceFamily& family);
 
     // Plans `frequency` to land at `ifOffset` (LO above it when `highSide`),
     // never with `avoidModulus` (-1: none). `band` only counts on the
@@ -43,9 +48,11 @@ public:
 
     LoTuning recordA;  // the usual tuning
     LoTuning recordB;  // the second one, for engines that alternate between two IFs
-    bool orskFamily = false;
 
 private:
+    static const DeviceFamily kNoFirstMixer;
+
+    const DeviceFamily& family_;
     std::array<int32_t, kModulusCount> moduli_;
 };
 

@@ -10,7 +10,7 @@ public:
         qor::Device& d = qor::Device::At(index);
         d.m_claimed = true;
         d.m_open = true;
-        d.m_deviceType = deviceType;
+        d.m_link.Identify(qor::DeviceFamily(deviceType), false);
         qor::Device::Entry(index).ResetForOpen(deviceType);
     }
     ~OpenSlot() {

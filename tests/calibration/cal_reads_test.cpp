@@ -108,7 +108,7 @@ TEST_F(CalReadTest, OrskLoadSendsOvenTrimAndCrossover) {
     table.U16(caltest::orsk_table::kTimebase, 32768 + 100);
     std::vector<uint8_t> unit(4096, 0);
     for (const auto& [warmup, factor] : {std::pair<Bytes, double>{{0x00, 0x41}, 1.0 + 100e-9}, {{0x00, 0x42}, 1.0}}) {
-        qor::CorrectionsOrsk corr(3, table.data(), unit.data());
+        qor::CorrectionsOrsk corr(qor::DeviceFamily(3), table.data(), unit.data());
         bus.Expect(Wire({'R', 'f', 0x34, 0x12}));
         bus.Expect(Wire({'Z', '2', 0x00, 0xA6}));  // 8.505 GHz: word 42496
         bus.Expect(Wire({'R', 'x'}), warmup);

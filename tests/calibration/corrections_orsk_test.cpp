@@ -102,7 +102,7 @@ class OrskTest : public ::testing::Test {
 protected:
     qor::CorrectionsOrsk& Loaded(const UnitShape& shape = {}) {
         table = MakeTable(shape);
-        corr = std::make_unique<qor::CorrectionsOrsk>(4, table.data(), unit.data());
+        corr = std::make_unique<qor::CorrectionsOrsk>(qor::DeviceFamily(4), table.data(), unit.data());
         corr->Load(nullptr);
         return *corr;
     }

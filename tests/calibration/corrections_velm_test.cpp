@@ -143,7 +143,7 @@ TEST_F(VelmTest, AgreesWithTheClosedFormsEverywhere) {
     const double temperatures[] = {-30.0, -20.0, 7.5, 10.0, 12.3, 35.0, 41.0, 70.0};
     const double offsets[] = {0.0, 50000.0, -50000.0, 125000.0, 130000.0};
     for (uint32_t type : {1u, 2u}) {
-        qor::CorrectionsVelm corr(type, table.data(), unit.data());
+        qor::CorrectionsVelm corr(qor::DeviceFamily(static_cast<int32_t>(type)), table.data(), unit.data());
         corr.Load(nullptr);
         for (double f : frequencies)
             for (int att = 0; att < 4; ++att)
@@ -166,7 +166,7 @@ TEST_F(VelmTest, AgreesWithTheClosedFormsEverywhere) {
 }
 
 TEST_F(VelmTest, BandOfSplitsAt150MHzAndBandArgumentOverridesIt) {
-    qor::CorrectionsVelm corr(2, table.data(), unit.data());
+    qor::CorrectionsVelm corr(qor::DeviceFamily(2), table.data(), unit.data());
     corr.Load(nullptr);
     EXPECT_EQ(corr.BandOf(149999999.0), 0);
     EXPECT_EQ(corr.BandOf(150e6), 1);
@@ -178,7 +178,7 @@ TEST_F(VelmTest, BandOfSplitsAt150MHzAndBandArgumentOverridesIt) {
 }
 
 TEST_F(VelmTest, FirstModelHasNoPreamplifierAndStaysSo) {
-    qor::CorrectionsVelm corr(1, table.data(), unit.data());
+    qor::CorrectionsVelm corr(qor::DeviceFamily(1), table.data(), unit.data());
     corr.Load(nullptr);
     corr.preampOn = true;
     const double with = corr.GetCorrection(50e6, 1, 1, 1, 0.0, -1);
@@ -187,7 +187,7 @@ TEST_F(VelmTest, FirstModelHasNoPreamplifierAndStaysSo) {
 }
 
 TEST_F(VelmTest, LoadTakesTheTimebaseWordOfTheUnit) {
-    qor::CorrectionsVelm corr(2, table.data(), unit.data());
+    qor::CorrectionsVelm corr(qor::DeviceFamily(2), table.data(), unit.data());
     EXPECT_EQ(corr.timebaseFactor, 1.0);
     EXPECT_EQ(corr.Load(nullptr), 0);
     EXPECT_DOUBLE_EQ(corr.timebaseFactor, 1.0 + 1000e-9);
@@ -195,7 +195,7 @@ TEST_F(VelmTest, LoadTakesTheTimebaseWordOfTheUnit) {
 }
 
 TEST(VelmSelectAttenGain, RowsAreStrictUpperLimits) {
-    qor::CorrectionsVelm corr(2, nullptr, nullptr);
+    qor::CorrectionsVelm corr(qor::DeviceFamily(2), nullptr, nullptr);
     struct Row {
         double refLevel, minCorrection;
         int atten, gain;

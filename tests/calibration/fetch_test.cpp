@@ -56,7 +56,7 @@ TEST_F(FetchTest, MissingTableIsDownloadedAndBothFilesRewritten) {
     EXPECT_EQ(ReadWhole(File(kTableName)), PatternBody(458624));
     EXPECT_EQ(caltest::Entries(folder), (std::set<std::string>{kUnitName, kTableName}));
     ASSERT_TRUE(store.corr);
-    EXPECT_EQ(store.deviceType, 2u);
+    EXPECT_EQ(store.corr->family.Type(), 2);
     EXPECT_DOUBLE_EQ(store.corr->timebaseFactor, 1.0 + 250e-9);  // Load ran on the cached unit block
 }
 

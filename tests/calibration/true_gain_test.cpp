@@ -58,10 +58,11 @@ protected:
         if (std::all_of(unit, unit + 4096, [](uint8_t b) { return b == 0; }) &&
             std::all_of(table, table + tableBytes, [](uint8_t b) { return b == 0; }))
             GTEST_SKIP() << "the instrument serves no factory calibration yet";
-        if (type <= 2)
-            corr = std::make_unique<qor::CorrectionsVelm>(type, store.tableBlock.get(), store.unitBlock.get());
+        const qor::DeviceFamily family(static_cast<int32_t>(type));
+        if (family.IsVelm())
+            corr = std::make_unique<qor::CorrectionsVelm>(family, table, unit);
         else
-            corr = std::make_unique<qor::CorrectionsOrsk>(type, store.tableBlock.get(), store.unitBlock.get());
+            corr = std::make_unique<qor::CorrectionsOrsk>(family, table, unit);
         corr->Load(nullptr);
         records_ = RecordTemperatures();
     }

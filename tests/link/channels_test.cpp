@@ -43,8 +43,8 @@ TEST(Channels, UnitsAreOpenedByTheirSerialOnFreshIndices) {
     bus.AddChannel("22222222", "Tarven Works A");
     bus.AddChannel("11111111", "Tarven Works B");
     AnalyzerLink link(FakeBus::Table());
-    EXPECT_EQ(AnalyzerLink::kNotListed, link.OpenUnit(33333333));
-    EXPECT_EQ(1, link.OpenUnit(22222222));
+    EXPECT_EQ(AnalyzerLink::OpenResult::NotListed, link.OpenUnit(33333333));
+    EXPECT_EQ(AnalyzerLink::OpenResult::Opened, link.OpenUnit(22222222));
     EXPECT_EQ((std::vector<std::string>{"Open 2", "Open 0"}),
               std::vector<std::string>(bus.calls.begin(), bus.calls.begin() + 2));
     os::SetClockScale(1.0);
@@ -62,7 +62,7 @@ TEST(Channels, OpenConfiguresBothChannelsAndResetsTheUnit) {
     FakeBus bus;
     bus.AddUnit(kSerial);
     AnalyzerLink link(FakeBus::Table());
-    ASSERT_EQ(1, link.Open(0, 1));
+    ASSERT_TRUE(link.Open(0, 1));
     const std::vector<std::string> calls = {"Open 0",          "Open 1",           "Baud 12345678B 46667",
                                             "Timeouts 12345678B 5000 5000", "Timeouts 12345678A 1000 1000",
                                             "Latency 12345678B 2", "Latency 12345678A 16"};
@@ -73,7 +73,7 @@ TEST(Channels, OpenConfiguresBothChannelsAndResetsTheUnit) {
                                        {0x49, 0x00, 0x70, 0xC0}, {0x49, 0x38, 0x00, 0xC0},
                                        {0x4C, 0x08, 0x00, 0x83, 0x21, 0xC0}};
     EXPECT_EQ(frames, bus.writes);
-    EXPECT_EQ(1, link.Open(0, 1)) << "an open link answers its mark";
+    EXPECT_TRUE(link.Open(0, 1)) << "an open link says so";
     os::SetClockScale(1.0);
 }
 
@@ -84,8 +84,8 @@ TEST(Channels, OpenRetriesTheStreamChannelTenTimes) {
         bus.AddUnit(kSerial);
         bus.StreamOf(kSerial).failOpens = refusals;
         AnalyzerLink link(FakeBus::Table());
-        EXPECT_EQ(refusals < 10 ? 1 : -1, link.Open(0, 1));
-        EXPECT_EQ(refusals < 10, link.isOpen);
+        EXPECT_EQ(refusals < 10, link.Open(0, 1));
+        EXPECT_EQ(refusals < 10, link.IsOpen());
         EXPECT_EQ(std::min(refusals + 1, 10), std::count(bus.calls.begin(), bus.calls.end(), "Open 0"));
     }
     os::SetClockScale(1.0);
@@ -96,10 +96,10 @@ TEST(Channels, AFailedCommandChannelLeavesNothingOpen) {
     bus.AddUnit(kSerial);
     bus.CommandOf(kSerial).failOpens = 1;
     AnalyzerLink link(FakeBus::Table());
-    EXPECT_EQ(-1, link.Open(0, 1));
-    EXPECT_FALSE(link.isOpen);
+    EXPECT_FALSE(link.Open(0, 1));
+    EXPECT_FALSE(link.IsOpen());
     EXPECT_FALSE(bus.StreamOf(kSerial).open);
-    EXPECT_EQ(-1, link.Open(-1, 1));
+    EXPECT_FALSE(link.Open(-1, 1));
 }
 
 TEST_F(LinkTest, FramesStuffTheEndAndEscapeBytes) {
@@ -116,20 +116,20 @@ TEST_F(LinkTest, FramesStuffTheEndAndEscapeBytes) {
     };
     for (const Case& c : cases) {
         bus.writes.clear();
-        std::copy(c.payload.begin(), c.payload.end(), link.txBuffer);
-        link.SendPayload(static_cast<int>(c.payload.size()));
+        link.SendPayload(c.payload.data(), static_cast<int>(c.payload.size()));
         ASSERT_EQ(1u, bus.writes.size());
         EXPECT_EQ(Hex(c.wire), Hex(bus.writes[0])) << "payload " << Hex(c.payload);
     }
 }
 
 TEST_F(LinkTest, CloseReleasesBothChannelsStreamFirst) {
-    link.referenceLocked = true;
+    link.EnableReferenceOutput();
+    ASSERT_TRUE(link.ReferenceLocked());
     link.CyclePort();
     link.Close();
     EXPECT_EQ((std::vector<std::string>{"Cycle 12345678A", "Close 12345678A", "Close 12345678B"}), bus.calls);
-    EXPECT_FALSE(link.isOpen);
-    EXPECT_FALSE(link.referenceLocked);
+    EXPECT_FALSE(link.IsOpen());
+    EXPECT_FALSE(link.ReferenceLocked());
     link.Close();
     EXPECT_EQ(3u, bus.calls.size()) << "closing a closed link touches nothing";
 }

@@ -25,7 +25,7 @@ std::vector<Bytes> Synth(uint8_t dividerWord, uint8_t outboard, uint8_t m1, uint
 TEST_F(LinkTest, EachCommandSendsItsExactFrames) {
     const CommandCase cases[] = {
         {"attenuation in 5 dB steps", 2, [](AnalyzerLink& l) { l.SetAttenuation(15.0); }, {{0x41, 0x03, 0xC0}}},
-        {"attenuation in 10 dB steps", 4, [](AnalyzerLink& l) { l.attenStep = 10.0; l.SetAttenuation(30.0); },
+        {"attenuation in 10 dB steps", 4, [](AnalyzerLink& l) { l.SetAttenuation(30.0); },
          {{0x41, 0x03, 0xC0}}},
         {"tune 4.4 GHz", 2, [](AnalyzerLink& l) { l.TuneLO(4.4e9); }, Synth(0x86, 0x04, 0x83, 0x21, 0xDC, 0x00, 0x00)},
         // 149.9 MHz is divided: x16 gives 2398.4 MHz, integer 239 (odd), fraction 84.
@@ -48,7 +48,13 @@ TEST_F(LinkTest, EachCommandSendsItsExactFrames) {
          {{0x41, 0x8A, 0xC0}, {0x41, 0x87, 0xC0}}},
         {"preamp on type 2", 2, [](AnalyzerLink& l) { l.SetPreamp(true); l.SetPreamp(false); },
          {{0x4D, 0x01, 0xC0}, {0x41, 0x02, 0xC0}, {0x4D, 0x00, 0xC0}}},
-        {"preamp elsewhere", 1, [](AnalyzerLink& l) { l.SetPreamp(true); l.deviceType = 4; l.SetPreamp(true); }, {}},
+        {"preamp elsewhere", 1,
+         [](AnalyzerLink& l) {
+             l.SetPreamp(true);
+             l.Identify(DeviceFamily(4), false);
+             l.SetPreamp(true);
+         },
+         {}},
         {"path filter, 12.4 GHz family", 3, [](AnalyzerLink& l) { l.SetPathFilter(1, 3); l.SetPathFilter(0, 7); },
          {{0x46, 0x1A, 0xC0}, {0x46, 0x0B, 0xC0}}},
         {"path filter, 4.4 GHz family", 2, [](AnalyzerLink& l) { l.SetPathFilter(1, 3); }, {{0x46, 0x01, 0xC0}}},
@@ -77,10 +83,7 @@ TEST_F(LinkTest, EachCommandSendsItsExactFrames) {
     for (const CommandCase& c : cases) {
         SCOPED_TRACE(c.name);
         bus.writes.clear();
-        link.deviceType = c.deviceType;
-        link.attenStep = 5.0;
-        link.orskPath = -100;
-        link.referenceLocked = false;
+        link.Identify(DeviceFamily(c.deviceType), false);
         c.action(link);
         ASSERT_EQ(c.frames.size(), bus.writes.size());
         for (size_t i = 0; i < c.frames.size(); ++i) EXPECT_EQ(Hex(c.frames[i]), Hex(bus.writes[i])) << "frame " << i;
@@ -90,8 +93,7 @@ TEST_F(LinkTest, EachCommandSendsItsExactFrames) {
 TEST_F(LinkTest, IFOutputTunesBelowTheInputOnBandOne) {
     // 1 GHz out at 36 MHz, LO below: 964 MHz, x4 = 3856 MHz, integer 385 (0xC0 after
     // halving, so stuffed) and fraction 3/5; path 3 for band 1.
-    link.deviceType = 3;
-    link.plan->orskFamily = true;
+    link.Identify(DeviceFamily(3), false);
     link.TuneIFOutput(1e9, 3.6e7, 5, 10, 1);
     const std::vector<Bytes> frames = {
         {0x41, 0x8E, 0xC0},
@@ -104,12 +106,12 @@ TEST_F(LinkTest, IFOutputTunesBelowTheInputOnBandOne) {
         {0x41, 0x05, 0xC0},
     };
     EXPECT_EQ(frames, bus.writes);
-    EXPECT_TRUE(link.ifOutputOn);
+    EXPECT_TRUE(link.IFOutputOn());
 }
 
 TEST_F(LinkTest, SweepWindowTrimsTheClockOfTypeFourOnce) {
     const Bytes window = {0x4E, 0x6B, 0x00, 0x30, 0x75, 0xC0};  // 107 .. 30000
-    link.deviceType = 4;
+    link.Identify(DeviceFamily(4), false);
     link.SetSweepWindow(107, 30000);  // 107 / 107 odd: no shift, but always said on type 4
     link.SetSweepWindow(214, 30000);  // even: shift 3
     link.SetSweepWindow(214, 20000);  // outside the trim range: shift back to 0 once
@@ -123,7 +125,7 @@ TEST_F(LinkTest, SweepWindowTrimsTheClockOfTypeFourOnce) {
     EXPECT_EQ(frames, bus.writes);
 
     bus.writes.clear();
-    link.deviceType = 1;  // tunes the first step's LO first: 100 x 200 kHz = 20 MHz
+    link.Identify(DeviceFamily(1), false);  // tunes the first step's LO first: 100 x 200 kHz = 20 MHz
     link.SetSweepWindow(100, 200);
     ASSERT_EQ(5u, bus.writes.size());
     EXPECT_EQ(Hex({0x44, 0x03, 0xC0}), Hex(bus.writes[1])) << "20 MHz is divided by 2^7: 3 outboard";
@@ -131,7 +133,7 @@ TEST_F(LinkTest, SweepWindowTrimsTheClockOfTypeFourOnce) {
 }
 
 TEST_F(LinkTest, RepliesAreParsed) {
-    link.deviceType = 2;
+    link.Identify(DeviceFamily(2), true);
     bus.Expect({0x4B, 0x00, 0xC0}, {0x1F, 0xFF});
     EXPECT_FLOAT_EQ(-0.0625f, link.ReadTemperature());
     bus.Expect({0x4B, 0x00, 0xC0}, {0x01, 0x90});
@@ -139,13 +141,12 @@ TEST_F(LinkTest, RepliesAreParsed) {
     bus.Expect({0x4B, 0x00, 0xC0});
     EXPECT_FLOAT_EQ(0.0f, link.ReadTemperature()) << "no reply reads as zero";
 
-    link.diagnosticsAvailable = true;
     bus.Expect({0x55, 0x00, 0xC0}, {0x01, 0x00});
     EXPECT_FLOAT_EQ(1.65f, link.ReadVoltage());
     bus.Expect({0x55, 0x00, 0xC0});
     EXPECT_FLOAT_EQ(5.0f, link.ReadVoltage()) << "nothing received";
 
-    link.deviceType = 4;
+    link.Identify(DeviceFamily(4), true);
     bus.Expect({0x52, 0x75, 0xC0}, {0x02, 0x00});
     EXPECT_FLOAT_EQ(3.3f, link.ReadVoltage());
     bus.Expect({0x52, 0x78, 0xC0}, {0x00, 0xC2});

@@ -18,7 +18,7 @@ protected:
     void SetUp() override {
         os::SetClockScale(1000.0);
         bus.AddUnit(kSerial);
-        ASSERT_EQ(1, link.Open(0, 1));
+        ASSERT_TRUE(link.Open(0, 1));
         bus.writes.clear();
         bus.calls.clear();
     }

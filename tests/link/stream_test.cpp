@@ -36,39 +36,46 @@ void ExpectSample(const Ipp64fc& sample, int value) {
     EXPECT_DOUBLE_EQ(-value / 32768.0, sample.im);
 }
 
+using Read = AnalyzerLink::FrameRead;
+
+void ExpectFrame(const Read& read, Read::Kind kind, int tag) {
+    EXPECT_EQ(kind, read.kind);
+    EXPECT_EQ(tag, read.tag);
+}
+
 class StreamTest : public LinkTest {
 protected:
     std::vector<Ipp64fc> out = std::vector<Ipp64fc>(8192);
 };
 
 TEST_F(StreamTest, FramesInStepAreReadWhole) {
-    link.blocksPerStep = 1;
+    link.StartFrames(1, 1);
     Push(Stream(), Frame(5, 1, 100));
     Push(Stream(), Frame(6, 0, -32768));
-    EXPECT_EQ(5, link.ReadFrame(out.data(), 1024));
+    ExpectFrame(link.ReadFrame(out.data(), 1024), Read::Segment, 5);
     ExpectSample(out[0], 100);
     ExpectSample(out[1023], 1123);
-    EXPECT_EQ(6, link.ReadFrame(out.data(), 512));
+    ExpectFrame(link.ReadFrame(out.data(), 512), Read::Segment, 6);
     EXPECT_DOUBLE_EQ(-1.0, out[0].re);
     EXPECT_TRUE(Stream().empty());
 }
 
 TEST_F(StreamTest, AFrameLeftOnStopEndsTorn) {
-    link.blocksPerStep = 1;
+    link.StartFrames(1, 1);
     Push(Stream(), Frame(5, 1, 100));
     std::atomic<bool> keepReading{false};
-    EXPECT_EQ(-1, link.ReadFrame(out.data(), 1024, &keepReading));
+    EXPECT_EQ(Read::Torn, link.ReadFrame(out.data(), 1024, &keepReading).kind);
     EXPECT_EQ(1024u * 4, Stream().size()) << "no block of it was read";
 }
 
 TEST_F(StreamTest, AFrameOfAnotherSizeIsDroppedWhole) {
-    link.blocksPerStep = 2;
+    link.StartFrames(1, 2);
     Push(Stream(), Frame(2, 1, 0, 2));  // 2 steps of 2 blocks
     Push(Stream(), Frame(3, 1, 50, 2));
     Push(Stream(), Frame(4, 1, 70, 2));
-    EXPECT_EQ(-4 - 10000, link.ReadFrame(out.data(), 512));
-    EXPECT_EQ(-4 - 160000, link.ReadFrame(out.data(), 8192));
-    EXPECT_EQ(4, link.ReadFrame(out.data(), 2048)) << "the next header is in step";
+    ExpectFrame(link.ReadFrame(out.data(), 512), Read::OtherSize, 2);
+    ExpectFrame(link.ReadFrame(out.data(), 8192), Read::OtherSize, 3);
+    ExpectFrame(link.ReadFrame(out.data(), 2048), Read::Segment, 4);  // the next header is in step
     ExpectSample(out[0], 70);
 }
 
@@ -83,11 +90,11 @@ TEST_F(StreamTest, GarbageBeforeAHeaderIsSkippedWithThatFrame) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         Stream().clear();
-        link.blocksPerStep = 1;
+        link.StartFrames(1, 1);
         Push(Stream(), Garbage(c.garbage));
         Push(Stream(), Frame(1, 1, 0));
         Push(Stream(), Frame(2, 0, 300));
-        EXPECT_EQ(2, link.ReadFrame(out.data(), 512));
+        ExpectFrame(link.ReadFrame(out.data(), 512), Read::Segment, 2);
         ExpectSample(out[0], 300);
         EXPECT_TRUE(Stream().empty());
     }
@@ -96,12 +103,12 @@ TEST_F(StreamTest, GarbageBeforeAHeaderIsSkippedWithThatFrame) {
 TEST_F(StreamTest, ResyncGivesUpAfterItsReadsOrOnSilence) {
     Push(Stream(), Garbage(4 + 2560 * 2048));
     Push(Stream(), Frame(1, 0, 0));
-    EXPECT_EQ(-1, link.ReadFrame(out.data(), 512));
+    EXPECT_EQ(Read::Torn, link.ReadFrame(out.data(), 512).kind);
     EXPECT_EQ(4u + 2048u, Stream().size()) << "2560 reads, then no more";
 
     Stream().clear();
     Push(Stream(), Garbage(5000));
-    EXPECT_EQ(-1, link.ReadFrame(out.data(), 512));
+    EXPECT_EQ(Read::Torn, link.ReadFrame(out.data(), 512).kind);
     EXPECT_TRUE(Stream().empty());
 }
 
@@ -110,16 +117,16 @@ TEST_F(StreamTest, BlockReadsWaitForWholeBlocks) {
     Stream().push_back(0);
     Stream().push_back(0);
     Stream().push_back(0);
-    EXPECT_EQ(0, link.ReadSamples512(out.data())) << "2047 bytes: time-out";
+    EXPECT_FALSE(link.ReadSamples512(out.data())) << "2047 bytes: time-out";
     EXPECT_EQ(2047u, Stream().size()) << "nothing consumed";
     Stream().push_back(0);
     os::SetClockScale(10.0);  // room for a few real polls within the limit
     bus.StreamOf(kSerial).hiddenPolls = 3;  // late, but within it
-    EXPECT_EQ(1, link.ReadSamples512(out.data()));
+    EXPECT_TRUE(link.ReadSamples512(out.data()));
     ExpectSample(out[510], 510);
 
     Push(Stream(), Samples(4095, 0));
-    EXPECT_EQ(-1, link.ReadSamples4096(out.data()));
+    EXPECT_FALSE(link.ReadSamples4096(out.data()));
     EXPECT_TRUE(Stream().empty()) << "a missed stream block purges";
 }
 
@@ -129,19 +136,19 @@ TEST_F(StreamTest, CaptureChecksItsSyncWord) {
     const Bytes samples = Samples(1024, 9);
     good.insert(good.end(), samples.begin(), samples.end());
     bus.Expect({0x53, 0x02, 0xC0}, {}, good);
-    EXPECT_EQ(0, link.CaptureBlock(out.data(), 1024, 350));
+    EXPECT_EQ(AnalyzerLink::Capture::Complete, link.CaptureBlock(out.data(), 1024, 350));
     ExpectSample(out[1023], 1032);
 
     Bytes wrong = {0xA5, 0x5A, 0xF0, 0x0E};
     wrong.insert(wrong.end(), samples.begin(), samples.end());
     bus.Expect({0x53, 0x02, 0xC0}, {}, wrong);
-    EXPECT_EQ(6, link.CaptureBlock(out.data(), 1024, 350));
+    EXPECT_EQ(AnalyzerLink::Capture::NoSync, link.CaptureBlock(out.data(), 1024, 350));
     EXPECT_TRUE(Stream().empty());
 
     Bytes shortCapture = sync;
     shortCapture.resize(4 + 1000);
     bus.Expect({0x53, 0x02, 0xC0}, {}, shortCapture);
-    EXPECT_EQ(5, link.CaptureBlock(out.data(), 1024, 350));
+    EXPECT_EQ(AnalyzerLink::Capture::TimedOut, link.CaptureBlock(out.data(), 1024, 350));
     EXPECT_TRUE(Stream().empty());
 }
 
@@ -151,14 +158,14 @@ TEST_F(StreamTest, ContinuousStreamIsStartedReadAndStopped) {
     stream.insert(stream.end(), blocks.begin(), blocks.end());
     bus.Expect({0x54, 0xC0}, {}, stream);
     bus.Expect({0x33, 0xC0});
-    EXPECT_EQ(0, link.CaptureStream(out.data(), 8192));
-    EXPECT_EQ(Hex({1, 2, 3, 4}), Hex(Bytes(link.syncWord, link.syncWord + 4)));
+    EXPECT_TRUE(link.CaptureStream(out.data(), 8192));
+    EXPECT_EQ(Hex({1, 2, 3, 4}), Hex(Bytes(link.SyncWord(), link.SyncWord() + 4)));
     ExpectSample(out[8191], 8191);
 
     stream.resize(4 + 16384);  // one block of two
     bus.Expect({0x54, 0xC0}, {}, stream);
     bus.Expect({0x33, 0xC0});
-    EXPECT_EQ(-1, link.CaptureStream(out.data(), 8192));
+    EXPECT_FALSE(link.CaptureStream(out.data(), 8192));
 
     Push(Stream(), Garbage(40000));
     for (int i = 0; i < 3; ++i) bus.Expect({0x33, 0xC0});

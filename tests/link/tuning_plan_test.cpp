@@ -53,14 +53,14 @@ TEST(TuningPlan, WorkedTunings) {
 }
 
 TEST(TuningPlan, FirstMixerOfTheWideFamily) {
-    TuningPlan plan;
     LoTuning record;
     record.path = 0;
     // Not the wide family: band and path count for nothing.
-    plan.PlanTuning(3e9, 0.0, true, -1, record, 2);
+    TuningPlan().PlanTuning(3e9, 0.0, true, -1, record, 2);
     EXPECT_EQ(300, record.integer);
 
-    plan.orskFamily = true;
+    const DeviceFamily wide(DeviceTypeOrskB);
+    const TuningPlan plan(wide);
     plan.PlanTuning(3e9, 0.0, true, -1, record, 2);  // bands 2, 3: first LO above the input
     EXPECT_EQ(480, record.integer);
     record.path = 3;
