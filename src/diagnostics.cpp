@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "device.h"
+#include "hold.h"
 #include "ipps.h"
 #include "os.h"
 #include "smart_array.h"
@@ -39,14 +40,6 @@ constexpr double kIFInputHighest = 1.3e10;
 constexpr double kIFInvertedFrom = 2.01e8;  // below it the LO stays under the input: no inverted output
 constexpr int kIFAttenHighest = 30;
 constexpr int kIFGainHighest = 60;
-
-// Holds `value` to low..high (NaN to low); true when it had to.
-template <typename T>
-bool Hold(T& value, T low, T high) {
-    if (value >= low && value <= high) return false;
-    value = value > high ? high : low;
-    return true;
-}
 
 }  // namespace
 

@@ -6,6 +6,7 @@
 #include "analyzer_link.h"
 #include "calibration_store.h"
 #include "ipps.h"
+#include "level_choice.h"
 #include "settings.h"
 
 namespace qor {
@@ -133,16 +134,15 @@ BroadbandSweepEngine::BroadbandSweepEngine(Settings* settings, RbwFilter* filter
 
 void BroadbandSweepEngine::PrepareLevel(bool velm) {
     Settings& s = *settings;
-    if (s.atten >= 0 && s.gain >= 0) {
-        s.attenUsed = s.atten;
-        s.gainUsed = s.gain;
-    } else if (velm) {
-        s.preamp = s.refLevel <= -19.9;
-        s.attenUsed = s.refLevel > 10.0 ? 3 : s.refLevel > 5.0 ? 2 : s.refLevel > 0.0 ? 1 : 0;
+    if (!TakeConfiguredLevel(s)) {
+        // The detector's own automatic level, by family.
         s.gainUsed = 1;
-    } else {
-        s.attenUsed = std::clamp(static_cast<int>(std::ceil(s.refLevel * 0.1 + 1.9)), 0, 3);
-        s.gainUsed = 1;
+        if (velm) {
+            s.preamp = s.refLevel <= -19.9;
+            s.attenUsed = s.refLevel > 10.0 ? 3 : s.refLevel > 5.0 ? 2 : s.refLevel > 0.0 ? 1 : 0;
+        } else {
+            s.attenUsed = std::clamp(static_cast<int>(std::ceil(s.refLevel * 0.1 + 1.9)), 0, 3);
+        }
     }
     if (velm) {
         // The path's correction drifts with temperature. (The 12.4 GHz body

@@ -5,9 +5,11 @@
 
 #include "analyzer_link.h"
 #include "calibration_store.h"
+#include "level_choice.h"
 #include "rbw_filter.h"
 #include "settings.h"
 #include "spectrum_core.h"
+#include "tone.h"
 
 namespace qor {
 namespace {
@@ -23,15 +25,6 @@ constexpr int kStreamRounding = 4096;
 bool NeedsAltClock(double center) {
     const double nearest = std::floor(center / 70e6 + 0.5);
     return std::fabs(center / 70e6 - nearest) * 70e6 <= 100000.0 && center >= 50e6 && center <= 4e9;
-}
-
-// A tone that shifts a capture by `offset` Hz.
-void BuildTone(Ipp64fc* tone, int length, double offset, double sampleRate) {
-    double frequency = offset / sampleRate;
-    if (frequency < 0.0) frequency += 1.0;
-    if (frequency >= 1.0) frequency = 0.0;
-    double phase = 0.0;
-    ippsTone_64fc(tone, length, 1.0, frequency, &phase, ippAlgHintFast);
 }
 
 }  // namespace
@@ -109,21 +102,13 @@ void SlowSweepEngine::ComputeCorrections() {
 
 void SlowSweepEngine::PrepareLevel() {
     Settings& s = *settings;
-    if (s.atten >= 0 && s.gain >= 0) {
-        s.attenUsed = s.attenUsedB = s.atten;
-        s.gainUsed = s.gainUsedB = s.gain;
+    if (!TakeConfiguredLevel(s)) {
+        StartAutomaticLevel(s);
         ComputeCorrections();
-        return;
+        corr->SelectAttenGain(SmallestCorrection(corrA.get(), sweepLength), s.refLevel, &s.attenUsed, &s.gainUsed);
+        corr->SelectAttenGain(SmallestCorrection(corrB.get(), sweepLength), s.refLevel, &s.attenUsedB,
+                              &s.gainUsedB);
     }
-    s.preamp = s.refLevel <= -29.9 && s.start >= 250e3;
-    s.attenUsed = s.attenUsedB = 2;
-    s.gainUsed = s.gainUsedB = 1;
-    ComputeCorrections();
-    const auto smallest = [this](const smart_array<double>& c) {
-        return sweepLength > 0 ? *std::min_element(c.get(), c.get() + sweepLength) : 0.0;
-    };
-    corr->SelectAttenGain(smallest(corrA), s.refLevel, &s.attenUsed, &s.gainUsed);
-    corr->SelectAttenGain(smallest(corrB), s.refLevel, &s.attenUsedB, &s.gainUsedB);
     ComputeCorrections();
 }
 
@@ -191,8 +176,8 @@ void SlowSweepEngine::Run() {
     const double tuneB = altClock && ifSelectB == 0 ? center - residualB : center + residualB;
     offsetA = shift(tuneA, conjugateA);
     offsetB = shift(tuneB, conjugateB);
-    BuildTone(toneA.get(), sampleCount, offsetA, sampleRate);
-    BuildTone(toneB.get(), sampleCount, offsetB, sampleRate);
+    FillTone(toneA.get(), sampleCount, offsetA / sampleRate);
+    FillTone(toneB.get(), sampleCount, offsetB / sampleRate);
 
     PrepareLevel();
     link->SetPreamp(s.preamp);

@@ -2,19 +2,9 @@
 
 #include <algorithm>
 
+#include "hold.h"
+
 namespace qor {
-namespace {
-
-// Holds `value` to [low, high]; tells whether it had to.
-template <typename T>
-bool Hold(T& value, T low, T high) {
-    const T held = std::clamp(value, low, high);
-    const bool changed = held != value;
-    value = held;
-    return changed;
-}
-
-}  // namespace
 
 double IqBandwidthLimit(int decimationLog2) {
     static const double kLimits[8] = {250000.0, 225000.0, 100000.0, 50000.0, 20000.0, 12000.0, 5000.0, 3000.0};

@@ -5,16 +5,16 @@
 
 #include "analyzer_link.h"
 #include "corrections.h"
+#include "level_choice.h"
 #include "rbw_filter.h"
 #include "settings.h"
 #include "sweep_engine.h"
+#include "tone.h"
 
 namespace qor {
 namespace {
 
 constexpr int kCorrectionRoom = 512;  // a step's slice of the tables may reach past the trace
-constexpr double kPreampReference = -29.9;
-constexpr double kPreampLowest = 250e3;
 
 }  // namespace
 
@@ -96,18 +96,12 @@ void StepCorrections::Compute(AnalyzerLink* link, const Settings& settings, bool
 }
 
 void StepCorrections::ChooseLevel(AnalyzerLink* link, Settings& s) {
-    if (s.atten >= 0 && s.gain >= 0) {
-        s.attenUsed = s.atten;
-        s.gainUsed = s.gain;
-        Compute(link, s, withLow);
-        return;
+    if (!TakeConfiguredLevel(s)) {
+        StartAutomaticLevel(s);
+        Compute(link, s, false);  // the choice rests on the high view alone
+        corr->SelectAttenGain(SmallestCorrection(high.get(), grid.sweepLength), s.refLevel, &s.attenUsed,
+                              &s.gainUsed);
     }
-    s.preamp = s.refLevel <= kPreampReference && s.start >= kPreampLowest;
-    s.attenUsed = 2;
-    s.gainUsed = 1;
-    Compute(link, s, false);  // the choice rests on the high view alone
-    const double smallest = grid.sweepLength > 0 ? *std::min_element(high.get(), high.get() + grid.sweepLength) : 0.0;
-    corr->SelectAttenGain(smallest, s.refLevel, &s.attenUsed, &s.gainUsed);
     Compute(link, s, withLow);
 }
 
@@ -120,8 +114,7 @@ void ConfigureStepPath(AnalyzerLink* link, DeviceCorr* corr, const Settings& s) 
 
 void BuildTone(smart_array<Ipp64fc>& tone, int length, double frequency) {
     tone.Allocate(length);
-    double phase = 0.0;
-    ippsTone_64fc(tone.get(), length, 1.0, frequency, &phase, ippAlgHintFast);
+    FillTone(tone.get(), length, frequency);
 }
 
 }  // namespace qor

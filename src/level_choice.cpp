@@ -1,0 +1,32 @@
+#include "level_choice.h"
+
+#include <algorithm>
+
+namespace qor {
+namespace {
+
+constexpr double kPreampReference = -29.9;
+constexpr double kPreampLowest = 250e3;
+constexpr int32_t kStartAtten = 2;
+constexpr int32_t kStartGain = 1;
+
+}  // namespace
+
+bool TakeConfiguredLevel(Settings& s) {
+    if (s.atten < 0 || s.gain < 0) return false;
+    s.attenUsed = s.attenUsedB = s.atten;
+    s.gainUsed = s.gainUsedB = s.gain;
+    return true;
+}
+
+void StartAutomaticLevel(Settings& s) {
+    s.preamp = s.refLevel <= kPreampReference && s.start >= kPreampLowest;
+    s.attenUsed = s.attenUsedB = kStartAtten;
+    s.gainUsed = s.gainUsedB = kStartGain;
+}
+
+double SmallestCorrection(const double* corrections, int count) {
+    return count > 0 ? *std::min_element(corrections, corrections + count) : 0.0;
+}
+
+}  // namespace qor

@@ -1,0 +1,28 @@
+// The level of a sweep: the attenuator step and gain index the engines use,
+// and the preamplifier. Either both are configured, or the automatic choice
+// starts from the middle setting, takes the preamplifier for weak reference
+// levels, computes the corrections and lets the unit's model pick the
+// attenuation and gain for the reference level from the smallest one.
+#ifndef QOR_LEVEL_CHOICE_H
+#define QOR_LEVEL_CHOICE_H
+
+#include "settings.h"
+
+namespace qor {
+
+// Takes the configured attenuator step and gain index for both passes when
+// both are given; false when the choice is automatic.
+bool TakeConfiguredLevel(Settings& settings);
+
+// The automatic level's starting point: attenuator step 2, the middle gain,
+// and the preamplifier for reference levels of -30 dBm and below when the
+// sweep starts above the preamplifier's lowest frequency.
+void StartAutomaticLevel(Settings& settings);
+
+// The smallest of `count` corrections (0 for none), on which the automatic
+// choice rests.
+double SmallestCorrection(const double* corrections, int count);
+
+}  // namespace qor
+
+#endif
