@@ -1,9 +1,12 @@
 #include "bus.h"
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <thread>
 
 #include "d2xx_types.h"
 
@@ -30,16 +33,33 @@ void CopyText(const std::string& text, char* out, size_t size) {
     std::memcpy(out, text.data(), std::min(text.size(), size - 1));
 }
 
+// Trivially destructible, so valid for the whole process, before the bus is
+// built and after it is destroyed.
+std::atomic<Bus*> liveBus{nullptr};
+std::atomic<int> callsInside{0};
+
 }  // namespace
 
-Bus& Bus::Instance() {
-    // Never destroyed: a host library closes the channels it still holds from
-    // its own static destructors, which run after those of this library.
-    static Bus* bus = new Bus;
-    return *bus;
+Bus::Entry::Entry() {
+    // Counted before the bus is looked up: a destruction that clears the bus
+    // after this look waits for this call to leave.
+    callsInside.fetch_add(1);
+    static Bus instance;
+    bus = liveBus.load();
 }
 
-Bus::Bus() { Load(StartupBench()); }
+Bus::Entry::~Entry() { callsInside.fetch_sub(1); }
+
+Bus::Bus() {
+    Load(StartupBench());
+    liveBus.store(this);
+}
+
+Bus::~Bus() {
+    liveBus.store(nullptr);
+    Load(Bench());  // an empty bench: every unit unplugged, every waiting read ends
+    while (callsInside.load() != 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
 
 std::string Bus::BenchSource() {
     std::lock_guard<std::mutex> lock(mutex_);

@@ -1,6 +1,14 @@
 // The virtual USB bus: the units of the bench, the driver's device list as
 // the last FT_CreateDeviceInfoList saw it, and the open handles. One instance
-// per process, built from the bench file on first use.
+// per process, built from the bench file on first use and destroyed at exit
+// with the other statics of this library.
+//
+// Life at exit: the host library builds its device table before it first
+// calls in, so the bus is destroyed first, and the table's destructor then
+// closes the handles it still holds. Every call therefore enters through
+// With(): once the destruction has begun a call gets its `gone` answer, and
+// the destruction waits for the calls already inside (it unplugs every unit
+// first, so that a waiting read ends at once).
 //
 // Locking: `mutex_` guards the unit lists, the device list and the handle
 // table. Calls into a unit are made after it is released, holding a shared
@@ -24,7 +32,14 @@ namespace qorsim {
 
 class Bus {
 public:
-    static Bus& Instance();
+    // Runs `body(bus)` on the bus of the process and returns its result, or
+    // `gone` once the bus is being destroyed.
+    template <typename R, typename F>
+    static R With(R gone, F&& body) {
+        const Entry entry;
+        return entry.bus ? static_cast<R>(body(*entry.bus)) : gone;
+    }
+    ~Bus();
 
     // Replaces the whole bench; every open handle goes stale.
     void Load(const Bench& bench);
@@ -54,6 +69,15 @@ public:
     bool Resolve(void* handle, Channel* out);
 
 private:
+    // A call inside the bus, counted from before it looks for the bus.
+    struct Entry {
+        Entry();
+        ~Entry();
+        Entry(const Entry&) = delete;
+        Entry& operator=(const Entry&) = delete;
+        Bus* bus;
+    };
+
     Bus();
     struct Listed {
         std::shared_ptr<UsbDevice> device;

@@ -21,11 +21,17 @@ FT_STATUS Guarded(F&& body) {
     }
 }
 
+// On the bus; `gone` after it has been destroyed at exit.
+template <typename F>
+FT_STATUS OnBus(FT_STATUS gone, F&& body) {
+    return Guarded([&] { return Bus::With(gone, body); });
+}
+
 template <typename F>
 FT_STATUS OnChannel(FT_HANDLE handle, F&& body) {
-    return Guarded([&] {
+    return OnBus(FT_INVALID_HANDLE, [&](Bus& bus) {
         Bus::Channel ch;
-        if (!Bus::Instance().Resolve(handle, &ch)) return static_cast<FT_STATUS>(FT_INVALID_HANDLE);
+        if (!bus.Resolve(handle, &ch)) return static_cast<FT_STATUS>(FT_INVALID_HANDLE);
         return static_cast<FT_STATUS>(body(ch));
     });
 }
@@ -33,23 +39,25 @@ FT_STATUS OnChannel(FT_HANDLE handle, F&& body) {
 }  // namespace
 
 QORSIM_D2XX FT_STATUS FT_CreateDeviceInfoList(DWORD* count) {
-    return Guarded([&] { return Bus::Instance().CreateDeviceInfoList(count); });
+    if (count) *count = 0;  // what a bus destroyed at exit lists
+    return OnBus(FT_OK, [&](Bus& bus) { return bus.CreateDeviceInfoList(count); });
 }
 
 QORSIM_D2XX FT_STATUS FT_GetDeviceInfoDetail(DWORD index, DWORD* flags, DWORD* type, DWORD* id, DWORD* locId,
                                              void* serial, void* description, FT_HANDLE* handle) {
-    return Guarded([&] {
-        return Bus::Instance().GetDeviceInfoDetail(index, flags, type, id, locId, static_cast<char*>(serial),
-                                                   static_cast<char*>(description), handle);
+    return OnBus(FT_DEVICE_NOT_FOUND, [&](Bus& bus) {
+        return bus.GetDeviceInfoDetail(index, flags, type, id, locId, static_cast<char*>(serial),
+                                       static_cast<char*>(description), handle);
     });
 }
 
 QORSIM_D2XX FT_STATUS FT_Open(int index, FT_HANDLE* handle) {
-    return Guarded([&] { return Bus::Instance().Open(index, handle); });
+    if (handle) *handle = nullptr;
+    return OnBus(FT_DEVICE_NOT_FOUND, [&](Bus& bus) { return bus.Open(index, handle); });
 }
 
 QORSIM_D2XX FT_STATUS FT_Close(FT_HANDLE handle) {
-    return Guarded([&] { return Bus::Instance().Close(handle); });
+    return OnBus(FT_INVALID_HANDLE, [&](Bus& bus) { return bus.Close(handle); });
 }
 
 QORSIM_D2XX FT_STATUS FT_SetBaudRate(FT_HANDLE handle, ULONG) {
@@ -101,7 +109,8 @@ QORSIM_D2XX FT_STATUS FT_Purge(FT_HANDLE handle, ULONG mask) {
 
 QORSIM_D2XX FT_STATUS FT_GetDeviceInfo(FT_HANDLE handle, FT_DEVICE* device, DWORD* id, char* serial, char* description,
                                        void*) {
-    return Guarded([&] { return Bus::Instance().GetDeviceInfo(handle, device, id, serial, description); });
+    return OnBus(FT_INVALID_HANDLE,
+                 [&](Bus& bus) { return bus.GetDeviceInfo(handle, device, id, serial, description); });
 }
 
 QORSIM_D2XX FT_STATUS FT_CyclePort(FT_HANDLE handle) {

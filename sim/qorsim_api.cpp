@@ -19,24 +19,39 @@ namespace {
 
 thread_local std::string lastError;
 
-// Runs `body` on the unit with that serial: 0, or -1 when there is none or it throws.
-template <typename Unit, typename F>
-int WithUnit(std::shared_ptr<Unit> unit, F&& body) {
-    if (!unit) return -1;
-    try {
-        body(*unit);
-        return 0;
-    } catch (...) {
-        return -1;
-    }
+// Runs `body` on the unit that `find` picks on the bus: 0, or -1 when there
+// is none (the bus destroyed at exit has none) or `body` throws.
+template <typename Find, typename F>
+int WithUnit(Find&& find, F&& body) {
+    return Bus::With(-1, [&](Bus& bus) {
+        const auto unit = find(bus);
+        if (!unit) return -1;
+        try {
+            body(*unit);
+            return 0;
+        } catch (...) {
+            return -1;
+        }
+    });
 }
 
 template <typename F>
-int WithAnalyzer(unsigned serial, F&& body) { return WithUnit(Bus::Instance().FindAnalyzer(serial), body); }
+int WithAnalyzer(unsigned serial, F&& body) {
+    return WithUnit([serial](Bus& bus) { return bus.FindAnalyzer(serial); }, body);
+}
+
+template <typename F>
+int WithDevice(unsigned serial, F&& body) {
+    return WithUnit([serial](Bus& bus) { return bus.FindDevice(serial); }, body);
+}
 
 int Load(const std::function<qorsim::Bench()>& read) {
     try {
-        Bus::Instance().Load(read());
+        const qorsim::Bench bench = read();
+        if (!Bus::With(false, [&](Bus& bus) { bus.Load(bench); return true; })) {
+            lastError = "the bus is gone: the process is ending";
+            return -1;
+        }
         lastError.clear();
         return 0;
     } catch (const std::exception& e) {
@@ -66,7 +81,7 @@ const char* qorsim_last_error(void) { return lastError.c_str(); }
 const char* qorsim_bench_json(void) {
     thread_local std::string text;
     try {
-        text = Bus::Instance().BenchSource();
+        text = Bus::With(std::string(), [](Bus& bus) { return bus.BenchSource(); });
     } catch (...) {
         text.clear();
     }
@@ -75,18 +90,18 @@ const char* qorsim_bench_json(void) {
 
 double qorsim_clock_scale(void) {
     try {
-        return Bus::Instance().ClockScale();
+        return Bus::With(1.0, [](Bus& bus) { return bus.ClockScale(); });
     } catch (...) {
         return 1.0;
     }
 }
 
 int qorsim_unplug(unsigned serial, double afterMs) {
-    return WithUnit(Bus::Instance().FindDevice(serial), [&](qorsim::UsbDevice& d) { d.Unplug(afterMs); });
+    return WithDevice(serial, [&](qorsim::UsbDevice& d) { d.Unplug(afterMs); });
 }
 
 int qorsim_replug(unsigned serial) {
-    return WithUnit(Bus::Instance().FindDevice(serial), [](qorsim::UsbDevice& d) { d.Replug(); });
+    return WithDevice(serial, [](qorsim::UsbDevice& d) { d.Replug(); });
 }
 
 int qorsim_stall_stream(unsigned serial, int stalled) {
@@ -143,17 +158,24 @@ long long qorsim_lost_blocks(unsigned serial) {
     return lost;
 }
 
-int qorsim_command_count(unsigned serial) { return Bus::Instance().Log().Count(serial); }
+int qorsim_command_count(unsigned serial) {
+    return Bus::With(0, [&](Bus& bus) { return bus.Log().Count(serial); });
+}
 
 int qorsim_command_log(unsigned serial, int index, unsigned char* payload, int capacity) {
-    return Bus::Instance().Log().Get(serial, index, payload, capacity);
+    return Bus::With(-1, [&](Bus& bus) { return bus.Log().Get(serial, index, payload, capacity); });
 }
 
 int qorsim_wire_log(unsigned serial, unsigned char* bytes, int capacity) {
-    return Bus::Instance().Log().Wire(serial, bytes, capacity);
+    return Bus::With(0, [&](Bus& bus) { return bus.Log().Wire(serial, bytes, capacity); });
 }
 
-void qorsim_clear_command_log(unsigned serial) { Bus::Instance().Log().Clear(serial); }
+void qorsim_clear_command_log(unsigned serial) {
+    Bus::With(0, [&](Bus& bus) {
+        bus.Log().Clear(serial);
+        return 0;
+    });
+}
 
 double qorsim_path_gain(unsigned serial, double frequency, int atten, int gain, int highIf, int preamp, double ifOffset,
                         int band, double temperature) {
@@ -199,7 +221,7 @@ int qorsim_write_calibration_files(unsigned serial, const char* root) {
 }
 
 int qorsim_generator_eeprom(unsigned serial, unsigned char* eeprom, int capacity) {
-    return WithUnit(Bus::Instance().FindGenerator(serial), [&](qorsim::Generator& g) {
+    return WithUnit([serial](Bus& bus) { return bus.FindGenerator(serial); }, [&](qorsim::Generator& g) {
         if (eeprom && capacity > 0)
             std::memcpy(eeprom, g.Eeprom().data(), std::min<size_t>(capacity, g.Eeprom().size()));
     });
