@@ -8,27 +8,18 @@
 #include <sstream>
 #include <string>
 
+#include "child_process.h"
+
 namespace {
 
-struct ToolRun {
-    int exitCode;
-    std::string output;  // stdout and stderr
-};
+using ToolRun = testsupport::ChildRun;
 
 // Runs the tool as a user would: `--sim` alone must find the instrument, so
 // the suite's QOR_D2XX_LIBRARY is not passed on.
 ToolRun Qor(const std::string& arguments) {
     const char* tool = std::getenv("QOR_TOOL");
-    const std::string command = "env -u QOR_D2XX_LIBRARY " + std::string(tool ? tool : "qor") + " " + arguments + " 2>&1";
-    ToolRun run{-1, {}};
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return run;
-    char buffer[4096];
-    std::size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, n);
-    const int status = pclose(pipe);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
+    return testsupport::RunChild("env -u QOR_D2XX_LIBRARY " + std::string(tool ? tool : "qor") + " " + arguments +
+                                 " 2>&1");
 }
 
 class ToolCli : public ::testing::Test {
