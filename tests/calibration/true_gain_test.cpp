@@ -22,6 +22,7 @@
 #include "corrections_orsk.h"
 #include "corrections_velm.h"
 #include "qorsim_calls.h"
+#include "sim_bench.h"
 
 namespace {
 
@@ -41,13 +42,11 @@ protected:
     void SetUp() override {
         sim = simcontrol::Resolve();
         if (!sim) GTEST_SKIP() << "no virtual instrument (QOR_D2XX_LIBRARY) to compare with";
-        const std::string bench =
-            R"({"clock": "fast", "pacing": "immediate", "units": [)"
-            R"({"serial": 31000001, "type": 1, "onDeviceCalibration": false, "temperature": 25.0},)"
-            R"({"serial": 31000002, "type": 2, "onDeviceCalibration": true, "temperature": 25.0},)"
-            R"({"serial": 31000003, "type": 3, "onDeviceCalibration": false, "temperature": 25.0},)"
-            R"({"serial": 31000004, "type": 4, "onDeviceCalibration": true, "temperature": 25.0}]})";
-        ASSERT_EQ(sim->loadBenchJson(bench.c_str()), 0) << sim->lastError();
+        simbench::Bench bench;
+        for (int t = 1; t <= 4; ++t) {
+            bench.units.push_back(simbench::Unit(kSerialBase + t, t).OnDeviceCalibration(t % 2 == 0).Temperature(25.0));
+        }
+        ASSERT_EQ(sim->loadBenchJson(simbench::Json(bench).c_str()), 0) << sim->lastError();
         type = GetParam();
         serial = kSerialBase + type;
         const int tableBytes =

@@ -15,12 +15,15 @@ using namespace fastsweep;
 constexpr unsigned kVelm = 60000001, kVelmB = 60000002, kOrskA = 60000003, kOrskB = 60000004;
 constexpr double kStoredCorrection = 1.0000025;  // in the type 2 unit's user area
 
-const char* const kBench = R"({"clock": "fast", "pacing": "immediate", "units": [
-    {"serial": 60000001, "type": 1, "onDeviceCalibration": true, "temperature": 30.0},
-    {"serial": 60000002, "type": 2, "onDeviceCalibration": true, "temperature": 30.0,
-     "timebaseCorrection": 1.0000025},
-    {"serial": 60000003, "type": 3, "onDeviceCalibration": false, "temperature": 30.0},
-    {"serial": 60000004, "type": 4, "onDeviceCalibration": true, "temperature": 30.0}]})";
+std::string DiagnosticsBench() {
+    simbench::Bench bench;
+    bench.units = {simbench::Unit(kVelm, 1).OnDeviceCalibration(true).Temperature(30.0),
+                   simbench::Unit(kVelmB, 2).OnDeviceCalibration(true).Temperature(30.0)
+                       .TimebaseCorrection(kStoredCorrection),
+                   simbench::Unit(kOrskA, 3).OnDeviceCalibration(false).Temperature(30.0),
+                   simbench::Unit(kOrskB, 4).OnDeviceCalibration(true).Temperature(30.0)};
+    return simbench::Json(bench);
+}
 
 unsigned SerialOfType(int type) { return type == 1 ? kVelm : type == 2 ? kVelmB : type == 3 ? kOrskA : kOrskB; }
 
@@ -52,7 +55,7 @@ protected:
     static void SetUpTestSuite() {
         const Sim* sim = TheSim();
         if (!sim) return;
-        ASSERT_EQ(0, sim->loadBenchJson(kBench)) << sim->lastError();
+        ASSERT_EQ(0, sim->loadBenchJson(DiagnosticsBench().c_str())) << sim->lastError();
         // The 12.4 GHz A unit keeps no table on board: it is in the cache, as if downloaded before.
         ASSERT_TRUE(e2e::CalibrationFolder().CopyTableFile(kOrskA));
         e2e::CalibrationFolder().UseAsCalibrationCache();
@@ -62,7 +65,7 @@ protected:
         sim = TheSim();
         if (!sim) GTEST_SKIP() << "the virtual instrument is not loaded (QOR_D2XX_LIBRARY)";
         // A fresh bench: user areas and reference inputs as the bench says.
-        ASSERT_EQ(0, sim->loadBenchJson(kBench)) << sim->lastError();
+        ASSERT_EQ(0, sim->loadBenchJson(DiagnosticsBench().c_str())) << sim->lastError();
     }
     void TearDown() override { e2e::CloseAll(); }
 

@@ -19,11 +19,11 @@ namespace {
 constexpr unsigned kVelm = 10000001, kVelmB = 10000002, kOrskA = 10000003, kOrskB = 10000004;
 
 std::string BenchJson(const std::string& listOrder = "unit") {
-    return R"({"clock": "fast", "pacing": "immediate", "listOrder": ")" + listOrder + R"(", "units": [
-        {"serial": 10000001, "type": 1, "temperature": 25.0},
-        {"serial": 10000002, "type": 2, "temperature": 31.5, "voltage": 5.02},
-        {"serial": 10000003, "type": 3, "temperature": 40.0},
-        {"serial": 10000004, "type": 4, "temperature": -5.0, "voltage": 4.9}]})";
+    simbench::Bench bench;
+    bench.listOrder = listOrder;
+    bench.units = {simbench::Unit(kVelm, 1).Temperature(25.0), simbench::Unit(kVelmB, 2).Temperature(31.5).Voltage(5.02),
+                   simbench::Unit(kOrskA, 3).Temperature(40.0), simbench::Unit(kOrskB, 4).Temperature(-5.0).Voltage(4.9)};
+    return simbench::Json(bench);
 }
 
 using e2e::CountCommands;
@@ -111,7 +111,7 @@ TEST_F(OpenTest, ListsInTheDriversOrderAndHidesUnitsInUse) {
 }
 
 TEST_F(OpenTest, AnEmptyBusOpensNothing) {
-    ASSERT_EQ(0, sim->loadBenchJson(R"({"clock": "fast", "units": []})"));
+    ASSERT_EQ(0, sim->loadBenchJson(simbench::Json({}).c_str()));
     EXPECT_TRUE(List().empty());
     int device = -1;
     EXPECT_EQ(qorDeviceNotFoundErr, qorOpenDevice(&device));

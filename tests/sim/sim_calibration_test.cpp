@@ -17,6 +17,13 @@ namespace {
 constexpr unsigned kVelmB = 30000002;
 constexpr unsigned kOrskB = 30000004;
 
+simbench::Bench CalibrationBench(const simbench::Unit& unit) {
+    simbench::Bench bench;
+    bench.pacing = "realtime";
+    bench.units = {unit};
+    return bench;
+}
+
 std::vector<uint8_t> Table(unsigned serial) {
     std::vector<uint8_t> table(static_cast<size_t>(qorsim_calibration_blocks(serial, nullptr, 0, nullptr, 0)));
     qorsim_calibration_blocks(serial, nullptr, 0, table.data(), static_cast<int>(table.size()));
@@ -80,7 +87,7 @@ struct OrskDetector {
 }  // namespace
 
 TEST(SimCalibration, VelmTablesCarryRippleAndDrift) {
-    LoadBench(R"({"clock": "fast", "units": [{"serial": 30000002, "type": 2}]})");
+    LoadBench(CalibrationBench(simbench::Unit(kVelmB, 2)));
     std::vector<uint8_t> unit(4096);
     qorsim_calibration_blocks(kVelmB, unit.data(), 4096, nullptr, 0);
     const std::vector<uint8_t> table = Table(kVelmB);
@@ -102,9 +109,8 @@ TEST(SimCalibration, OrskDetectorSweepReadsBackTheInjectedLevel) {
         int att;
     } cases[] = {{5003e6, -30.0, 37.0, 1}, {2402e6, -12.0, 25.0, 0}, {8405e6, -40.0, 45.0, 2}, {11999e6, 5.0, 30.0, 3}};
     for (const auto& c : cases) {
-        LoadBench(R"({"clock": "fast", "units": [{"serial": 30000004, "type": 4, "noiseFloor": -170, "temperature": )" +
-                  std::to_string(c.t) + R"(, "signals": [{"kind": "cw", "frequency": )" + std::to_string(c.f) +
-                  R"(, "level": )" + std::to_string(c.level) + "}]}]}");
+        LoadBench(CalibrationBench(
+            simbench::Unit(kOrskB, 4).NoiseFloor(-170).Temperature(c.t).Add(simbench::Cw(c.f, c.level))));
         const OrskDetector d{Table(kOrskB)};
         ASSERT_EQ(d.b.size(), 571616u);
         Unit u(kOrskB);
@@ -128,8 +134,8 @@ TEST(SimCalibration, OrskDetectorSweepReadsBackTheInjectedLevel) {
 }
 
 TEST(SimCalibration, VelmDetectorSweepReadsTheLevelThroughTheTrueGain) {
-    LoadBench(R"({"clock": "fast", "units": [{"serial": 30000002, "type": 2, "temperature": 41.0, "noiseFloor": -170,
-                 "signals": [{"kind": "cw", "frequency": 1510.7e6, "level": -37.0}]}]})");
+    LoadBench(CalibrationBench(
+        simbench::Unit(kVelmB, 2).Temperature(41.0).NoiseFloor(-170).Add(simbench::Cw(1510.7e6, -37.0))));
     Unit u(kVelmB);
     u.Send({'D', 4});
     u.Send({'F', 0});

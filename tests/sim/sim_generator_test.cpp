@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <optional>
 
 #include "sim_tuning.h"
 
@@ -74,6 +75,16 @@ int OrskCode(const std::vector<uint8_t>& e, double f, double amplitude) {
     return best;
 }
 
+// An ideal analyzer with the generator's output cabled to its input, through
+// an attenuator of `attenuator` dB if one is given.
+simbench::Bench GeneratorBench(int family, std::optional<double> attenuator) {
+    simbench::Bench bench;
+    bench.pacing = "realtime";
+    bench.units = {simbench::Unit(40000002, 2).NoiseFloor(-250)};
+    bench.generators = {{41000001, family, 40000002, attenuator}};
+    return bench;
+}
+
 FT_HANDLE OpenGenerator() {
     const auto list = List();
     for (size_t i = 0; i < list.size(); ++i)
@@ -98,9 +109,7 @@ TEST(SimGenerator, SearchedCodeGivesTheLevelAtTheAnalyzer) {
         double f, amplitude, loss;
     } cases[] = {{1, 1000.03e6, -20.0, 0.0}, {2, 1000.03e6, -25.0, 6.0}, {1, 300.01e6, -12.0, 0.0}, {2, 2700.02e6, -17.5, 0.0}};
     for (const auto& c : cases) {
-        LoadBench(R"({"clock": "fast", "units": [{"serial": 40000002, "type": 2, "noiseFloor": -250}],
-            "generators": [{"serial": 41000001, "family": )" + std::to_string(c.family) +
-                  R"(, "cabledTo": 40000002, "dut": {"kind": "attenuator", "loss": )" + std::to_string(c.loss) + "}}]}");
+        LoadBench(GeneratorBench(c.family, c.loss));
         std::vector<uint8_t> eeprom(4096);
         ASSERT_EQ(qorsim_generator_eeprom(41000001, eeprom.data(), 4096), 0);
         EXPECT_EQ(eeprom[0], c.family);
@@ -128,8 +137,7 @@ TEST(SimGenerator, SearchedCodeGivesTheLevelAtTheAnalyzer) {
 }
 
 TEST(SimGenerator, GatedSweepGivesOneBlockPerPointAndRunsOutTheWindow) {
-    LoadBench(R"({"clock": "fast", "units": [{"serial": 40000002, "type": 2, "noiseFloor": -250}],
-        "generators": [{"serial": 41000001, "family": 1, "cabledTo": 40000002}]})");
+    LoadBench(GeneratorBench(1, std::nullopt));
     FT_HANDLE tg = OpenGenerator();
     ASSERT_NE(tg, nullptr);
     Unit u(40000002);

@@ -13,10 +13,13 @@
 #include "d2xx_api.h"
 #include "frame_decoder.h"
 #include "qorsim.h"
+#include "sim_bench.h"
 
 namespace simtest {
 
-inline void LoadBench(const std::string& json) { ASSERT_EQ(qorsim_load_bench_json(json.c_str()), 0) << qorsim_last_error(); }
+inline void LoadBench(const simbench::Bench& bench) {
+    ASSERT_EQ(qorsim_load_bench_json(simbench::Json(bench).c_str()), 0) << qorsim_last_error();
+}
 
 struct ListEntry {
     DWORD flags = 0;
@@ -86,12 +89,14 @@ public:
 };
 
 // A bench with one unit of each device type and the fast clock.
-inline std::string FourUnitBench(const std::string& pacing = "immediate", const std::string& extra = "") {
-    return R"({"clock": "fast", "pacing": ")" + pacing + R"(", )" + extra + R"( "units": [
-      {"serial": 10000001, "type": 1, "temperature": 25.0, "signals": [{"kind": "cw", "frequency": 100e6, "level": -30}]},
-      {"serial": 10000002, "type": 2, "temperature": 31.5, "onDeviceCalibration": true},
-      {"serial": 10000003, "type": 3, "temperature": 40.0},
-      {"serial": 10000004, "type": 4, "temperature": -5.0, "onDeviceCalibration": true}]})";
+inline simbench::Bench FourUnitBench(const std::string& pacing = "immediate") {
+    simbench::Bench bench;
+    bench.pacing = pacing;
+    bench.units = {simbench::Unit(10000001, 1).Temperature(25.0).Add(simbench::Cw(100e6, -30)),
+                   simbench::Unit(10000002, 2).Temperature(31.5).OnDeviceCalibration(true),
+                   simbench::Unit(10000003, 3).Temperature(40.0),
+                   simbench::Unit(10000004, 4).Temperature(-5.0).OnDeviceCalibration(true)};
+    return bench;
 }
 
 }  // namespace simtest

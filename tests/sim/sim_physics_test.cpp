@@ -13,15 +13,16 @@ namespace {
 constexpr unsigned kVelmB = 20000002;
 constexpr unsigned kOrskB = 20000004;
 
-std::string PhysicsBench(double noiseFloor, const std::string& velmSignals, const std::string& orskSignals) {
-    const std::string floor = std::to_string(noiseFloor);
-    return R"({"clock": "fast", "pacing": "immediate", "units": [
-      {"serial": 20000002, "type": 2, "temperature": 31.5, "noiseFloor": )" + floor + R"(, "signals": [)" + velmSignals + R"(]},
-      {"serial": 20000004, "type": 4, "temperature": 37.0, "noiseFloor": )" + floor + R"(, "signals": [)" + orskSignals + R"(]}]})";
-}
+using simbench::Cw;
+using Signals = std::vector<simbench::Signal>;
 
-std::string Cw(double f, double level) {
-    return R"({"kind": "cw", "frequency": )" + std::to_string(f) + R"(, "level": )" + std::to_string(level) + "}";
+simbench::Bench PhysicsBench(double noiseFloor, const Signals& velmSignals, const Signals& orskSignals) {
+    simbench::Bench bench;
+    bench.units = {simbench::Unit(kVelmB, 2).Temperature(31.5).NoiseFloor(noiseFloor),
+                   simbench::Unit(kOrskB, 4).Temperature(37.0).NoiseFloor(noiseFloor)};
+    bench.units[0].signals = velmSignals;
+    bench.units[1].signals = orskSignals;
+    return bench;
 }
 
 }  // namespace
@@ -39,7 +40,7 @@ TEST(SimPhysics, ToneLandsAtItsOffsetAndLevelOnBothIfsAndBothSides) {
         {402.9e6, 405.76e6, false, 3, 0},              // low IF image
     };
     for (const auto& c : cases) {
-        LoadBench(PhysicsBench(-250.0, Cw(c.f, -40.0), ""));
+        LoadBench(PhysicsBench(-250.0, {Cw(c.f, -40.0)}, {}));
         Unit u(kVelmB);
         const double lo = TuneLo(u, c.lo);
         SetPath(u, c.atten, c.gain, c.highIf);
@@ -54,7 +55,7 @@ TEST(SimPhysics, ToneLandsAtItsOffsetAndLevelOnBothIfsAndBothSides) {
 
 TEST(SimPhysics, FirstLoOfTheUpperBandsInvertsTheSpectrum) {
     // Band 2 of the 12.4 GHz family: first LO 7.8 GHz above, last LO above the first IF.
-    LoadBench(PhysicsBench(-250.0, "", Cw(5.0e9, -30.0) + "," + Cw(5.0e9 + 30e3, -40.0)));
+    LoadBench(PhysicsBench(-250.0, {}, {Cw(5.0e9, -30.0), Cw(5.0e9 + 30e3, -40.0)}));
     Unit u(kOrskB);
     u.Send({'A', 131}); // first-LO path 0
     const double f1 = 7.8e9 - 5.0e9;
@@ -72,7 +73,7 @@ TEST(SimPhysics, HardwareHopsStepTheLoBy200kHzPerBlock) {
     // A tone 50 kHz above the middle of step 5100: the engines' bin mapping
     // n x 200 kHz - 10.7 MHz + y, with the 5555.56 Hz mix.
     const double f = 5100 * 200e3 - 10.7e6 + 50e3;
-    LoadBench(PhysicsBench(-250.0, Cw(f, -35.0), ""));
+    LoadBench(PhysicsBench(-250.0, {Cw(f, -35.0)}, {}));
     Unit u(kVelmB);
     SetPath(u, 1, 1, true);
     u.Send({'N', 0xEC, 0x13, 0xEE, 0x13}); // 5100 to 5102
@@ -87,7 +88,7 @@ TEST(SimPhysics, HardwareHopsStepTheLoBy200kHzPerBlock) {
 
 TEST(SimPhysics, FramedProgramBlocksFollowTheirSteps) {
     const double f = 21000 * 200e3 - 10.7e6 - 20e3; // 4.1893 GHz, band 2 of the 12.4 GHz family
-    LoadBench(PhysicsBench(-250.0, "", Cw(f, -30.0)));
+    LoadBench(PhysicsBench(-250.0, {}, {Cw(f, -30.0)}));
     Unit u(kOrskB);
     SetPath(u, 1, 1, true, true, 2);
     u.Send({'Y', 0, 1, 0x08, 0x52}); // 21000, two steps
@@ -102,7 +103,7 @@ TEST(SimPhysics, FramedProgramBlocksFollowTheirSteps) {
 }
 
 TEST(SimPhysics, NoiseDensityMatchesTheFloorThroughTheIfFilter) {
-    LoadBench(PhysicsBench(-120.0, "", ""));
+    LoadBench(PhysicsBench(-120.0, {}, {}));
     Unit u(kVelmB);
     const double lo = TuneLo(u, 1010.7e6);
     SetPath(u, 0, 2, true);
@@ -130,7 +131,7 @@ TEST(SimPhysics, NoiseDensityMatchesTheFloorThroughTheIfFilter) {
 }
 
 TEST(SimPhysics, ClipsAtFullScale) {
-    LoadBench(PhysicsBench(-250.0, Cw(1000.03e6, 15.0), ""));
+    LoadBench(PhysicsBench(-250.0, {Cw(1000.03e6, 15.0)}, {}));
     Unit u(kVelmB);
     TuneLo(u, 1010.7e6);
     SetPath(u, 0, 2, true);
@@ -146,7 +147,7 @@ TEST(SimPhysics, ClipsAtFullScale) {
 }
 
 TEST(SimPhysics, ContinuousStreamIsPhaseContinuousAcrossBlocks) {
-    LoadBench(PhysicsBench(-250.0, Cw(1000.0123e6, -20.0), ""));
+    LoadBench(PhysicsBench(-250.0, {Cw(1000.0123e6, -20.0)}, {}));
     Unit u(kVelmB);
     const double lo = TuneLo(u, 1010.7e6);
     SetPath(u, 0, 1, true);
@@ -161,10 +162,14 @@ TEST(SimPhysics, ContinuousStreamIsPhaseContinuousAcrossBlocks) {
 }
 
 TEST(SimPhysics, AmAndFmCarriersCarryTheirTone) {
-    LoadBench(PhysicsBench(-250.0,
-                           R"({"kind": "fm", "frequency": 1000.03e6, "level": -30, "deviation": 5000, "tone": 1000},
-                              {"kind": "am", "frequency": 999.93e6, "level": -30, "depth": 0.5, "tone": 1000})",
-                           ""));
+    simbench::Signal fmCarrier = Cw(1000.03e6, -30), amCarrier = Cw(999.93e6, -30);
+    fmCarrier.kind = "fm";
+    fmCarrier.deviation = 5000;
+    fmCarrier.tone = 1000;
+    amCarrier.kind = "am";
+    amCarrier.depth = 0.5;
+    amCarrier.tone = 1000;
+    LoadBench(PhysicsBench(-250.0, {fmCarrier, amCarrier}, {}));
     Unit u(kVelmB);
     const double lo = TuneLo(u, 1010.7e6);
     SetPath(u, 0, 1, true);

@@ -29,8 +29,11 @@ TEST(SimBus, ListsBothChannelsOfEachUnitWithExactNames) {
 }
 
 TEST(SimBus, MixedOrderAndAChannelHeldElsewhere) {
-    LoadBench(R"({"clock": "fast", "listOrder": "mixed", "units": [
-        {"serial": 42, "type": 2}, {"serial": 43, "type": 4, "faults": {"heldElsewhere": true}}]})");
+    simbench::Bench bench;
+    bench.pacing = "realtime";
+    bench.listOrder = "mixed";
+    bench.units = {simbench::Unit(42, 2), simbench::Unit(43, 4).HeldElsewhere()};
+    LoadBench(bench);
     const auto list = List();
     ASSERT_EQ(list.size(), 4u);
     EXPECT_EQ(list[0].serial, "00000042A");

@@ -12,12 +12,12 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "qor_api.h"
 #include "qorsim_calls.h"
+#include "sim_bench.h"
 
 namespace e2e {
 
@@ -43,24 +43,15 @@ struct BenchUnit {
 
 // A fast-clock, immediate-pacing bench of `units`, each with a scene of CW tones.
 inline std::string BenchJson(const std::vector<BenchUnit>& units) {
-    std::ostringstream json;
-    json.precision(17);
-    json << R"({"clock": "fast", "pacing": "immediate", "units": [)";
-    for (std::size_t u = 0; u < units.size(); ++u) {
-        const BenchUnit& unit = units[u];
-        json << (u ? ", " : "") << R"({"serial": )" << unit.serial << R"(, "type": )" << unit.type
-             << R"(, "onDeviceCalibration": )" << (unit.onDeviceCalibration ? "true" : "false");
-        if (!std::isnan(unit.temperature)) json << R"(, "temperature": )" << unit.temperature;
-        if (!std::isnan(unit.noiseFloor)) json << R"(, "noiseFloor": )" << unit.noiseFloor;
-        json << R"(, "signals": [)";
-        for (std::size_t t = 0; t < unit.tones.size(); ++t) {
-            json << (t ? ", " : "") << R"({"kind": "cw", "frequency": )" << unit.tones[t].frequency
-                 << R"(, "level": )" << unit.tones[t].level << "}";
-        }
-        json << "]}";
+    simbench::Bench bench;
+    for (const BenchUnit& unit : units) {
+        simbench::Unit& u = bench.units.emplace_back(unit.serial, unit.type);
+        u.OnDeviceCalibration(unit.onDeviceCalibration);
+        if (!std::isnan(unit.temperature)) u.Temperature(unit.temperature);
+        if (!std::isnan(unit.noiseFloor)) u.NoiseFloor(unit.noiseFloor);
+        for (const Tone& tone : unit.tones) u.Add(simbench::Cw(tone.frequency, tone.level));
     }
-    json << "]}";
-    return json.str();
+    return simbench::Json(bench);
 }
 
 // The command payloads logged for `serial` since the log was cleared, in order.
