@@ -4,8 +4,11 @@
 // an engine after it is freed: the sanitizer builds run this suite too.
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
 #include <atomic>
 #include <chrono>
+#include <fstream>
 #include <thread>
 #include <vector>
 
@@ -119,6 +122,45 @@ TEST_F(EngineLife, FourEnginesAtOnceBesideAListing) {
     measuring = false;
     lister.join();
     for (std::size_t k = 0; k < cases.size(); ++k) EXPECT_EQ(results[k], qorNoError) << cases[k].name;
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kAddressSpaceIsTheSanitizers = true;  // it reserves far more than any limit leaves
+#else
+constexpr bool kAddressSpaceIsTheSanitizers = false;
+#endif
+
+// Bytes of address space the process holds now.
+rlim_t AddressSpaceInUse() {
+    std::ifstream statm("/proc/self/statm");
+    rlim_t pages = 0;
+    statm >> pages;
+    return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+}
+
+// An engine that cannot get its memory: the call says -666, and the device
+// is idle and usable, not half built.
+TEST_F(EngineLife, AnEngineThatCannotGetItsMemoryLeavesTheDeviceIdle) {
+    if (kAddressSpaceIsTheSanitizers) GTEST_SKIP() << "the sanitizer holds the address space";
+    const EngineCase slow = Engines().front();
+    const int device = devices_.at(slow.unit.serial);
+    // A video bandwidth of 1/100000 of the RBW: captures of some 10^7 samples.
+    e2e::Sweep huge = slow.sweep;
+    huge.rbw = 10e3;
+    huge.vbw = 0.1;
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
+    rlimit tight = before;
+    tight.rlim_cur = AddressSpaceInUse() + (64u << 20);
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &tight), 0);
+    const qorStatus status = e2e::Initiate(device, huge);
+    setrlimit(RLIMIT_AS, &before);
+    EXPECT_EQ(status, qorUnknownErr);
+    int length = 0;
+    double start = 0.0, bin = 0.0;
+    EXPECT_EQ(qorQuerySweepInfo(device, &length, &start, &bin), qorNotConfiguredErr) << "the device is idle";
+    const e2e::Trace trace = e2e::Measure(device, slow.sweep);
+    EXPECT_EQ(trace.get, qorNoError) << "and measures again";
 }
 
 }  // namespace
