@@ -21,9 +21,18 @@
  * pointers are not null (qorNullPtrErr), then its own conditions. A refused
  * call changes nothing. Negative statuses are errors, positive ones warnings.
  *
- * Threads: calls on different devices may run on different threads. Calls on
- * one device must not overlap, except that a retrieval may run while another
- * thread makes qorConfig... calls.
+ * Threads: calls on different devices may run on different threads. On one
+ * device, the calls that change its state (qorInitiate, qorAbort,
+ * qorCloseDevice, qorPreset, and the diagnostics that stop the mode) follow
+ * one another whole when made from several threads. A retrieval may wait on
+ * one thread while another thread makes qorConfig... calls, or leaves the
+ * mode with one of those calls: the waiting retrieval then returns within
+ * 100 ms with qorNotConfiguredErr (-6), the device having no mode any more,
+ * which is how a user interface stops a measurement it is waiting for.
+ *
+ * No call throws: a failure to get memory or a thread inside the library
+ * returns qorUnknownErr (-666) and leaves the device as it was (idle, when a
+ * mode could not be started).
  *
  * Units: frequencies in Hz, levels in dBm, times in milliseconds.
  */
