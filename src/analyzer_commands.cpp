@@ -164,6 +164,23 @@ void AnalyzerLink::ReleaseSweepPath() {
     if (family.Is(DeviceTypeOrskB)) SetClockShift(0);
 }
 
+void AnalyzerLink::SelectDetectorPath() {
+    constexpr int kDetectorPath = 3;
+    constexpr int kDetectorBand = 1;
+    constexpr int kDetectorIfFlag = 2;
+    SetOrskPath(kDetectorPath);
+    SetOrskFilter(kDetectorBand, kDetectorIfFlag);
+}
+
+void AnalyzerLink::Park() {
+    constexpr double kParkFrequency = 4e9;
+    constexpr int kParkStep = 20000;  // LO index of 4 GHz
+    TuneLO(kParkFrequency);
+    if (family.Is(DeviceTypeOrskB)) SetClockShift(0);
+    SetGateWindow(kParkStep, kParkStep);
+    if (WaitForStream(kBlockBytes, 100, 1)) DropStreamBytes(kBlockBytes);
+}
+
 DWORD AnalyzerLink::ReadCalPage(int address, uint8_t out[4], uint32_t extraPauseMs) {
     Command({'E', 0xFF, 0x01, LowByte(address), HighByte(address)}, extraPauseMs);
     return ReadReply(out, 4);

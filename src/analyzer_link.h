@@ -158,6 +158,12 @@ public:
     // SetOrskPath sends whatever it is) and a B unit of the 12.4 GHz family
     // takes its clock trim back.
     void ReleaseSweepPath();
+    // The 12.4 GHz family's detector: the first-LO path of the lowest bands
+    // and the band 1 filter with the detector's IF.
+    void SelectDetectorPath();
+    // Parks the LO at 4 GHz and ends a hop program there with one hop of its
+    // own, whose block is dropped: between two hop programs.
+    void Park();
     // One 4-byte word of the unit's calibration memory at byte `address`,
     // after the usual pause and `extraPauseMs`; the count received.
     DWORD ReadCalPage(int address, uint8_t out[4], uint32_t extraPauseMs = 0);

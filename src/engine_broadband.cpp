@@ -18,9 +18,6 @@ constexpr int kTableBytes = 2 * VelmDetectorSweep::kMaxPoints;
 // Margins of the 12.4 GHz family: the detector's IF in grid points.
 constexpr int kMarginOrskB = 21;
 constexpr int kMarginOther = 12;
-// The filter of the detector path: IF flag 2 on band 1.
-constexpr int kDetectorBand = 1;
-constexpr int kDetectorIfFlag = 2;
 constexpr int kSettingHigh = 41;  // detector model of the high IF attenuator setting
 constexpr int kSettingLow = 11;
 // Codes of the high setting between which its reading hands over to the low one.
@@ -161,8 +158,7 @@ void BroadbandSweepEngine::Run() {
         RunVelm();
         return;
     }
-    link->SetOrskPath(3);
-    link->SetOrskFilter(kDetectorBand, kDetectorIfFlag);
+    link->SelectDetectorPath();
     link->SetAttenSteps(settings->attenUsed);
     RunOrsk();
 }

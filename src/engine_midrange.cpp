@@ -15,9 +15,6 @@ namespace {
 constexpr int kBlock = AnalyzerLink::kBlockSamples;
 // The view from the lower LO must lie this far under the other to count.
 constexpr double kLowViewMarginDb = 2.0;
-// Where the unit parks between programs: LO index 20000 (4 GHz), one hop there.
-constexpr double kParkFrequency = 4e9;
-constexpr int kParkStep = 20000;
 // A stream with nothing queued for this long (link clock) is silent.
 constexpr uint32_t kSilentMs = 100;
 // What one failed resynchronisation of the link reads at most.
@@ -148,24 +145,17 @@ MidrangeSweepEngine::MidrangeSweepEngine(Settings* settings, RbwFilter* filter, 
     exchange.Configure(kFreeRunningSweeps, plan.grid.sweepLength, settings->logScale);
 
     corrections.ChooseLevel(link, *settings);
-    ParkUnit();
+    link->Park();
     ConfigureStepPath(link, corr, *settings);
     StartThread([this] { ReadFrames(); });
     StartThread([this] { ProcessFrames(); });
 }
 
 void MidrangeSweepEngine::Rest() {
-    ParkUnit();
+    link->Park();
     // Whatever the unit still had on its way is of no use to the next mode.
     link->PurgeStream(FT_PURGE_RX);
     link->ReleaseSweepPath();
-}
-
-void MidrangeSweepEngine::ParkUnit() {
-    link->TuneLO(kParkFrequency);
-    if (link->Family().Is(DeviceTypeOrskB)) link->SetClockShift(0);
-    link->SetGateWindow(kParkStep, kParkStep);
-    link->ReadSamples512(processor.Scratch());  // the one block of that hop, of no use
 }
 
 void MidrangeSweepEngine::ReadFrames() {

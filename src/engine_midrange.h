@@ -91,9 +91,6 @@ public:
     // rejection the lower of the two views (the low one with its margin).
     void Publish(const StepCorrections& corrections, double* minTrace, double* maxTrace);
 
-    // Scratch of one step's samples, also of use to the engine between frames.
-    Ipp64fc* Scratch() { return scratchA.get(); }
-
 private:
     const MidrangePlan& plan;
     SpectrumCore* core;
@@ -114,8 +111,6 @@ private:
     void WakeThreads() override { frameEvent.Set(); }
     void Rest() override;
 
-    // Parks the LO and ends the unit's hop program (at start and stop).
-    void ParkUnit();
     void ReadFrames();
     // Hands the frame in `fill` to the processor, or drops it; `fill` is
     // the buffer to fill next.
