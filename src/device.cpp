@@ -6,6 +6,7 @@
 
 #include "engine_broadband.h"
 #include "engine_fast.h"
+#include "engine_iq.h"
 #include "engine_midrange.h"
 #include "engine_rule.h"
 #include "engine_slow.h"
@@ -265,6 +266,7 @@ qorStatus Device::InitiateMode(int mode) {
         case ModeRealTime:
             return InitiateRealTime();
         case ModeIQ:
+            return InitiateIQ();
         case ModeAudio:
         case ModeTGSweep:
             return qorUnknownErr;  // no engine for this mode yet
@@ -312,6 +314,16 @@ std::shared_ptr<SweepEngine> Device::BuildSweepEngine(SweepEngineKind kind) {
             return std::make_shared<MidrangeSweepEngine>(&m_settings, filter, &m_link, &m_calibration, core,
                                                          &m_sweepInfo);
     }
+}
+
+qorStatus Device::InitiateIQ() {
+    if (!m_calibration.corr) return qorUnknownErr;
+    constexpr double kStreamIf = 1.07e7;
+    m_sweepInfo.sweepLength = 512;
+    m_sweepInfo.binSize = 390.625;
+    m_link.TuneLO(m_settings.center + kStreamIf);
+    Install(ModeIQ, std::make_shared<IQEngine>(&m_settings, &m_link, &m_calibration, &m_sweepInfo));
+    return qorNoError;
 }
 
 qorStatus Device::InitiateRealTime() {

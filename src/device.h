@@ -103,6 +103,7 @@ private:
     qorStatus CheckOven();
     qorStatus InitiateMode(int mode);
     qorStatus InitiateSweep();
+    qorStatus InitiateIQ();
     std::shared_ptr<SweepEngine> BuildSweepEngine(SweepEngineKind kind);
     qorStatus InitiateRealTime();
 

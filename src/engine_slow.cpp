@@ -103,7 +103,7 @@ void SlowSweepEngine::ComputeCorrections() {
 void SlowSweepEngine::PrepareLevel() {
     Settings& s = *settings;
     if (!TakeConfiguredLevel(s)) {
-        StartAutomaticLevel(s);
+        StartAutomaticLevel(s, PreampReach::From250kHz);
         ComputeCorrections();
         corr->SelectAttenGain(SmallestCorrection(corrA.get(), sweepLength), s.refLevel, &s.attenUsed, &s.gainUsed);
         corr->SelectAttenGain(SmallestCorrection(corrB.get(), sweepLength), s.refLevel, &s.attenUsedB,

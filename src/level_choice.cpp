@@ -19,8 +19,8 @@ bool TakeConfiguredLevel(Settings& s) {
     return true;
 }
 
-void StartAutomaticLevel(Settings& s) {
-    s.preamp = s.refLevel <= kPreampReference && s.start >= kPreampLowest;
+void StartAutomaticLevel(Settings& s, PreampReach reach) {
+    s.preamp = s.refLevel <= kPreampReference && (reach == PreampReach::Everywhere || s.start >= kPreampLowest);
     s.attenUsed = s.attenUsedB = kStartAtten;
     s.gainUsed = s.gainUsedB = kStartGain;
 }

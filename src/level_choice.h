@@ -14,10 +14,14 @@ namespace qor {
 // both are given; false when the choice is automatic.
 bool TakeConfiguredLevel(Settings& settings);
 
+// Where the automatic level may take the preamplifier: a sweep only when it
+// starts at 250 kHz or above; a stream at any frequency.
+enum class PreampReach { From250kHz, Everywhere };
+
 // The automatic level's starting point: attenuator step 2, the middle gain,
-// and the preamplifier for reference levels of -30 dBm and below when the
-// sweep starts above the preamplifier's lowest frequency.
-void StartAutomaticLevel(Settings& settings);
+// and the preamplifier for reference levels of -30 dBm and below where it
+// reaches.
+void StartAutomaticLevel(Settings& settings, PreampReach reach);
 
 // The smallest of `count` corrections (0 for none), on which the automatic
 // choice rests.

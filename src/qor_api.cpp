@@ -11,6 +11,7 @@
 
 #include "device.h"
 #include "diagnostics.h"
+#include "ipps.h"
 #include "qor_lib.h"
 #include "status_text.h"
 #include "trace_units.h"
@@ -103,13 +104,12 @@ qorStatus GetPartialSweep(int device, T* min, T* max, int* start, int* stop) {
 int IqReturnLength(const Device& d) { return 16384 >> d.m_settings.iqDecimationLog2; }
 
 // The part every I/Q retrieval shares once its own arguments are checked.
-qorStatus IqTail(Device& d, IQPacket& /*packet*/) {
+qorStatus IqTail(Device& d, IQPacket& packet) {
     const Device::Running run = d.Current();
     if (run.mode == ModeIdle) return qorNotConfiguredErr;
     if (run.mode != ModeIQ) return qorWrongModeErr;
     if (!run.engine) return qorUnknownErr;
-    // No engine of this library streams I/Q yet: whatever runs is not one.
-    return qorNotConfiguredErr;
+    return Retrieved(d, run.engine->GetIQ(packet));
 }
 
 qorStatus GetIqSamples(Device& d, float* iq, int count, int purge) {
@@ -385,8 +385,8 @@ qorStatus qorGetIQ_64f(int device, void* iq) {
         const int count = IqReturnLength(d);
         std::vector<float> narrow(2 * static_cast<std::size_t>(count));
         const qorStatus status = GetIqSamples(d, narrow.data(), count, 0);
-        double* wide = static_cast<double*>(iq);
-        for (std::size_t i = 0; i < narrow.size(); ++i) wide[i] = narrow[i];
+        // A refused call leaves the caller's buffer as it was.
+        if (status >= 0) ippsConvert_32f64f(narrow.data(), static_cast<double*>(iq), 2 * count);
         return status;
     });
 }

@@ -80,6 +80,11 @@ qorStatus TraceExchange::Deliver(T* min, T* max, int* start, int* stop, Copy cop
     return errors && usbError ? qorUsbCommErr : qorNoError;
 }
 
+bool TraceExchange::AwaitSignal() {
+    doneEvent.Wait();
+    return !shut;
+}
+
 bool TraceExchange::AwaitRequest() {
     startEvent.Wait();
     return !shut;

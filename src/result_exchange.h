@@ -95,6 +95,9 @@ public:
     }
     // Something new stands.
     void Signal() { doneEvent.Set(); }
+    // A caller that takes its results elsewhere (a stream's blocks) waits
+    // here for the next Signal; false once shut.
+    bool AwaitSignal();
     // The end of a sweep on request: the engine rests until asked again.
     void FinishSweep();
     // A read failed: marked for good, and a waiting caller learns of it at once.

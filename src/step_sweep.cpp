@@ -97,7 +97,7 @@ void StepCorrections::Compute(AnalyzerLink* link, const Settings& settings, bool
 
 void StepCorrections::ChooseLevel(AnalyzerLink* link, Settings& s) {
     if (!TakeConfiguredLevel(s)) {
-        StartAutomaticLevel(s);
+        StartAutomaticLevel(s, PreampReach::From250kHz);
         Compute(link, s, false);  // the choice rests on the high view alone
         corr->SelectAttenGain(SmallestCorrection(high.get(), grid.sweepLength), s.refLevel, &s.attenUsed,
                               &s.gainUsed);

@@ -79,6 +79,8 @@ public:
         return exchange.Partial(min, max, start, stop);
     }
     virtual qorStatus StoreTgThru(int /*flag*/) { return qorNoError; }
+    // The I/Q stream's retrieval; only the I/Q engine has one.
+    virtual qorStatus GetIQ(IQPacket& /*packet*/) { return qorWrongModeErr; }
 
     // What qorGetSweep does: partial deliveries until the trace stands.
     qorStatus CollectSweep64(double* min, double* max) { return exchange.Collect(min, max); }

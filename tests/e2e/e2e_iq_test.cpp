@@ -1,0 +1,239 @@
+// The I/Q stream through the C API on the virtual instrument: the power and
+// frequency of a tone at every decimation, band and IF path of both
+// families, the stream's continuity across get calls of any size, its time
+// stamps, and the refusals of the calls.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <complex>
+#include <thread>
+#include <vector>
+
+#include "e2e_bench.h"
+
+namespace {
+
+constexpr double kRate = 486111.1111111111;
+constexpr unsigned kVelm = 42000002;
+constexpr unsigned kOrsk = 42000004;
+
+struct IqCase {
+    unsigned serial;
+    double center;
+    double offset;  // of the tone from the centre
+    double level;   // dBm
+    int decimation;
+    double refLevel;  // above 0.01 dBm: the high IF; else the low IF above 10 MHz
+};
+
+// Each case's tone is on the bench once; the centres lie far enough apart
+// that no other tone reaches the stream.
+std::vector<IqCase> Cases() {
+    return {
+        {kVelm, 100e6, 10e3, -30.0, 1, -10.0},    {kVelm, 100e6, 10e3, -30.0, 8, 10.0},
+        {kVelm, 300e6, -1e3, -50.0, 16, -40.0},   {kVelm, 300e6, -1e3, -50.0, 128, -40.0},
+        {kVelm, 5e6, 40e3, -20.0, 2, -20.0},      {kVelm, 2.4e9, -40e3, -40.0, 4, -30.0},
+        {kOrsk, 1e9, 25e3, -30.0, 2, -20.0},      {kOrsk, 5e9, 3e3, -30.0, 32, -20.0},
+        {kOrsk, 7e9, -15e3, -35.0, 8, 5.0},       {kOrsk, 9e9, 1e3, -30.0, 64, -20.0},
+        {kOrsk, 11e9, -8e3, -25.0, 4, -20.0},
+    };
+}
+
+const std::vector<e2e::BenchUnit>& Units() {
+    static const std::vector<e2e::BenchUnit> units = [] {
+        std::vector<e2e::BenchUnit> all = {{kVelm, 2, {}}, {kOrsk, 4, {}}};
+        for (const IqCase& c : Cases()) {
+            std::vector<e2e::Tone>& tones = all[c.serial == kVelm ? 0 : 1].tones;
+            const double f = c.center + c.offset;
+            if (std::none_of(tones.begin(), tones.end(), [f](const e2e::Tone& t) { return t.frequency == f; })) {
+                tones.push_back({f, c.level});
+            }
+        }
+        return all;
+    }();
+    return units;
+}
+
+using Samples = std::vector<std::complex<float>>;
+
+qorStatus StartIq(int device, double center, int decimation, double refLevel) {
+    qorConfigCenterSpan(device, center, 100e3);
+    qorConfigLevel(device, refLevel);
+    const qorStatus configured = qorConfigIQ(device, decimation, 1e9);  // the widest bandwidth of the decimation
+    if (configured != qorNoError) return configured;
+    return qorInitiate(device, ModeIQ);
+}
+
+// `count` samples in gets of `chunk`; the status of the last get that failed, else 0.
+qorStatus Read(int device, int count, int chunk, Samples* out, std::vector<IQPacket>* packets = nullptr) {
+    out->resize(static_cast<std::size_t>(count));
+    qorStatus status = qorNoError;
+    for (int at = 0; at < count; at += chunk) {
+        IQPacket packet{reinterpret_cast<float*>(out->data() + at), std::min(chunk, count - at), 0, 0, 0, 0, 0};
+        const qorStatus got = qorGetIQData(device, &packet);
+        if (got != qorNoError) status = got;
+        if (packets) packets->push_back(packet);
+    }
+    return status;
+}
+
+// Mean power in dBm (I^2 + Q^2 in mW) and the frequency of a lone tone, from
+// the mean phase step between neighbours.
+double PowerDbm(const Samples& x, std::size_t from) {
+    double sum = 0.0;
+    for (std::size_t i = from; i < x.size(); ++i) sum += std::norm(std::complex<double>(x[i]));
+    return 10.0 * std::log10(sum / static_cast<double>(x.size() - from));
+}
+
+double FrequencyHz(const Samples& x, std::size_t from, double rate) {
+    std::complex<double> turn = 0.0;
+    for (std::size_t i = from + 1; i < x.size(); ++i) {
+        turn += std::complex<double>(x[i]) * std::conj(std::complex<double>(x[i - 1]));
+    }
+    return std::arg(turn) * rate / (2.0 * M_PI);
+}
+
+class IqStream : public e2e::SceneSuite<Units> {};
+
+TEST_F(IqStream, ToneLevelAndFrequencyAtEveryDecimationBandAndPath) {
+    for (const IqCase& c : Cases()) {
+        SCOPED_TRACE(testing::Message() << c.serial << " at " << c.center << " D " << c.decimation);
+        const int device = devices_.at(c.serial);
+        ASSERT_EQ(StartIq(device, c.center, c.decimation, c.refLevel), qorNoError);
+        const double rate = kRate / c.decimation;
+        const int block = 16384 / c.decimation;
+        Samples x;
+        ASSERT_EQ(Read(device, 6 * block, block, &x), qorNoError);
+        const std::size_t settled = 2 * static_cast<std::size_t>(block);  // past the filters' start
+        EXPECT_NEAR(PowerDbm(x, settled), c.level, 0.2);
+        EXPECT_NEAR(FrequencyHz(x, settled, rate), c.offset, 1.0);
+        qorAbort(device);
+    }
+}
+
+TEST_F(IqStream, CallsRefuseWhatTheyCannotServe) {
+    const int device = devices_.at(kVelm);
+    for (int bad : {0, 3, 256, -2}) EXPECT_EQ(qorConfigIQ(device, bad, 1e5), qorInvalidParameterErr) << bad;
+    ASSERT_EQ(qorConfigIQ(device, 128, 1e6), qorNoError);
+    ASSERT_EQ(qorInitiate(device, ModeIQ), qorNoError);
+    int length = 0;
+    double bandwidth = 0.0, rate = 0.0;
+    ASSERT_EQ(qorQueryStreamInfo(device, &length, &bandwidth, &rate), qorNoError);
+    EXPECT_EQ(length, 128);
+    EXPECT_EQ(bandwidth, 3000.0);
+    EXPECT_DOUBLE_EQ(rate, kRate / 128);
+    float f[2] = {};
+    int start = 0, stop = 0;
+    EXPECT_EQ(qorGetSweep_32f(device, f, f), qorWrongModeErr);
+    EXPECT_EQ(qorGetPartialSweep_32f(device, f, f, &start, &stop), qorWrongModeErr);
+    EXPECT_EQ(qorGetIQ(device, f, 0, 0), qorInvalidParameterErr);
+    Samples one(1);
+    EXPECT_EQ(qorGetIQ(device, one.data(), 1, 1), qorNoError);
+
+    ASSERT_EQ(qorAbort(device), qorNoError);
+    std::vector<double> wide(256, 7.0);
+    EXPECT_EQ(qorGetIQ_64f(device, wide.data()), qorNotConfiguredErr);
+    EXPECT_EQ(wide[0], 7.0) << "a refused call leaves the buffer alone";
+    EXPECT_EQ(qorQueryStreamInfo(device, nullptr, nullptr, nullptr), qorNotConfiguredErr);
+    ASSERT_EQ(qorConfigIQ(device, 1, 1.0), qorNoError);
+    ASSERT_EQ(qorInitiate(device, ModeIQ), qorNoError);
+    ASSERT_EQ(qorQueryStreamInfo(device, nullptr, &bandwidth, nullptr), qorNoError);
+    EXPECT_EQ(bandwidth, 100.0);
+    qorAbort(device);
+}
+
+// A stream paced as the unit delivers it, on a unit whose clock runs in real
+// time (its read limits then hold as they do with hardware): what the
+// application sees when it reads slowly, or in pieces.
+class IqPaced : public ::testing::Test {
+protected:
+    static constexpr unsigned kSerial = 42000012;
+    static constexpr double kCenter = 100e6;
+    static constexpr double kOffset = 3e3;
+    static constexpr int kDecimation = 2;
+
+    static void SetUpTestSuite() {
+        const e2e::Sim* sim = e2e::TheSim();
+        if (!sim) return;
+        simbench::Bench bench;
+        bench.clock = "real";
+        bench.pacing = "realtime";
+        bench.units.emplace_back(kSerial, 2).Add(simbench::Cw(kCenter + kOffset, -30.0));
+        if (sim->loadBenchJson(simbench::Json(bench).c_str()) != 0) return;
+        e2e::CalibrationFolder().UseAsCalibrationCache();
+        device_ = e2e::Open(kSerial);
+        if (device_ >= 0) started_ = StartIq(device_, kCenter, kDecimation, -20.0);
+    }
+    static void TearDownTestSuite() {
+        if (device_ >= 0) qorCloseDevice(device_);
+        device_ = -1;
+    }
+    void SetUp() override {
+        if (!e2e::TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
+        ASSERT_GE(device_, 0);
+        ASSERT_EQ(started_, qorNoError);
+    }
+    // Every sample the next after the one before: the tone's phase turns by
+    // the same step throughout.
+    static void ExpectContinuous(const Samples& x) {
+        const double step = 2.0 * M_PI * kOffset * kDecimation / kRate;
+        for (std::size_t i = 1; i < x.size(); ++i) {
+            const double turn = std::arg(std::complex<double>(x[i]) * std::conj(std::complex<double>(x[i - 1])));
+            ASSERT_NEAR(turn, step, 0.01) << "sample " << i << " is not the one after " << i - 1;
+        }
+    }
+
+    static inline int device_ = -1;
+    static inline qorStatus started_ = qorUnknownErr;
+};
+
+TEST_F(IqPaced, GetsOfAnySizeMakeOneContinuousStream) {
+    Samples x;
+    ASSERT_EQ(Read(device_, 8192, 8192, &x), qorNoError);  // past the filters' start
+    x.clear();
+    for (int chunk : {1, 7, 1000, 8192}) {
+        Samples part;
+        std::vector<IQPacket> packets;
+        ASSERT_EQ(Read(device_, 3 * chunk + 5, chunk, &part, &packets), qorNoError);
+        for (const IQPacket& p : packets) EXPECT_EQ(p.sampleLoss, 0);
+        x.insert(x.end(), part.begin(), part.end());
+    }
+    ExpectContinuous(x);
+}
+
+// The stamp of each get's first sample moves on with the samples delivered,
+// within a block.
+TEST_F(IqPaced, TimeStampsFollowTheSampleCount) {
+    std::vector<IQPacket> packets;
+    Samples x;
+    ASSERT_EQ(Read(device_, 12 * 8192, 8192, &x, &packets), qorNoError);
+    const auto msOf = [](const IQPacket& p) { return static_cast<double>(p.sec) * 1000.0 + p.milli; };
+    const double expected = 8192.0 * 1000.0 * kDecimation / kRate;
+    for (std::size_t k = 1; k < packets.size(); ++k) {
+        EXPECT_NEAR(msOf(packets[k]) - msOf(packets[k - 1]), expected, 34.0) << "get " << k;
+    }
+}
+
+// An application that stops reading for longer than the buffer holds loses
+// what was buffered, is told once, and then reads on without a gap; a purge
+// drops what is buffered together with a pending loss.
+TEST_F(IqPaced, AReaderThatFallsBehindIsToldOnceAndAPurgeStartsAfresh) {
+    Samples x;
+    ASSERT_EQ(Read(device_, 8192, 8192, &x), qorNoError);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1300));
+    std::vector<IQPacket> packets;
+    ASSERT_EQ(Read(device_, 4 * 8192, 8192, &x, &packets), qorNoError);
+    EXPECT_EQ(packets[0].sampleLoss, 1);
+    for (std::size_t k = 1; k < packets.size(); ++k) EXPECT_EQ(packets[k].sampleLoss, 0) << "get " << k;
+    ExpectContinuous(Samples(x.begin() + 8192, x.end()));
+
+    std::this_thread::sleep_for(std::chrono::milliseconds(1300));
+    IQPacket purged{reinterpret_cast<float*>(x.data()), 100, 1, 0, 0, 0, 0};
+    ASSERT_EQ(qorGetIQData(device_, &purged), qorNoError);
+    EXPECT_EQ(purged.sampleLoss, 0) << "the pending loss went with the purge";
+    EXPECT_LT(purged.dataRemaining, 8192) << "nothing from before the purge";
+}
+
+}  // namespace
