@@ -83,10 +83,11 @@ void IQEngine::Run() {
     ippsTone_64fc(mixTone.get(), kBlockSamples, 1.0, mixFrequency, &phase, ippAlgHintFast);
     link->StartStream();
     while (running) {
-        for (int q = 0; q < kBlockSamples / kReadSamples; ++q) {
+        for (int q = 0; q < kBlockSamples / kReadSamples && running; ++q) {
             // A read that fails leaves what this part of the block held.
             if (!link->ReadSamples4096(block.get() + q * kReadSamples)) exchange.FailUsb();
         }
+        if (!running) break;
         ippsTone_64fc(mixTone.get(), kBlockSamples, 1.0, mixFrequency, &phase, ippAlgHintFast);
         ippsMul_64fc_I(mixTone.get(), block.get(), kBlockSamples);
         decimator.Process(block.get(), block.get());
@@ -107,7 +108,9 @@ qorStatus IQEngine::GetIQ(IQPacket& packet) {
     int position = 0;
     bool first = true;
     Ipp32fc* out = reinterpret_cast<Ipp32fc*>(packet.iqData);
-    while (left > 0) {
+    // A failed read ends the wait: the caller learns of it at once, with
+    // what was there, rather than after samples the unit no longer sends.
+    while (left > 0 && !exchange.UsbFailed()) {
         if (iqBuffer.Available() == 0 && !exchange.AwaitSignal()) return qorNotConfiguredErr;
         if (first && iqBuffer.Available() > 0) {
             packet.sec = iqBuffer.FirstSeconds();

@@ -9,14 +9,16 @@
 // decimates, turns the mirrored bands of the 12.4 GHz family over, stamps the
 // block with the wall clock and writes it into the circular buffer, then
 // signals the exchange. A failed read is marked in the exchange; the stream
-// goes on with what the block held, and every later get call returns -11,
-// with data. The acquisition never waits for the application: a reader that
-// falls behind loses the buffered samples and is told by the loss flag.
+// goes on with what the block held, a get call waiting returns at once, and
+// every later get call returns -11 with what is buffered. The acquisition
+// never waits for the application: a reader that falls behind loses the
+// buffered samples and is told by the loss flag.
 //
 // The caller meets the thread in the circular buffer (its lock and atomics)
 // and in the exchange (signal, error mark). Stop: the exchange is shut, so a
 // caller waiting for samples returns -6; the thread ends after the block
-// under way and stops the stream.
+// under way (a read at most: the reads look at `running` between them) and
+// stops the stream.
 #ifndef QOR_ENGINE_IQ_H
 #define QOR_ENGINE_IQ_H
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <utility>
 #include <complex>
 #include <thread>
 #include <vector>
@@ -41,9 +42,38 @@ std::vector<IqCase> Cases() {
     };
 }
 
+// The filter's edges: for each decimation at its widest bandwidth, a tone
+// 0.9 of the half bandwidth above and below the centre (passed) and one 1.5
+// half bandwidths above (stopped), each on a centre of its own. At D = 128
+// the 512-tap stage's transition reaches 330 Hz into the 1500 Hz half band,
+// so the flat part ends at 0.75 of it.
+struct EdgeCase {
+    double center;
+    double offset;
+    int decimation;
+    bool passed;
+};
+
+std::vector<EdgeCase> EdgeCases() {
+    std::vector<EdgeCase> cases;
+    const std::pair<int, double> widest[] = {{1, 250e3}, {2, 225e3}, {8, 50e3}, {16, 20e3}, {128, 3e3}};
+    double center = 400e6;
+    for (const auto& [decimation, bandwidth] : widest) {
+        const double flat = decimation == 128 ? 0.75 : 0.9;
+        for (double edge : {flat, -flat, 1.5}) {
+            cases.push_back({center, edge * bandwidth / 2, decimation, edge < 1.0});
+            center += 10e6;
+        }
+    }
+    return cases;
+}
+
+constexpr double kEdgeLevel = -20.0;
+
 const std::vector<e2e::BenchUnit>& Units() {
     static const std::vector<e2e::BenchUnit> units = [] {
         std::vector<e2e::BenchUnit> all = {{kVelm, 2, {}}, {kOrsk, 4, {}}};
+        for (const EdgeCase& c : EdgeCases()) all[0].tones.push_back({c.center + c.offset, kEdgeLevel});
         for (const IqCase& c : Cases()) {
             std::vector<e2e::Tone>& tones = all[c.serial == kVelm ? 0 : 1].tones;
             const double f = c.center + c.offset;
@@ -113,6 +143,26 @@ TEST_F(IqStream, ToneLevelAndFrequencyAtEveryDecimationBandAndPath) {
     }
 }
 
+// The band passes flat to its edge cases; a tone at 1.5 half widths is at
+// least 60 dB down.
+TEST_F(IqStream, TheFilterPassesTheBandAndStopsBeyondIt) {
+    const int device = devices_.at(kVelm);
+    for (const EdgeCase& c : EdgeCases()) {
+        SCOPED_TRACE(testing::Message() << "D " << c.decimation << " offset " << c.offset);
+        ASSERT_EQ(StartIq(device, c.center, c.decimation, -20.0), qorNoError);
+        const int block = 16384 / c.decimation;
+        Samples x;
+        ASSERT_EQ(Read(device, 6 * block, block, &x), qorNoError);
+        const double level = PowerDbm(x, 2 * static_cast<std::size_t>(block));
+        if (c.passed) {
+            EXPECT_NEAR(level, kEdgeLevel, 0.2);
+        } else {
+            EXPECT_LT(level, kEdgeLevel - 60.0);
+        }
+        qorAbort(device);
+    }
+}
+
 TEST_F(IqStream, CallsRefuseWhatTheyCannotServe) {
     const int device = devices_.at(kVelm);
     for (int bad : {0, 3, 256, -2}) EXPECT_EQ(qorConfigIQ(device, bad, 1e5), qorInvalidParameterErr) << bad;
@@ -144,6 +194,12 @@ TEST_F(IqStream, CallsRefuseWhatTheyCannotServe) {
     qorAbort(device);
 }
 
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kThreadSanitizer = true;
+#else
+constexpr bool kThreadSanitizer = false;
+#endif
+
 // A stream paced as the unit delivers it, on a unit whose clock runs in real
 // time (its read limits then hold as they do with hardware): what the
 // application sees when it reads slowly, or in pieces.
@@ -156,7 +212,7 @@ protected:
 
     static void SetUpTestSuite() {
         const e2e::Sim* sim = e2e::TheSim();
-        if (!sim) return;
+        if (!sim || kThreadSanitizer) return;
         simbench::Bench bench;
         bench.clock = "real";
         bench.pacing = "realtime";
@@ -172,6 +228,7 @@ protected:
     }
     void SetUp() override {
         if (!e2e::TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
+        if (kThreadSanitizer) GTEST_SKIP() << "the unit's real rate needs a build without the thread sanitizer";
         ASSERT_GE(device_, 0);
         ASSERT_EQ(started_, qorNoError);
     }
@@ -234,6 +291,23 @@ TEST_F(IqPaced, AReaderThatFallsBehindIsToldOnceAndAPurgeStartsAfresh) {
     ASSERT_EQ(qorGetIQData(device_, &purged), qorNoError);
     EXPECT_EQ(purged.sampleLoss, 0) << "the pending loss went with the purge";
     EXPECT_LT(purged.dataRemaining, 8192) << "nothing from before the purge";
+}
+
+// Last of the suite: the unit pulled out while a get waits. The get returns
+// -11 within a second, so does every later one, and closing is prompt.
+TEST_F(IqPaced, AnUnpluggedUnitEndsTheWaitWithAUsbError) {
+    using Clock = std::chrono::steady_clock;
+    Samples x;
+    ASSERT_EQ(Read(device_, 8192, 8192, &x), qorNoError);
+    e2e::TheSim()->unplug(kSerial, 50.0);
+    const Clock::time_point asked = Clock::now();
+    EXPECT_EQ(Read(device_, 1 << 22, 8192, &x), qorUsbCommErr);  // far more than comes before the fault
+    EXPECT_LT(Clock::now() - asked, std::chrono::seconds(1));
+    EXPECT_EQ(Read(device_, 1, 1, &x), qorUsbCommErr) << "and so every later get";
+    const Clock::time_point leaving = Clock::now();
+    EXPECT_EQ(qorCloseDevice(device_), qorNoError);
+    EXPECT_LT(Clock::now() - leaving, std::chrono::seconds(1));
+    device_ = -1;
 }
 
 }  // namespace

@@ -24,6 +24,8 @@ namespace simcontrol {
     X(commandLog, qorsim_command_log)                   \
     X(clearCommandLog, qorsim_clear_command_log)        \
     X(unplug, qorsim_unplug)                            \
+    X(replug, qorsim_replug)                            \
+    X(stallStream, qorsim_stall_stream)                 \
     X(loseFrameHeaders, qorsim_lose_frame_headers)      \
     X(wrongSizeFrames, qorsim_wrong_size_frames)        \
     X(corruptStreamBytes, qorsim_corrupt_stream_bytes)  \
