@@ -5,9 +5,8 @@
 #include "session.h"
 
 namespace qortool {
-namespace {
 
-const char* TypeName(int type) {
+const char* DeviceTypeName(int type) {
     switch (type) {
         case DeviceTypeVelm: return "Velm (4.4 GHz)";
         case DeviceTypeVelmB: return "Velm B (4.4 GHz)";
@@ -16,8 +15,6 @@ const char* TypeName(int type) {
         default: return "unknown";
     }
 }
-
-}  // namespace
 
 int RunList() {
     int serials[8];
@@ -37,7 +34,7 @@ int RunList() {
             char firmware[16] = "";
             Check("qorGetDeviceType", qorGetDeviceType(unit.device(), &type));
             Check("qorGetFirmwareString", qorGetFirmwareString(unit.device(), firmware));
-            std::printf("%08d   %-20s %s\n", serials[i], TypeName(type), firmware);
+            std::printf("%08d   %-20s %s\n", serials[i], DeviceTypeName(type), firmware);
         } catch (const ToolError& e) {
             std::printf("%08d   (%s)\n", serials[i], e.what());
             ++failures;
@@ -57,7 +54,7 @@ int RunInfo(int serial) {
     Check("qorQueryTemperature", qorQueryTemperature(unit.device(), &temperature));
     Check("qorQueryDiagnostics", qorQueryDiagnostics(unit.device(), &voltage));
     std::printf("serial       %08d\n", serialNumber);
-    std::printf("type         %d, %s\n", type, TypeName(type));
+    std::printf("type         %d, %s\n", type, DeviceTypeName(type));
     std::printf("firmware     %s\n", firmware);
     std::printf("temperature  %.1f C\n", temperature);
     std::printf("voltage      %.2f V\n", voltage);

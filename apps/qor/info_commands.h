@@ -4,6 +4,9 @@
 
 namespace qortool {
 
+// "Orsk B (12.4 GHz)" for a type of qorGetDeviceType.
+const char* DeviceTypeName(int type);
+
 int RunList();
 int RunInfo(int serial);
 

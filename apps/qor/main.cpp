@@ -1,9 +1,10 @@
-// qor: list the analyzers on the bus, show one, or sweep a span.
+// qor: list the analyzers on the bus, show one, sweep a span or record I/Q.
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
 
 #include "info_commands.h"
+#include "iq_command.h"
 #include "session.h"
 #include "sweep_command.h"
 #include "virtual_instrument.h"
@@ -56,6 +57,36 @@ int main(int argc, char** argv) {
     sweepCommand->add_option("--peaks", sweep.peaks, "strongest peaks to list")->check(CLI::Range(0, 100))->capture_default_str();
     addSimOptions(sweepCommand);
 
+    qortool::IqOptions iq;
+    CLI::App* iqCommand = app.add_subcommand("iq", "record calibrated I/Q as SigMF, or stream it raw to stdout");
+    iqCommand->add_option("--serial", iq.serial, "serial number (default: the first unit)");
+    iqCommand->add_option("--center", iq.center, "center frequency, e.g. 1G")->required();
+    iqCommand->add_option("--decimation", iq.decimation, "decimation of the 486.111 kS/s stream, a power of two 1..128")
+        ->check(CLI::IsMember({1, 2, 4, 8, 16, 32, 64, 128}))
+        ->capture_default_str();
+    iqCommand->add_option("--bandwidth", iq.bandwidth, "filter bandwidth, e.g. 100k (default: the widest there is)");
+    CLI::Option_group* length = iqCommand->add_option_group("length", "how much to record, one of");
+    length->add_option("--seconds", iq.seconds, "length in seconds")->check(CLI::PositiveNumber);
+    length->add_option("--samples", iq.samples, "length in samples")->check(CLI::PositiveNumber);
+    length->require_option(1);
+    iqCommand->add_option("--out", iq.out, "NAME: write NAME.sigmf-data and NAME.sigmf-meta; -: raw samples to stdout")
+        ->required();
+    iqCommand
+        ->add_option("--format", iq.format,
+                     "cf32: float32 I, Q as calibrated, I^2+Q^2 in mW (magnitude 1.0 = 0 dBm); "
+                     "cs16: int16 I, Q with 32767 = magnitude 1.0, clipped (0 dBm full scale)")
+        ->check(CLI::IsMember({"cf32", "cs16"}))
+        ->capture_default_str();
+    iqCommand->add_option("--ref", iq.refLevel, "reference level in dBm (default: the unit's preset)");
+    auto* iqAtten = iqCommand->add_option("--atten", iq.atten, "attenuator steps 0..3, with --gain (default: automatic)");
+    iqAtten->check(CLI::Range(0, 3));
+    auto* iqGain = iqCommand->add_option("--gain", iq.gain, "gain index 0..2, with --atten")->check(CLI::Range(0, 2));
+    iqAtten->needs(iqGain);
+    iqGain->needs(iqAtten);
+    iqCommand->add_flag("--preamp", iq.preamp, "preamplifier on (with --atten and --gain; else --ref decides)")
+        ->needs(iqAtten);
+    addSimOptions(iqCommand);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -65,6 +96,7 @@ int main(int argc, char** argv) {
         if (sim) qortool::UseVirtualInstrument(bench);
         if (*list) return qortool::RunList();
         if (*info) return qortool::RunInfo(infoSerial);
+        if (*iqCommand) return qortool::RunIq(iq);
         sweep.showInjected = sim;
         return qortool::RunSweep(sweep);
     } catch (const qortool::ToolError& e) {

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "session.h"
+
 namespace qortool {
 
 std::optional<double> ParseSi(const std::string& text) {
@@ -26,6 +28,12 @@ std::optional<double> ParseSi(const std::string& text) {
         return std::nullopt;
     }
     return value * scale;
+}
+
+double ParseFrequency(const std::string& text, const char* option) {
+    const auto value = ParseSi(text);
+    if (!value) throw ToolError(std::string(option) + ": not a frequency: " + text);
+    return *value;
 }
 
 std::string FormatHz(double hz, int digits) {

@@ -11,6 +11,10 @@ namespace qortool {
 // optional "Hz", and plain numbers in any C notation. Nothing for malformed text.
 std::optional<double> ParseSi(const std::string& text);
 
+// ParseSi for the value of a command-line option; throws ToolError naming the
+// option when the text is no number.
+double ParseFrequency(const std::string& text, const char* option);
+
 // 2.4e9 -> "2.4 GHz" with at most `digits` significant digits.
 std::string FormatHz(double hz, int digits = 6);
 

@@ -1,16 +1,14 @@
 #include "sweep_command.h"
 
 #include <atomic>
-#include <chrono>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <vector>
 
-#include <unistd.h>
-
 #include "peaks.h"
 #include "plot.h"
+#include "progress_bar.h"
 #include "session.h"
 #include "si_units.h"
 #include "trace_csv.h"
@@ -21,12 +19,6 @@ namespace {
 
 std::atomic<bool> interrupted{false};
 
-double Frequency(const std::string& text, const char* option) {
-    const auto value = ParseSi(text);
-    if (!value) throw ToolError(std::string(option) + ": not a frequency: " + text);
-    return *value;
-}
-
 // The span from either --center/--span or --start/--stop.
 void FrequencyRange(const SweepOptions& o, double* center, double* span) {
     const bool byCenter = !o.center.empty() || !o.span.empty();
@@ -34,40 +26,14 @@ void FrequencyRange(const SweepOptions& o, double* center, double* span) {
     if (byCenter && byEdges) throw ToolError("give either --center/--span or --start/--stop, not both");
     if (byEdges) {
         if (o.start.empty() || o.stop.empty()) throw ToolError("--start and --stop go together");
-        const double start = Frequency(o.start, "--start"), stop = Frequency(o.stop, "--stop");
+        const double start = ParseFrequency(o.start, "--start"), stop = ParseFrequency(o.stop, "--stop");
         *center = (start + stop) / 2.0;
         *span = stop - start;
         return;
     }
-    *center = o.center.empty() ? 1e9 : Frequency(o.center, "--center");
-    *span = o.span.empty() ? 20e6 : Frequency(o.span, "--span");
+    *center = o.center.empty() ? 1e9 : ParseFrequency(o.center, "--center");
+    *span = o.span.empty() ? 20e6 : ParseFrequency(o.span, "--span");
 }
-
-// A bar on a terminal's stderr for sweeps that take more than a second.
-class ProgressBar {
-public:
-    void Show(int done, int total) {
-        const double elapsed = std::chrono::duration<double>(Clock::now() - begin_).count();
-        if (!terminal_ || elapsed < 1.0 || total <= 0) return;
-        const int percent = static_cast<int>(100LL * done / total);
-        if (percent == percent_) return;
-        percent_ = percent;
-        const int width = 40, filled = width * percent / 100;
-        std::fprintf(stderr, "\r[%.*s%*s] %3d%%", filled, "########################################",
-                     width - filled, "", percent);
-        shown_ = true;
-    }
-    ~ProgressBar() {
-        if (shown_) std::fprintf(stderr, "\r%*s\r", 50, "");
-    }
-
-private:
-    using Clock = std::chrono::steady_clock;
-    Clock::time_point begin_ = Clock::now();
-    bool terminal_ = isatty(STDERR_FILENO) != 0;
-    int percent_ = -1;
-    bool shown_ = false;
-};
 
 // One whole sweep through the partial calls, so that a long one shows progress.
 void MeasureSweep(int device, Trace* trace) {
@@ -124,8 +90,8 @@ void PrintPeaks(const std::vector<Peak>& peaks, const Trace& trace, int serial, 
 int RunSweep(const SweepOptions& o) {
     double center = 0, span = 0;
     FrequencyRange(o, &center, &span);
-    const double rbw = Frequency(o.rbw, "--rbw");
-    const double vbw = o.vbw.empty() ? rbw : Frequency(o.vbw, "--vbw");
+    const double rbw = ParseFrequency(o.rbw, "--rbw");
+    const double vbw = o.vbw.empty() ? rbw : ParseFrequency(o.vbw, "--vbw");
     if (o.detector != "minmax" && o.detector != "average") throw ToolError("--detector: minmax or average");
     if (o.scale != "dbm" && o.scale != "mv") throw ToolError("--scale: dbm or mv");
     if (o.sweeps < 0) throw ToolError("--sweeps: 0 (until interrupted) or more");

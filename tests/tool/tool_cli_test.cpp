@@ -1,25 +1,34 @@
 // The qor tool as a user runs it, on the virtual instrument: exit codes,
-// messages, and the files of a sweep.
+// messages, the files of a sweep and the I/Q of a recording.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+#include <complex>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "child_process.h"
+#include "sim_bench.h"
 
 namespace {
 
 using ToolRun = testsupport::ChildRun;
 
 // Runs the tool as a user would: `--sim` alone must find the instrument, so
-// the suite's QOR_D2XX_LIBRARY is not passed on.
-ToolRun Qor(const std::string& arguments) {
+// the suite's QOR_D2XX_LIBRARY is not passed on. Its stderr joins the output
+// unless `stderrTo` sends it elsewhere.
+ToolRun Qor(const std::string& arguments, const std::string& stderrTo = "&1") {
     const char* tool = std::getenv("QOR_TOOL");
     return testsupport::RunChild("env -u QOR_D2XX_LIBRARY " + std::string(tool ? tool : "qor") + " " + arguments +
-                                 " 2>&1");
+                                 " 2>" + stderrTo);
 }
 
 class ToolCli : public ::testing::Test {
@@ -52,6 +61,12 @@ TEST_F(ToolCli, BadArgumentsAndMissingUnitsFailWithOneLine) {
     EXPECT_EQ(outOfRange.exitCode, 1);
     EXPECT_NE(outOfRange.output.find("qorConfigCenterSpan: Span outside frequency range"), std::string::npos);
     EXPECT_EQ(Qor("sweep --help").exitCode, 0);
+    for (const char* bad : {"--out x", "--samples 10 --seconds 1 --out x", "--samples 10 --decimation 3 --out x",
+                            "--samples 10 --atten 1 --out x"}) {
+        EXPECT_NE(Qor(std::string("iq --sim --center 1G ") + bad).exitCode, 0) << bad;
+    }
+    EXPECT_EQ(Qor("iq --sim --center 1G --samples 10 --bandwidth wide --out x").output,
+              "qor: --bandwidth: not a frequency: wide\n");
 }
 
 TEST_F(ToolCli, SweepWritesCsvWithThePeakAndAPlot) {
@@ -81,6 +96,76 @@ TEST_F(ToolCli, SweepWritesCsvWithThePeakAndAPlot) {
     std::ifstream plot(png, std::ios::binary | std::ios::ate);
     EXPECT_GT(plot.tellg(), 20000);
     EXPECT_NE(run.output.find("-30.0"), std::string::npos) << run.output;
+}
+
+// A unit whose only signal is a -40 dBm tone 10 kHz above the centre of
+// the recordings below.
+constexpr double kCenter = 433.92e6, kToneOffset = 10e3, kToneLevel = -40.0;
+constexpr double kRate = 486111.1111111111 / 8;  // at --decimation 8
+
+std::string ToneBench() {
+    simbench::Bench bench;
+    bench.units.push_back(simbench::Unit(15000005, 2).Add(simbench::Cw(kCenter + kToneOffset, kToneLevel)));
+    // One file per test: ctest runs the tests side by side.
+    const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    const std::string path = ::testing::TempDir() + "/" + test + ".bench.json";
+    std::ofstream(path) << simbench::Json(bench);
+    return "iq --sim --bench " + path + " --center 433.92M --decimation 8 ";
+}
+
+double MeanPowerDbm(const std::vector<std::complex<float>>& iq) {
+    double sum = 0.0;
+    for (const auto& v : iq) sum += std::norm(std::complex<double>(v));
+    return 10.0 * std::log10(sum / static_cast<double>(iq.size()));
+}
+
+// The frequency of the strongest bin of a DFT of `iq`, from -rate/2 up.
+double PeakFrequency(const std::vector<std::complex<float>>& iq, double rate) {
+    const std::size_t n = iq.size();
+    std::vector<std::complex<double>> twiddle(n);
+    for (std::size_t m = 0; m < n; ++m) twiddle[m] = std::polar(1.0, -2.0 * M_PI * static_cast<double>(m) / n);
+    std::vector<double> power(n);
+    for (std::size_t k = 0; k < n; ++k) {
+        std::complex<double> bin;
+        for (std::size_t t = 0; t < n; ++t) bin += std::complex<double>(iq[t]) * twiddle[k * t % n];
+        power[k] = std::norm(bin);
+    }
+    const auto peak = static_cast<double>(std::max_element(power.begin(), power.end()) - power.begin());
+    return (peak < n / 2.0 ? peak : peak - static_cast<double>(n)) * rate / static_cast<double>(n);
+}
+
+TEST_F(ToolCli, IqRecordsAToneAsSigmf) {
+    const std::string name = ::testing::TempDir() + "/qor_iq_tone";
+    const ToolRun run = Qor(ToneBench() + "--samples 8192 --out " + name);
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+
+    std::ifstream dataFile(name + ".sigmf-data", std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(dataFile), std::istreambuf_iterator<char>()};
+    ASSERT_EQ(bytes.size(), 8192 * sizeof(std::complex<float>));
+    std::vector<std::complex<float>> iq(8192);
+    std::memcpy(iq.data(), bytes.data(), bytes.size());
+    EXPECT_NEAR(MeanPowerDbm(iq), kToneLevel, 0.5);
+    // One block of 2048: a loss would start a new segment between blocks only.
+    const double bin = kRate / 2048;
+    EXPECT_NEAR(PeakFrequency({iq.begin(), iq.begin() + 2048}, kRate), kToneOffset, bin);
+
+    std::ifstream metaFile(name + ".sigmf-meta");
+    const nlohmann::json meta = nlohmann::json::parse(metaFile);
+    EXPECT_NEAR(meta["global"]["core:sample_rate"].get<double>(), kRate, 1e-6);
+    EXPECT_NE(meta["global"]["core:hw"].get<std::string>().find("15000005"), std::string::npos);
+    EXPECT_EQ(meta["captures"][0]["core:sample_start"], 0);
+    EXPECT_DOUBLE_EQ(meta["captures"][0]["core:frequency"].get<double>(), kCenter);
+}
+
+TEST_F(ToolCli, IqStreamsCs16ToStdoutWithNothingElse) {
+    const ToolRun run = Qor(ToneBench() + "--samples 5000 --format cs16 --out -", "/dev/null");
+    ASSERT_EQ(run.exitCode, 0);
+    ASSERT_EQ(run.output.size(), 5000 * 2 * sizeof(std::int16_t));
+    std::vector<std::int16_t> raw(2 * 5000);
+    std::memcpy(raw.data(), run.output.data(), run.output.size());
+    std::vector<std::complex<float>> iq(5000);
+    for (std::size_t i = 0; i < iq.size(); ++i) iq[i] = {raw[2 * i] / 32767.0f, raw[2 * i + 1] / 32767.0f};
+    EXPECT_NEAR(MeanPowerDbm(iq), kToneLevel, 0.5);
 }
 
 }  // namespace
