@@ -1,0 +1,89 @@
+// The parts of the I/Q stream below the engine: the circular buffer's wrap,
+// overrun and stamp, and the decimator's in-place form.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "iq_circular_buffer.h"
+#include "iq_decimator.h"
+
+namespace {
+
+using qor::IQCircularBuffer;
+
+std::vector<Ipp32fc> Ramp(int count, float first) {
+    std::vector<Ipp32fc> samples;
+    for (int i = 0; i < count; ++i) samples.push_back({first + i, -(first + i)});
+    return samples;
+}
+
+TEST(IqBuffer, WrapsInOrderAndEndsAtZeroNotAtTheCapacity) {
+    IQCircularBuffer buffer;
+    buffer.Resize(8);
+    std::vector<Ipp32fc> out(8);
+    int received = -1;
+    buffer.Write(Ramp(6, 0).data(), 6, 10, 0);
+    buffer.Read(out.data(), 4, &received, 1);
+    buffer.Write(Ramp(4, 6).data(), 4, 10, 0);  // 2 at the end, 2 at the start
+    EXPECT_EQ(buffer.Available(), 6);
+    buffer.Read(out.data(), 8, &received, 1);
+    ASSERT_EQ(received, 6);
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(out[i].re, 4.0f + i) << "the tail of the array first";
+    buffer.Write(Ramp(6, 0).data(), 6, 10, 0);  // from index 2 to the very end
+    buffer.Read(out.data(), 6, &received, 1);
+    EXPECT_EQ(buffer.Available(), 0);
+    buffer.Read(out.data(), 3, &received, 1);
+    EXPECT_EQ(received, 0) << "an empty buffer gives nothing";
+}
+
+TEST(IqBuffer, AWriteThatWouldFillItFlushesAndRaisesTheFlagOnce) {
+    IQCircularBuffer buffer;
+    buffer.Resize(8);
+    buffer.Write(Ramp(4, 0).data(), 4, 1, 100);
+    buffer.Write(Ramp(4, 4).data(), 4, 1, 200);  // 4 free, 4 to store: already an overrun
+    EXPECT_EQ(buffer.Available(), 4);
+    EXPECT_EQ(buffer.FirstMilliseconds(), 200) << "the stamp of the block that came into the empty buffer";
+    EXPECT_EQ(buffer.TakeOverrunFlag(), 1);
+    EXPECT_EQ(buffer.TakeOverrunFlag(), 0);
+    buffer.Write(Ramp(2, 0).data(), 2, 1, 300);
+    buffer.Clear();
+    EXPECT_EQ(buffer.Available(), 0);
+    EXPECT_EQ(buffer.TakeOverrunFlag(), 0);
+}
+
+TEST(IqBuffer, TheStampMovesOnWithTheSamplesRead) {
+    IQCircularBuffer buffer;
+    buffer.Resize(4096);
+    buffer.Write(Ramp(2048, 0).data(), 2048, 7, 999);
+    std::vector<Ipp32fc> out(2048);
+    int received = 0;
+    // 1000 samples at decimation 1 span 2.057 ms: 2 whole ms, with the carry into the seconds.
+    buffer.Read(out.data(), 1000, &received, 1);
+    EXPECT_EQ(buffer.FirstSeconds(), 8);
+    EXPECT_EQ(buffer.FirstMilliseconds(), 1);
+    buffer.Read(out.data(), 1000, &received, 128);  // 263.3 ms
+    EXPECT_EQ(buffer.FirstSeconds(), 8);
+    EXPECT_EQ(buffer.FirstMilliseconds(), 264);
+}
+
+TEST(IqDecimator, InPlaceEqualsTwoArraysAtBothForms) {
+    std::vector<double> table(qor::IQDecimator::kCorrectionBins, 0.0);
+    for (int order : {3, 4}) {
+        qor::IQDecimator apart(order, 0.05), inPlace(order, 0.05);
+        apart.ApplyCorrections(table.data());
+        inPlace.ApplyCorrections(table.data());
+        std::vector<Ipp64fc> in(qor::IQDecimator::kBlockSamples), out(in.size());
+        for (int block = 0; block < 2; ++block) {
+            for (std::size_t i = 0; i < in.size(); ++i) in[i] = {std::cos(0.01 * i), std::sin(0.01 * i)};
+            std::vector<Ipp64fc> same = in;
+            apart.Process(in.data(), out.data());
+            inPlace.Process(same.data(), same.data());
+            for (int i = 0; i < (qor::IQDecimator::kBlockSamples >> order); ++i) {
+                ASSERT_EQ(out[i].re, same[i].re) << "order " << order << " sample " << i;
+            }
+        }
+    }
+}
+
+}  // namespace
