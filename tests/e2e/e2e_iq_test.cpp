@@ -194,10 +194,24 @@ TEST_F(IqStream, CallsRefuseWhatTheyCannotServe) {
     Samples one(1);
     EXPECT_EQ(qorGetIQ(device, one.data(), 1, 1), qorNoError);
 
-    ASSERT_EQ(qorAbort(device), qorNoError);
+    // Every get call, idle (-6) and in another mode (-7); the 64-bit form
+    // leaves the caller's buffer alone when it refuses.
     std::vector<double> wide(256, 7.0);
-    EXPECT_EQ(qorGetIQ_64f(device, wide.data()), qorNotConfiguredErr);
-    EXPECT_EQ(wide[0], 7.0) << "a refused call leaves the buffer alone";
+    std::vector<float> narrow(256);
+    const auto everyGet = [&](qorStatus expected) {
+        IQPacket packet{narrow.data(), 1, 0, 0, 0, 0, 0};
+        EXPECT_EQ(qorGetIQ_32f(device, narrow.data()), expected);
+        EXPECT_EQ(qorGetIQ_64f(device, wide.data()), expected);
+        EXPECT_EQ(qorGetIQ(device, narrow.data(), 1, 0), expected);
+        EXPECT_EQ(qorGetIQData(device, &packet), expected);
+        EXPECT_EQ(qorGetIQDataUnpacked(device, narrow.data(), 1, 0, nullptr, nullptr, nullptr, nullptr), expected);
+        EXPECT_EQ(wide[0], 7.0);
+    };
+    ASSERT_EQ(qorAbort(device), qorNoError);
+    everyGet(qorNotConfiguredErr);
+    ASSERT_GE(e2e::Initiate(device, e2e::Between(99e6, 101e6, 10e3)), 0);
+    everyGet(qorWrongModeErr);
+    ASSERT_EQ(qorAbort(device), qorNoError);
     EXPECT_EQ(qorQueryStreamInfo(device, nullptr, nullptr, nullptr), qorNotConfiguredErr);
     ASSERT_EQ(qorConfigIQ(device, 1, 1.0), qorNoError);
     ASSERT_EQ(qorInitiate(device, ModeIQ), qorNoError);
