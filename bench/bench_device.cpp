@@ -18,4 +18,8 @@ int BenchDevice(unsigned serial) {
     return qorOpenDeviceBySerialNumber(&device, static_cast<int>(serial)) == qorNoError ? device : -1;
 }
 
+void CloseBenchDevices() {
+    for (int device = 0; device < 8; ++device) qorCloseDevice(device);
+}
+
 }  // namespace qorbench

@@ -1,5 +1,5 @@
-// The unit a sweep benchmark measures on: a unit of the virtual instrument's
-// default bench, shared by every benchmark that uses it.
+// The unit a benchmark measures on: a unit of the virtual instrument's bench,
+// shared by every benchmark that uses it.
 #ifndef QOR_BENCH_BENCH_DEVICE_H
 #define QOR_BENCH_BENCH_DEVICE_H
 
@@ -8,6 +8,10 @@ namespace qorbench {
 // The device of the unit with this serial: the one already open (another
 // benchmark may hold it), else opened now; -1 without an instrument.
 int BenchDevice(unsigned serial);
+
+// Closes every open device, before a benchmark replaces the bench (the units
+// of the old bench leave the bus); BenchDevice opens them again on demand.
+void CloseBenchDevices();
 
 }  // namespace qorbench
 

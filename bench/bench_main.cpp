@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -16,18 +18,28 @@ class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
-            if (run.run_type != Run::RT_Iteration || run.iterations == 0) continue;
+            if (run.run_type != Run::RT_Iteration || run.iterations == 0 || run.error_occurred) continue;
             const std::string name = run.benchmark_name();
             times_[name] = run.GetAdjustedCPUTime();
             const auto items = run.counters.find("items_per_second");
             if (items != run.counters.end()) rates_[name] = items->second.value;
             const auto error = run.counters.find("err_vs_fftw");
             if (error != run.counters.end()) errors_[name] = error->second.value;
+            if (run.run_name.function_name.rfind("BM_IQ", 0) == 0) {
+                iq_.push_back({run.run_name.function_name + "/" + run.run_name.args, run.counters});
+            }
         }
         ConsoleReporter::ReportRuns(runs);
     }
 
     void PrintSummary() const {
+        PrintFft();
+        PrintThroughput();
+        PrintIq();
+    }
+
+private:
+    void PrintFft() const {
         std::printf("\nFFT CPU time ratio to FFTW (goal: at most 1.5 up to 65536, 2 above), times in us:\n");
         std::map<long long, double> ourTimes;
         for (const auto& [name, time] : times_) {
@@ -41,6 +53,9 @@ public:
             std::printf("  N = %-9s ours %12.3f  fftw %12.3f  ratio %.2f  error vs fftw %.2e\n", size.c_str(), ours,
                         peer->second, ours / peer->second, error == errors_.end() ? 0.0 : error->second);
         }
+    }
+
+    void PrintThroughput() const {
         std::printf("\nThroughput:\n");
         for (const char* fir : {"BM_FirLong", "BM_FirShort"}) {
             const auto rate = rates_.find(fir);
@@ -54,8 +69,31 @@ public:
         }
     }
 
-private:
+    void PrintIq() const {
+        PrintRealtimeFactors("BM_IQDecimator/", "I/Q decimation chain, x real time on one core (goal: at least 200):");
+        PrintRealtimeFactors("BM_IQStream/", "I/Q engine through the C API, x real time (goal: at least 100):");
+        for (const auto& [name, counters] : iq_) {
+            if (name.rfind("BM_IQEightUnits", 0) != 0) continue;
+            std::printf("I/Q, 8 units at D = 1 for 10 s: %.0f loss flags (goal: none), %.0f blocks lost by the "
+                        "instrument, CPU %.1f%% of %.0f cores (goal: at most 25%%)\n",
+                        counters.at("loss_flags").value, counters.at("lost_blocks").value,
+                        100.0 * counters.at("cpu_share").value, counters.at("cores").value);
+        }
+    }
+
+    // The x_realtime counters of the I/Q runs whose name begins with `prefix`, by their arguments.
+    void PrintRealtimeFactors(const std::string& prefix, const char* title) const {
+        std::printf("\n%s\n", title);
+        for (const auto& [name, counters] : iq_) {
+            const auto x = counters.find("x_realtime");
+            if (name.rfind(prefix, 0) != 0 || x == counters.end()) continue;
+            std::printf("  %-18s %6.1f\n", name.substr(prefix.size()).c_str(), x->second.value);
+        }
+    }
+
     std::map<std::string, double> times_, rates_, errors_;
+    // Function and arguments ("BM_IQStream/family:1/D:8") and counters of the I/Q runs, in the order they ran.
+    std::vector<std::pair<std::string, benchmark::UserCounters>> iq_;
 };
 
 }  // namespace
