@@ -230,9 +230,14 @@ QOR_API qorStatus qorSelfTest(int device, SelfTestResults* results);
 
 /* These three carry C++ linkage: their exported names are decorated with
    their signatures, so they are available to C++ callers only. */
+/* The factor by which the unit's frequencies are off: finite and within
+   0.999 to 1.001 (1000 ppm), else qorInvalidParameterErr (-4) and nothing
+   changes. It counts from the next qorInitiate. */
 QOR_API qorStatus qorSetTimebaseCorrection(int device, double correction);
 QOR_API qorStatus qorGetTimebaseCorrection(int device, double* correction);
-/* Stores the correction in the unit's EEPROM. */
+/* Stores the correction in the unit's EEPROM for the next open, and makes it
+   the running one; the same range, or 0.0 to store none (the running factor
+   stays). A stored value outside the range is ignored at open. */
 QOR_API qorStatus qorAdjustTimebase(int device, double correction);
 #endif
 

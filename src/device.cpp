@@ -8,6 +8,7 @@
 #include "engine_fast.h"
 #include "engine_iq.h"
 #include "engine_midrange.h"
+#include "diagnostics.h"
 #include "engine_rule.h"
 #include "engine_slow.h"
 #include "os.h"
@@ -48,7 +49,8 @@ AnalyzerLink::OpenResult ReopenAfterCycle(AnalyzerLink& link, int serialNumber) 
 }
 
 // The timebase correction stored in the unit's user area; 0.0 for none or
-// when the area could not be read whole.
+// when the area could not be read whole. A value the library would refuse
+// is ignored by the caller.
 double StoredTimebase(AnalyzerLink& link) {
     uint8_t area[16] = {};
     if (link.ReadUserArea(area) != sizeof area) return 0.0;
@@ -154,7 +156,9 @@ qorStatus Device::OpenSequence(int serialNumber) {
     // The stored timebase correction is read whatever the fetch gave; the
     // correction object takes a value other than 0.0 as its timebaseFactor.
     const double storedTimebase = StoredTimebase(m_link);
-    if (storedTimebase != 0.0 && m_calibration.corr) m_calibration.corr->timebaseFactor = storedTimebase;
+    if (IsTimebaseCorrection(storedTimebase) && m_calibration.corr) {
+        m_calibration.corr->timebaseFactor = storedTimebase;
+    }
 
     if (calibration < 0) return calibration;
     m_open = true;

@@ -175,7 +175,12 @@ qorStatus ConfigIFOutput(Device& d, double inputFreq, double outputFreq, int inp
     return s.status;
 }
 
-void AdjustTimebase(Device& d, double correction) {
+bool IsTimebaseCorrection(double correction) {
+    return correction >= 0.999 && correction <= 1.001;  // false for NaN
+}
+
+qorStatus AdjustTimebase(Device& d, double correction) {
+    if (correction != 0.0 && !IsTimebaseCorrection(correction)) return qorInvalidParameterErr;
     // The first 8 bytes are not ours: they go back as they came.
     uint8_t area[16] = {};
     d.m_link.ReadUserArea(area);
@@ -183,6 +188,7 @@ void AdjustTimebase(Device& d, double correction) {
     d.m_link.WriteUserArea(area);
     // 0.0 stands for no stored correction: the running factor stays.
     if (correction != 0.0) d.m_calibration.corr->timebaseFactor = correction;
+    return qorNoError;
 }
 
 }  // namespace qor

@@ -49,9 +49,14 @@ qorStatus SelfTest(Device& d, SelfTestResults& results);
 qorStatus SetTimebase(Device& d, int timebase);
 // Tunes the IF output; -2 on the 4.4 GHz family, else 0 or 3.
 qorStatus ConfigIFOutput(Device& d, double inputFreq, double outputFreq, int inputAtten, int outputGain);
+// A timebase correction the library takes: finite and within 1000 ppm of 1
+// (far beyond any crystal). Anything else would turn the sweep plans'
+// arithmetic into nonsense, so it is refused, and ignored when stored.
+bool IsTimebaseCorrection(double correction);
 // Stores `correction` in the unit's user area for the next open; a value
-// other than 0.0 also becomes the running timebase factor.
-void AdjustTimebase(Device& d, double correction);
+// other than 0.0 also becomes the running timebase factor. -4 for anything
+// but 0.0 (no stored correction) or a correction IsTimebaseCorrection takes.
+qorStatus AdjustTimebase(Device& d, double correction);
 
 }  // namespace qor
 

@@ -501,6 +501,7 @@ qorStatus qorSelfTest(int device, SelfTestResults* results) {
 
 qorStatus qorSetTimebaseCorrection(int device, double correction) {
     return WithDevice(device, [&](Device& d) {
+        if (!qor::IsTimebaseCorrection(correction)) return qorInvalidParameterErr;
         d.m_calibration.corr->timebaseFactor = correction;
         return qorNoError;
     });
@@ -515,8 +516,5 @@ qorStatus qorGetTimebaseCorrection(int device, double* correction) {
 }
 
 qorStatus qorAdjustTimebase(int device, double correction) {
-    return WithDevice(device, [&](Device& d) {
-        qor::AdjustTimebase(d, correction);
-        return qorNoError;
-    });
+    return WithDevice(device, [&](Device& d) { return qor::AdjustTimebase(d, correction); });
 }

@@ -14,6 +14,7 @@ using namespace fastsweep;
 
 constexpr unsigned kVelm = 60000001, kVelmB = 60000002, kOrskA = 60000003, kOrskB = 60000004;
 constexpr double kStoredCorrection = 1.0000025;  // in the type 2 unit's user area
+constexpr double kStoredNonsense = 1.5;           // in the type 4 unit's: ignored at open
 
 std::string DiagnosticsBench() {
     simbench::Bench bench;
@@ -21,7 +22,8 @@ std::string DiagnosticsBench() {
                    simbench::Unit(kVelmB, 2).OnDeviceCalibration(true).Temperature(30.0)
                        .TimebaseCorrection(kStoredCorrection),
                    simbench::Unit(kOrskA, 3).OnDeviceCalibration(false).Temperature(30.0),
-                   simbench::Unit(kOrskB, 4).OnDeviceCalibration(true).Temperature(30.0)};
+                   simbench::Unit(kOrskB, 4).OnDeviceCalibration(true).Temperature(30.0)
+                       .TimebaseCorrection(kStoredNonsense)};
     return simbench::Json(bench);
 }
 
@@ -193,8 +195,8 @@ TEST_F(Diagnostics, StoredCorrectionReachesTheNextOpen) {
     EXPECT_EQ(kStoredCorrection, Factor(device)) << "the open takes the user area's correction";
 
     // Set, not stored: the next open goes back to the stored one.
-    ASSERT_EQ(qorNoError, qorSetTimebaseCorrection(device, 1.5));
-    EXPECT_EQ(1.5, Factor(device));
+    ASSERT_EQ(qorNoError, qorSetTimebaseCorrection(device, 1.0005));
+    EXPECT_EQ(1.0005, Factor(device));
     device = Reopen(device, 2);
     EXPECT_EQ(kStoredCorrection, Factor(device));
 
@@ -209,6 +211,28 @@ TEST_F(Diagnostics, StoredCorrectionReachesTheNextOpen) {
     EXPECT_EQ(0.9999987, Factor(device));
     device = Reopen(device, 2);
     EXPECT_EQ(0.9999987, Factor(device));
+}
+
+// A correction that would wreck the sweep plans (not finite, or beyond
+// 1000 ppm) is refused and changes nothing, in the unit or in the library; one
+// found stored in a unit is ignored at open.
+TEST_F(Diagnostics, NonsenseCorrectionsAreRefusedAndIgnored) {
+    int device = OpenType(2);
+    const double nonsense[] = {0.0, -0.0, NAN, INFINITY, -INFINITY, 5e-324, 1e-9, -1.0, 0.9989, 1.0011, 2.0};
+    for (double c : nonsense) {
+        EXPECT_EQ(qorInvalidParameterErr, qorSetTimebaseCorrection(device, c)) << c;
+        if (c != 0.0) {
+            EXPECT_EQ(qorInvalidParameterErr, qorAdjustTimebase(device, c)) << c;
+        }
+    }
+    EXPECT_EQ(kStoredCorrection, Factor(device));
+    device = Reopen(device, 2);
+    EXPECT_EQ(kStoredCorrection, Factor(device)) << "nothing reached the unit";
+    EXPECT_EQ(qorNoError, qorSetTimebaseCorrection(device, 1.001));
+    EXPECT_EQ(qorNoError, qorSetTimebaseCorrection(device, 0.999));
+
+    device = OpenType(4);
+    EXPECT_EQ(1.0, Factor(device)) << "the stored " << kStoredNonsense << " is ignored";
 }
 
 // ---- IF output -----------------------------------------------------------
