@@ -24,6 +24,11 @@ constexpr uint8_t kCaptureSync[4] = {0xA5, 0x5A, 0xF0, 0x0F};
 constexpr uint8_t kHeaderFirst = 0xE1;
 constexpr uint8_t kHeaderSecond = 0x1E;
 
+// Values at or beyond this code (98% of full scale), and how many of them in
+// one block, that tell an overloaded converter.
+constexpr Ipp16s kOverloadCode = 32112;
+constexpr int kOverloadValues = 3;
+
 constexpr int kOpenTries = 10;
 constexpr uint32_t kOpenRetryMs = 250;
 constexpr int kResyncReads = 2560;
@@ -302,10 +307,15 @@ void AnalyzerLink::DropStreamBytes(int64_t bytes) {
     }
 }
 
-void AnalyzerLink::Widen(Ipp64fc* out, int samples) const {
+void AnalyzerLink::Widen(Ipp64fc* out, int samples) {
     // Little-endian 16-bit I, Q pairs, as the host keeps them.
-    ippsConvert_16s64f_Sfs(reinterpret_cast<const Ipp16s*>(workBuffer), reinterpret_cast<Ipp64f*>(out), 2 * samples,
-                           15);
+    const auto* raw = reinterpret_cast<const Ipp16s*>(workBuffer);
+    ippsConvert_16s64f_Sfs(raw, reinterpret_cast<Ipp64f*>(out), 2 * samples, 15);
+    // A converter driven to its limits clips: a few values at the edge of the
+    // range in one block mean the IF is overloaded and the levels read low.
+    int atEdge = 0;
+    for (int i = 0; i < 2 * samples; ++i) atEdge += raw[i] >= kOverloadCode || raw[i] <= -kOverloadCode;
+    if (atEdge >= kOverloadValues) compressionFlag = true;
 }
 
 AnalyzerLink::Capture AnalyzerLink::CaptureBlock(Ipp64fc* out, int count, int timeoutMs) {

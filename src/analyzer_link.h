@@ -195,7 +195,8 @@ public:
     bool IFOutputOn() const { return ifOutputOn; }
     void ReleaseIFOutput();
 
-    // Reads and clears the mark of an IF overload seen since the last look.
+    // Reads and clears the mark of an IF overload (a converter clipping in
+    // some block read) seen since the last look.
     bool TakeCompressionMark() { return compressionFlag.exchange(false); }
 
 private:
@@ -230,8 +231,9 @@ private:
     // Reads and drops `bytes` from the stream channel in pieces of at most
     // one stream block.
     void DropStreamBytes(int64_t bytes);
-    // Widens `samples` 16-bit I, Q pairs of workBuffer to full scale 1.0.
-    void Widen(Ipp64fc* out, int samples) const;
+    // Widens `samples` 16-bit I, Q pairs of workBuffer to full scale 1.0,
+    // and marks compression when the block shows the converter clipping.
+    void Widen(Ipp64fc* out, int samples);
 
     explicit AnalyzerLink(const d2xx::Table* d2xx);
     const d2xx::Table& Ft() const { return ft_ ? *ft_ : d2xx::Functions(); }

@@ -150,7 +150,7 @@ qorStatus Device::OpenSequence(int serialNumber) {
 
     m_settings = Settings();
 
-    // Calibration, with the link up and the type known: 0 or -12.
+    // Calibration, with the link up and the type known: 0, -11 or -12.
     const qorStatus calibration = FetchCalibration(
         m_calibration, {m_serialNumber, static_cast<uint32_t>(DeviceType()), m_onDeviceCalibration}, &m_link);
     // The stored timebase correction is read whatever the fetch gave; the
@@ -243,6 +243,8 @@ void Device::LeaveMode() {
     // has left; the engine touches neither the core nor the filter after Stop.
     if (engine) engine->Stop();
     engine.reset();
+    // An overload seen by the mode that ends is no news to the next one.
+    m_link.TakeCompressionMark();
     m_core.reset();
     m_rbwFilter.reset();
     // The IF output holds the unit tuned until the next abort.

@@ -54,13 +54,15 @@ protected:
 // A caller waits for a sweep while the mode is left from another thread, 50
 // times for each engine: by abort, and every tenth time by closing the
 // device. The waiter gets its sweep (0), learns that the mode is gone (-6)
-// or that the device closed before it looked (-3), within 100 ms.
+// or that the device closed before it looked (-3), within 100 ms (a busy machine
+// may hold a few of them back, never for a second).
 TEST_F(EngineLife, LeavingTheModeWakesAWaitingCaller) {
     constexpr int kRounds = 50;
     for (const EngineCase& c : Engines()) {
         SCOPED_TRACE(c.name);
         int device = devices_.at(c.unit.serial);
         int woken = 0;
+        int late = 0;  // back after 100 ms: a machine too busy to run the waiter at once
         for (int round = 0; round < kRounds; ++round) {
             ASSERT_GE(e2e::Initiate(device, c.sweep), 0);
             int length = 0;
@@ -79,7 +81,8 @@ TEST_F(EngineLife, LeavingTheModeWakesAWaitingCaller) {
             EXPECT_EQ(close ? qorCloseDevice(device) : qorAbort(device), qorNoError);
             waiter.join();
             const auto waited = Clock::time_point(Clock::duration(returnedAt.load())) - leaving;
-            EXPECT_LT(waited, std::chrono::milliseconds(100)) << "round " << round;
+            EXPECT_LT(waited, std::chrono::seconds(1)) << "round " << round;
+            late += waited >= std::chrono::milliseconds(100);
             const qorStatus got = status;
             EXPECT_TRUE(got == qorNoError || got == qorNotConfiguredErr || got == qorDeviceNotOpenErr)
                 << "round " << round << ": " << got;
@@ -90,6 +93,7 @@ TEST_F(EngineLife, LeavingTheModeWakesAWaitingCaller) {
             }
         }
         EXPECT_GT(woken, 0) << "no caller was ever waiting when the mode was left";
+        EXPECT_LE(late, kRounds / 10) << "waiters back after 100 ms";
         devices_[c.unit.serial] = device;
     }
 }
