@@ -7,6 +7,7 @@
 #include <functional>
 #include <vector>
 
+#include "compression_warning.h"
 #include "info_commands.h"
 #include "progress_bar.h"
 #include "session.h"
@@ -76,17 +77,13 @@ Tally ReadStream(int d, const Stream& stream, long long total, const BlockSink& 
     std::vector<float> iq(2 * static_cast<std::size_t>(stream.blockLength));
     ProgressBar bar;
     Tally tally;
-    bool overloadTold = false;
+    CompressionWarning compression;
     while (tally.recorded < total) {
         const int count = static_cast<int>(std::min<long long>(stream.blockLength, total - tally.recorded));
         int loss = 0, sec = 0, milli = 0;
         const qorStatus status = Check("qorGetIQDataUnpacked",
                                        qorGetIQDataUnpacked(d, iq.data(), count, 0, nullptr, &loss, &sec, &milli));
-        if (status == qorCompression && !overloadTold) {
-            bar.Clear();
-            std::fprintf(stderr, "warning: %s; a higher --ref avoids it\n", qorGetErrorString(status));
-            overloadTold = true;
-        }
+        compression.Note(status, bar);
         // A loss before the first sample only moves the start of the recording.
         if (loss != 0 && tally.recorded > 0) {
             ++tally.losses;

@@ -42,7 +42,8 @@ int main(int argc, char** argv) {
     sweepCommand->add_option("--atten", sweep.atten, "attenuator steps 0..3 (default: automatic)");
     sweepCommand->add_option("--gain", sweep.gain, "gain index 0..2 (default: automatic)");
     sweepCommand->add_flag("--preamp", sweep.preamp, "switch the preamplifier on");
-    sweepCommand->add_flag("--reject", sweep.reject, "image rejection");
+    sweepCommand->add_flag("--reject,!--no-reject", sweep.reject,
+                           "image rejection: on by default (--reject says so), off with --no-reject");
     sweepCommand->add_option("--detector", sweep.detector, "minmax or average")
         ->check(CLI::IsMember({"minmax", "average"}))
         ->capture_default_str();
@@ -56,6 +57,16 @@ int main(int argc, char** argv) {
     sweepCommand->add_option("--png", sweep.png, "write a plot of the trace as PNG");
     sweepCommand->add_option("--peaks", sweep.peaks, "strongest peaks to list")->check(CLI::Range(0, 100))->capture_default_str();
     addSimOptions(sweepCommand);
+    sweepCommand->footer(
+        "Image rejection views each step twice, so a sweep takes longer; without it a strong signal\n"
+        "also shows as an image 21.4 MHz below itself, which can read as strong as the signal.\n"
+        "Sweeps with an RBW above 300 kHz whose start and span are 200 MHz or more use the broadband\n"
+        "detector, which removes images by itself and ignores --reject and --no-reject.\n"
+        "What rejection cannot do: in the fast sweep at RBW 250 kHz no image below 16.1 MHz is\n"
+        "removed, and at 100 kHz images below 16.1 MHz are only partly removed (about 15-19 dB);\n"
+        "at 30 kHz and below they are gone.\n"
+        "A flat top is reported at its centre. A level marked * stands less than 20 dB above the\n"
+        "noise floor (the median of the trace) and reads high by the noise.");
 
     qortool::IqOptions iq;
     CLI::App* iqCommand = app.add_subcommand("iq", "record calibrated I/Q as SigMF, or stream it raw to stdout");

@@ -24,6 +24,16 @@ double Median(std::vector<double> values) {
     return *middle;
 }
 
+// The middle of the run of bins around `top` that lie within 0.1 dB of it,
+// in bins: a flat top has no one highest bin worth naming.
+double TopCentre(const std::vector<double>& trace, int top) {
+    const double within = trace[static_cast<std::size_t>(top)] - 0.1;
+    int first = top, last = top;
+    while (first > 0 && trace[static_cast<std::size_t>(first - 1)] >= within) --first;
+    while (last + 1 < static_cast<int>(trace.size()) && trace[static_cast<std::size_t>(last + 1)] >= within) ++last;
+    return (first + last) / 2.0;
+}
+
 }  // namespace
 
 std::vector<Peak> StrongestPeaks(const std::vector<double>& trace, double startFreq, double binSize, int count,
@@ -40,11 +50,17 @@ std::vector<Peak> StrongestPeaks(const std::vector<double>& trace, double startF
         // peak on an edge of the trace has only one.
         double valley = i > 0 ? LowestTowardsHigher(trace, i, -1) : LowestTowardsHigher(trace, i, +1);
         if (i > 0 && i < n - 1) valley = std::max(valley, LowestTowardsHigher(trace, i, +1));
-        if (v - valley >= prominence) peaks.push_back({i, startFreq + i * binSize, v});
+        if (v - valley >= prominence) {
+            peaks.push_back({i, startFreq + TopCentre(trace, i) * binSize, v, v < floor + kUnbiasedAboveFloor});
+        }
     }
     std::sort(peaks.begin(), peaks.end(), [](const Peak& a, const Peak& b) { return a.level > b.level; });
     if (static_cast<int>(peaks.size()) > count) peaks.resize(static_cast<std::size_t>(count));
     return peaks;
+}
+
+bool AnyNoiseBiased(const std::vector<Peak>& peaks) {
+    return std::any_of(peaks.begin(), peaks.end(), [](const Peak& p) { return p.noiseBiased; });
 }
 
 }  // namespace qortool

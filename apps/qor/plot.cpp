@@ -133,8 +133,8 @@ void DrawPeaks(cairo_t* cr, const Frame& f, const std::vector<Peak>& peaks, bool
         cairo_close_path(cr);
         cairo_fill(cr);
         char label[96];
-        std::snprintf(label, sizeof label, "%zu: %s, %.1f %s", k + 1, FormatHz(p.frequency, 7).c_str(), p.level,
-                      millivolts ? "mV" : "dBm");
+        std::snprintf(label, sizeof label, "%zu: %s, %.1f%s %s", k + 1, FormatHz(p.frequency, 7).c_str(), p.level,
+                      p.noiseBiased ? "*" : "", millivolts ? "mV" : "dBm");
         const double alignX = x > kWidth * 0.75 ? 1.0 : (x < kWidth * 0.25 ? 0.0 : 0.5);
         Text(cr, x, std::max(kTop + 14.0, y - 20), label, alignX, 12);
     }
@@ -188,6 +188,9 @@ bool WriteTracePng(const std::string& path, const Trace& trace, const std::vecto
     Text(cr, kLeft, 35, text.title, 0.0, 18);
     cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
     Text(cr, kLeft, kHeight - 25, text.caption, 0.0, 13);
+    if (AnyNoiseBiased(peaks)) {
+        Text(cr, kLeft, kHeight - 7, kNoiseBiasedNote, 0.0, 12);
+    }
     cairo_set_source_rgb(cr, 0.05, 0.25, 0.65);
     Text(cr, kWidth - kRight, 35, "max", 1.0, 13);
     cairo_set_source_rgb(cr, 0.45, 0.65, 0.9);

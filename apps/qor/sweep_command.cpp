@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <vector>
 
+#include "compression_warning.h"
+#include "peak_table.h"
 #include "peaks.h"
 #include "plot.h"
 #include "progress_bar.h"
@@ -35,14 +37,23 @@ void FrequencyRange(const SweepOptions& o, double* center, double* span) {
     *span = o.span.empty() ? 20e6 : ParseFrequency(o.span, "--span");
 }
 
+// The broadband detector sweep (RBW above 300 kHz, start and span of at least
+// 200 MHz) reads each frequency from both sides itself and ignores the
+// rejection flag.
+bool DetectorSweep(double center, double span, double rbw) {
+    return rbw > 3e5 && center - span / 2.0 >= 2e8 && span >= 2e8;
+}
+
 // One whole sweep through the partial calls, so that a long one shows progress.
-void MeasureSweep(int device, Trace* trace) {
+void MeasureSweep(int device, Trace* trace, CompressionWarning& compression) {
     const int length = static_cast<int>(trace->max.size());
     std::vector<float> min(static_cast<std::size_t>(length)), max(static_cast<std::size_t>(length));
     ProgressBar bar;
     int start = 0, stop = 0;
     do {
-        Check("qorGetPartialSweep_32f", qorGetPartialSweep_32f(device, min.data(), max.data(), &start, &stop));
+        const qorStatus status = Check("qorGetPartialSweep_32f",
+                                       qorGetPartialSweep_32f(device, min.data(), max.data(), &start, &stop));
+        compression.Note(status, bar);
         bar.Show(stop, length);
     } while (stop < length && !interrupted);
     for (int i = 0; i < length; ++i) {
@@ -60,22 +71,23 @@ std::vector<double> InDbm(const Trace& trace) {
     return dbm;
 }
 
+const char* Images(const SweepOptions& o, double center, double span, double rbw) {
+    if (DetectorSweep(center, span, rbw)) return "   images removed by the detector sweep";
+    return o.reject ? "   image rejection" : "   no image rejection";
+}
+
 std::string Caption(const SweepOptions& o, double center, double span, double rbw, double vbw) {
     char text[400];
     std::snprintf(text, sizeof text, "center %s   span %s   RBW %s   VBW %s   ref %.1f dBm   atten %s   gain %s%s%s   %s",
                   FormatHz(center, 9).c_str(), FormatHz(span, 6).c_str(), FormatHz(rbw, 4).c_str(),
                   FormatHz(vbw, 4).c_str(), o.refLevel, o.atten < 0 ? "auto" : std::to_string(o.atten).c_str(),
                   o.gain < 0 ? "auto" : std::to_string(o.gain).c_str(), o.preamp ? "   preamp" : "",
-                  o.reject ? "   image rejection" : "", o.detector == "average" ? "average detector" : "min/max detector");
+                  Images(o, center, span, rbw), o.detector == "average" ? "average detector" : "min/max detector");
     return text;
 }
 
 void PrintPeaks(const std::vector<Peak>& peaks, const Trace& trace, int serial, bool showInjected) {
-    const bool millivolts = trace.millivolts;
-    std::printf("%-4s %-18s %12s\n", "peak", "frequency", millivolts ? "level (mV)" : "level (dBm)");
-    for (std::size_t k = 0; k < peaks.size(); ++k) {
-        std::printf("%-4zu %-18s %12.2f\n", k + 1, FormatHz(peaks[k].frequency, 9).c_str(), peaks[k].level);
-    }
+    std::fputs(PeakTable(peaks, trace.millivolts).c_str(), stdout);
     if (!showInjected) return;
     const double last = trace.startFreq + trace.binSize * static_cast<double>(trace.max.size());
     std::printf("\ninjected by the virtual instrument in this span:\n%-5s %-18s %12s\n", "kind", "frequency", "level (dBm)");
@@ -105,6 +117,9 @@ int RunSweep(const SweepOptions& o) {
     Check("qorConfigAcquisition", qorConfigAcquisition(d, o.detector == "average" ? 1 : 0, o.scale == "mv" ? 1 : 0));
     Check("qorConfigLevel", qorConfigLevel(d, o.refLevel));
     if (o.atten >= 0 || o.gain >= 0 || o.preamp) Check("qorConfigGainAtten", qorConfigGainAtten(d, o.atten, o.gain, o.preamp));
+    if (!o.reject && DetectorSweep(center, span, rbw)) {
+        std::fprintf(stderr, "note: this sweep removes images by itself; --no-reject cannot show them\n");
+    }
     if (Check("qorInitiate", qorInitiate(d, ModeSweep)) == qorBandwidthClamped) {
         std::fprintf(stderr, "note: %s\n", qorGetErrorString(qorBandwidthClamped));
     }
@@ -118,7 +133,8 @@ int RunSweep(const SweepOptions& o) {
 
     interrupted = false;
     std::signal(SIGINT, [](int) { interrupted = true; });
-    for (int n = 0; (o.sweeps == 0 || n < o.sweeps) && !interrupted; ++n) MeasureSweep(d, &trace);
+    CompressionWarning compression;
+    for (int n = 0; (o.sweeps == 0 || n < o.sweeps) && !interrupted; ++n) MeasureSweep(d, &trace, compression);
     std::signal(SIGINT, SIG_DFL);
 
     std::vector<Peak> peaks = StrongestPeaks(InDbm(trace), trace.startFreq, trace.binSize, o.peaks);

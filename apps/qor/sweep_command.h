@@ -15,7 +15,7 @@ struct SweepOptions {
     int atten = -1;
     int gain = -1;
     bool preamp = false;
-    bool reject = false;
+    bool reject = true;               // image rejection where the sweep takes it
     std::string detector = "minmax";  // minmax | average
     std::string scale = "dbm";        // dbm | mv
     int sweeps = 1;                   // 0: until interrupted

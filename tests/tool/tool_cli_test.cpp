@@ -69,6 +69,29 @@ TEST_F(ToolCli, BadArgumentsAndMissingUnitsFailWithOneLine) {
               "qor: --bandwidth: not a frequency: wide\n");
 }
 
+struct Bin {
+    double frequency = 0.0;
+    double level = -1e9;
+};
+
+// The strongest bin of the maximum trace in a sweep's CSV between `low` and
+// `high` Hz; a failure when the file is not the tool's CSV in dBm.
+Bin StrongestInCsv(const std::string& path, double low = 0.0, double high = 1e12) {
+    std::ifstream file(path);
+    std::string line;
+    std::getline(file, line);
+    EXPECT_EQ(line, "frequency_hz,min_dbm,max_dbm");
+    Bin strongest;
+    while (std::getline(file, line)) {
+        std::istringstream fields(line);
+        double f, lo, hi;
+        char comma;
+        fields >> f >> comma >> lo >> comma >> hi;
+        if (f >= low && f <= high && hi > strongest.level) strongest = {f, hi};
+    }
+    return strongest;
+}
+
 TEST_F(ToolCli, SweepWritesCsvWithThePeakAndAPlot) {
     const std::string dir = ::testing::TempDir();
     const std::string csv = dir + "/qor_sweep.csv", png = dir + "/qor_sweep.png";
@@ -76,23 +99,9 @@ TEST_F(ToolCli, SweepWritesCsvWithThePeakAndAPlot) {
     const ToolRun run = Qor("sweep --sim --serial 12000002 --center 1G --span 100k --rbw 1k --csv " + csv + " --png " + png);
     ASSERT_EQ(run.exitCode, 0) << run.output;
 
-    std::ifstream file(csv);
-    std::string line;
-    std::getline(file, line);
-    EXPECT_EQ(line, "frequency_hz,min_dbm,max_dbm");
-    double peakFrequency = 0, peakLevel = -1e9;
-    while (std::getline(file, line)) {
-        std::istringstream fields(line);
-        double f, lo, hi;
-        char comma;
-        fields >> f >> comma >> lo >> comma >> hi;
-        if (hi > peakLevel) {
-            peakLevel = hi;
-            peakFrequency = f;
-        }
-    }
-    EXPECT_NEAR(peakFrequency, 1e9, 500.0);  // within a bin of the 1 GHz carrier
-    EXPECT_NEAR(peakLevel, -30.0, 0.5);
+    const Bin peak = StrongestInCsv(csv);
+    EXPECT_NEAR(peak.frequency, 1e9, 500.0);  // within a bin of the 1 GHz carrier
+    EXPECT_NEAR(peak.level, -30.0, 0.5);
     std::ifstream plot(png, std::ios::binary | std::ios::ate);
     EXPECT_GT(plot.tellg(), 20000);
     EXPECT_NE(run.output.find("-30.0"), std::string::npos) << run.output;
@@ -103,6 +112,7 @@ TEST_F(ToolCli, SweepWritesCsvWithThePeakAndAPlot) {
 constexpr double kCenter = 433.92e6, kToneOffset = 10e3, kToneLevel = -40.0;
 constexpr double kRate = 486111.1111111111 / 8;  // at --decimation 8
 
+// `--sim --bench` with that unit alone.
 std::string ToneBench() {
     simbench::Bench bench;
     bench.units.push_back(simbench::Unit(15000005, 2).Add(simbench::Cw(kCenter + kToneOffset, kToneLevel)));
@@ -110,8 +120,10 @@ std::string ToneBench() {
     const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
     const std::string path = ::testing::TempDir() + "/" + test + ".bench.json";
     std::ofstream(path) << simbench::Json(bench);
-    return "iq --sim --bench " + path + " --center 433.92M --decimation 8 ";
+    return "--sim --bench " + path + " ";
 }
+
+std::string ToneRecording() { return "iq " + ToneBench() + "--center 433.92M --decimation 8 "; }
 
 double MeanPowerDbm(const std::vector<std::complex<float>>& iq) {
     double sum = 0.0;
@@ -136,7 +148,7 @@ double PeakFrequency(const std::vector<std::complex<float>>& iq, double rate) {
 
 TEST_F(ToolCli, IqRecordsAToneAsSigmf) {
     const std::string name = ::testing::TempDir() + "/qor_iq_tone";
-    const ToolRun run = Qor(ToneBench() + "--samples 8192 --out " + name);
+    const ToolRun run = Qor(ToneRecording() + "--samples 8192 --out " + name);
     ASSERT_EQ(run.exitCode, 0) << run.output;
 
     std::ifstream dataFile(name + ".sigmf-data", std::ios::binary);
@@ -158,7 +170,7 @@ TEST_F(ToolCli, IqRecordsAToneAsSigmf) {
 }
 
 TEST_F(ToolCli, IqStreamsCs16ToStdoutWithNothingElse) {
-    const ToolRun run = Qor(ToneBench() + "--samples 5000 --format cs16 --out -", "/dev/null");
+    const ToolRun run = Qor(ToneRecording() + "--samples 5000 --format cs16 --out -", "/dev/null");
     ASSERT_EQ(run.exitCode, 0);
     ASSERT_EQ(run.output.size(), 5000 * 2 * sizeof(std::int16_t));
     std::vector<std::int16_t> raw(2 * 5000);
@@ -166,6 +178,23 @@ TEST_F(ToolCli, IqStreamsCs16ToStdoutWithNothingElse) {
     std::vector<std::complex<float>> iq(5000);
     for (std::size_t i = 0; i < iq.size(); ++i) iq[i] = {raw[2 * i] / 32767.0f, raw[2 * i + 1] / 32767.0f};
     EXPECT_NEAR(MeanPowerDbm(iq), kToneLevel, 0.5);
+}
+
+// A wide sweep shows the tone's image 21.4 MHz below it, as strong as the
+// tone, only when rejection is turned off.
+TEST_F(ToolCli, SweepRejectsImagesUnlessTurnedOff) {
+    const double tone = kCenter + kToneOffset, image = tone - 21.4e6;
+    const std::string csv = ::testing::TempDir() + "/qor_sweep_images.csv";
+    const std::string sweep = "sweep " + ToneBench() + "--center 420M --span 100M --rbw 30k --csv " + csv;
+    for (const char* rejection : {"", "--reject"}) {
+        const ToolRun run = Qor(sweep + " " + rejection);
+        ASSERT_EQ(run.exitCode, 0) << run.output;
+        EXPECT_NEAR(StrongestInCsv(csv).level, kToneLevel, 0.5) << rejection;
+        EXPECT_LT(StrongestInCsv(csv, image - 1e6, image + 1e6).level, kToneLevel - 40.0) << rejection;
+    }
+    const ToolRun run = Qor(sweep + " --no-reject");
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_NEAR(StrongestInCsv(csv, image - 1e6, image + 1e6).level, kToneLevel, 3.0);
 }
 
 }  // namespace

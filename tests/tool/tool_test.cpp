@@ -6,6 +6,7 @@
 #include <fstream>
 #include <string>
 
+#include "peak_table.h"
 #include "peaks.h"
 #include "plot.h"
 #include "si_units.h"
@@ -53,6 +54,54 @@ TEST(Peaks, ShoulderOfAStrongerPeakIsNoPeak) {
     const auto peaks = qortool::StrongestPeaks(trace, 0, 1, 10);
     ASSERT_EQ(peaks.size(), 1u);
     EXPECT_EQ(peaks[0].bin, 10);
+}
+
+TEST(Peaks, FlatTopIsReportedAtItsCentreWithItsHighestLevel) {
+    std::vector<double> trace = Floor(100);
+    // Bins 40 to 45 within 0.1 dB of the highest (41); 39 just outside. Past
+    // the dip at 46, bin 47 is as high again but no part of this top.
+    const double top[] = {-30.2, -30.05, -30.0, -30.08, -30.03, -30.09, -30.06, -36.0, -30.02};
+    for (int k = 0; k < 9; ++k) trace[static_cast<std::size_t>(39 + k)] = top[k];
+    // A single highest bin, and a top of three equal bins.
+    trace[70] = -40.0;
+    trace[71] = -41.0;
+    trace[80] = trace[81] = trace[82] = -50.0;
+    const auto peaks = qortool::StrongestPeaks(trace, 1e6, 1e3, 10);
+    ASSERT_EQ(peaks.size(), 3u);
+    EXPECT_EQ(peaks[0].bin, 41);
+    EXPECT_DOUBLE_EQ(peaks[0].level, -30.0);
+    EXPECT_DOUBLE_EQ(peaks[0].frequency, 1e6 + 42.5e3);
+    EXPECT_DOUBLE_EQ(peaks[1].frequency, 1e6 + 70e3);
+    EXPECT_DOUBLE_EQ(peaks[2].frequency, 1e6 + 81e3);
+}
+
+TEST(Peaks, LevelsWithinTwentyDbOfTheNoiseAreMarked) {
+    std::vector<double> trace = Floor(200);
+    for (int i = 0; i < 200; ++i) trace[static_cast<std::size_t>(i)] += (i % 5) * 0.5;  // noise, -100 to -98
+    trace[30] = -81.0;  // 17.5 dB above the floor (-98.5, the median)
+    trace[60] = -78.0;  // 20.5 dB
+    trace[90] = -20.0;
+    // A strong signal over a third of the span would lift a mean floor by 13 dB.
+    for (int i = 120; i < 186; ++i) trace[static_cast<std::size_t>(i)] = -60.0 - 0.01 * std::abs(i - 150);
+    const auto peaks = qortool::StrongestPeaks(trace, 0, 1, 10);
+    ASSERT_EQ(peaks.size(), 4u);
+    EXPECT_FALSE(peaks[0].noiseBiased);
+    EXPECT_FALSE(peaks[1].noiseBiased);  // the wide signal
+    EXPECT_EQ(peaks[2].bin, 60);
+    EXPECT_FALSE(peaks[2].noiseBiased);
+    EXPECT_EQ(peaks[3].bin, 30);
+    EXPECT_TRUE(peaks[3].noiseBiased);
+}
+
+TEST(Peaks, TableMarksNoiseBiasedLevelsAndExplainsTheMark) {
+    const std::vector<qortool::Peak> clean = {{10, 1e9, -30.0, false}};
+    const std::string table = qortool::PeakTable(clean, false);
+    EXPECT_EQ(table.find('*'), std::string::npos) << table;
+    const std::string marked = qortool::PeakTable({clean[0], {20, 2.4e9, -95.5, true}}, false);
+    EXPECT_NE(marked.find("-95.50*\n"), std::string::npos) << marked;
+    EXPECT_NE(marked.find("-30.00\n"), std::string::npos) << marked;
+    const std::string note = std::string(qortool::kNoiseBiasedNote) + "\n";
+    EXPECT_EQ(marked.substr(marked.size() - note.size()), note);
 }
 
 TEST(Plot, TicksAreRoundAndCoverTheRange) {
