@@ -8,7 +8,8 @@ namespace qortool {
 
 std::string PeakTable(const std::vector<Peak>& peaks, bool millivolts) {
     char line[96];
-    std::snprintf(line, sizeof line, "%-4s %-18s %12s\n", "peak", "frequency", millivolts ? "level (mV)" : "level (dBm)");
+    std::snprintf(line, sizeof line, "%-4s %-18s %12s\n", "peak", "frequency",
+                  millivolts ? "level (mV)" : "level (dBm)");
     std::string table = line;
     for (std::size_t k = 0; k < peaks.size(); ++k) {
         const Peak& p = peaks[k];

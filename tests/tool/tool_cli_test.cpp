@@ -112,10 +112,10 @@ TEST_F(ToolCli, SweepWritesCsvWithThePeakAndAPlot) {
 constexpr double kCenter = 433.92e6, kToneOffset = 10e3, kToneLevel = -40.0;
 constexpr double kRate = 486111.1111111111 / 8;  // at --decimation 8
 
-// `--sim --bench` with that unit alone.
-std::string ToneBench() {
+// `--sim --bench` with that unit alone, its tone at `level`.
+std::string ToneBench(double level = kToneLevel) {
     simbench::Bench bench;
-    bench.units.push_back(simbench::Unit(15000005, 2).Add(simbench::Cw(kCenter + kToneOffset, kToneLevel)));
+    bench.units.push_back(simbench::Unit(15000005, 2).Add(simbench::Cw(kCenter + kToneOffset, level)));
     // One file per test: ctest runs the tests side by side.
     const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
     const std::string path = ::testing::TempDir() + "/" + test + ".bench.json";
@@ -195,6 +195,19 @@ TEST_F(ToolCli, SweepRejectsImagesUnlessTurnedOff) {
     const ToolRun run = Qor(sweep + " --no-reject");
     ASSERT_EQ(run.exitCode, 0) << run.output;
     EXPECT_NEAR(StrongestInCsv(csv, image - 1e6, image + 1e6).level, kToneLevel, 3.0);
+}
+
+// A tone far above the reference level overloads the IF: the sweep says so
+// on stderr, once however often the library reports it, and still reports.
+TEST_F(ToolCli, SweepWarnsOfAnOverloadedIfAndGoesOn) {
+    const std::string errors = ::testing::TempDir() + "/qor_sweep_overload.err";
+    const ToolRun run =
+        Qor("sweep " + ToneBench(0.0) + "--center 433.92M --span 1M --rbw 10k --ref -20 --sweeps 3", errors);
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_NE(run.output.find("433.9"), std::string::npos) << run.output;
+    std::ifstream file(errors);
+    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    EXPECT_EQ(text, "warning: Device in compression. IF Overload; a higher --ref avoids it\n");
 }
 
 }  // namespace
