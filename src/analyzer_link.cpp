@@ -29,6 +29,9 @@ constexpr uint8_t kHeaderSecond = 0x1E;
 constexpr Ipp16s kOverloadCode = 32112;
 constexpr int kOverloadValues = 3;
 
+// The stream channel's read time-out: how long a read waits for data to begin.
+constexpr uint32_t kStreamReadLimitMs = 1000;
+
 constexpr int kOpenTries = 10;
 constexpr uint32_t kOpenRetryMs = 250;
 constexpr int kResyncReads = 2560;
@@ -189,7 +192,7 @@ void AnalyzerLink::Setup() {
     orskPath = kPathUnknown;
     Ft().SetBaudRate(commandChannel, kCommandBaud);
     Ft().SetTimeouts(commandChannel, 5000, 5000);
-    Ft().SetTimeouts(streamChannel, 1000, 1000);
+    Ft().SetTimeouts(streamChannel, kStreamReadLimitMs, kStreamReadLimitMs);
     Ft().SetLatencyTimer(commandChannel, 2);
     Ft().SetLatencyTimer(streamChannel, 16);
 
@@ -293,6 +296,7 @@ bool AnalyzerLink::WaitForStream(DWORD bytes, uint32_t limitMs, uint32_t pollMs)
     const uint32_t start = os::TickMs();
     for (;;) {
         if (StreamQueued() >= bytes) return true;
+        if (Stopping()) return false;
         if (os::TickMs() - start > limitMs) return false;
         os::SleepMs(pollMs);
     }
@@ -387,9 +391,9 @@ bool AnalyzerLink::CaptureStream(Ipp64fc* out, int count) {
     return complete;
 }
 
-AnalyzerLink::FrameRead AnalyzerLink::ReadFrame(Ipp64fc* out, int expectedSamples,
-                                                const std::atomic<bool>* keepReading) {
+AnalyzerLink::FrameRead AnalyzerLink::ReadFrame(Ipp64fc* out, int expectedSamples) {
     std::memset(syncWord, 0, sizeof syncWord);
+    if (!WaitForStream(sizeof syncWord, kStreamReadLimitMs, 1)) return {FrameRead::Torn, -1};
     ReadStreamBytes(syncWord, sizeof syncWord);
     if (!IsFrameHeader(syncWord) && (!ResyncFrames() || !IsFrameHeader(syncWord))) return {FrameRead::Torn, -1};
 
@@ -402,7 +406,7 @@ AnalyzerLink::FrameRead AnalyzerLink::ReadFrame(Ipp64fc* out, int expectedSample
     for (int block = 0; block < blocks; ++block) {
         // A block that misses its limit leaves the frame torn; the next
         // call finds its place again through the header.
-        if (keepReading && !keepReading->load()) return {FrameRead::Torn, tag};
+        if (Stopping()) return {FrameRead::Torn, tag};
         if (!ReadSamples512(out + static_cast<size_t>(block) * kBlockSamples)) return {FrameRead::Torn, tag};
     }
     return {FrameRead::Segment, tag};
@@ -410,6 +414,7 @@ AnalyzerLink::FrameRead AnalyzerLink::ReadFrame(Ipp64fc* out, int expectedSample
 
 bool AnalyzerLink::ResyncFrames() {
     for (int reads = 0; reads < kResyncReads; ++reads) {
+        if (!WaitForStream(1, kStreamReadLimitMs, 1)) return false;  // silent, or stopping
         const DWORD received = ReadStreamBytes(workBuffer, kBlockBytes);
         if (received == 0) return false;  // the stream is silent: nothing to find
         for (DWORD offset = 0; offset + 1 < received; offset += 2) {

@@ -109,9 +109,12 @@ public:
     void StopStream();
     // The sync word of the last stream start or frame header.
     const uint8_t* SyncWord() const { return syncWord; }
-    // One frame of a hop program as its header announces it. `keepReading`,
-    // when given, is looked at between blocks: a frame it leaves ends at once,
-    // torn (so that a stop need not wait for a long frame).
+    // While an engine runs, its `running`: every wait for the stream gives up
+    // as soon as it clears, so that a stop never waits for a stalled or slow
+    // stream. Null: the waits run to their limits.
+    void ReadWhile(const std::atomic<bool>* keepReading) { keepReading_ = keepReading; }
+    // One frame of a hop program as its header announces it; a stop (see
+    // ReadWhile) ends it at once, torn.
     struct FrameRead {
         enum Kind {
             Segment,    // the frame of segment `tag`, read whole into the caller's buffer
@@ -120,7 +123,7 @@ public:
         } kind;
         int tag;
     };
-    FrameRead ReadFrame(Ipp64fc* out, int expectedSamples, const std::atomic<bool>* keepReading = nullptr);
+    FrameRead ReadFrame(Ipp64fc* out, int expectedSamples);
     // Reads on to the next frame header and puts it into the sync word;
     // false when none came.
     bool ResyncFrames();
@@ -216,6 +219,7 @@ private:
     bool referenceLocked = false;
     bool ifOutputOn = false;
     bool voltageReadout = false;
+    const std::atomic<bool>* keepReading_ = nullptr;
 
     // FT_Open of both channels, the stream channel with retries; false leaves both closed.
     bool OpenChannels(int streamIndex, int commandIndex);
@@ -226,7 +230,8 @@ private:
     DWORD ReadReply(void* out, DWORD count);
     void SendSynthWords(int synthDividerLog2, int outboardDivider, int integer, int fraction, int modulus);
     // Waits for `bytes` on the stream channel, polling every `pollMs`;
-    // false when `limitMs` passed first.
+    // false when `limitMs` passed first or the engine is stopping.
+    bool Stopping() const { return keepReading_ && !keepReading_->load(); }
     bool WaitForStream(DWORD bytes, uint32_t limitMs, uint32_t pollMs);
     // Reads and drops `bytes` from the stream channel in pieces of at most
     // one stream block.

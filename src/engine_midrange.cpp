@@ -178,7 +178,7 @@ void MidrangeSweepEngine::ReadFrames() {
     while (running) {
         Ipp64fc* out = frameBuffer[fill].get() + segmentOffset[segment];
         const AnalyzerLink::FrameRead r =
-            link->ReadFrame(out, plan.segmentLength[segment] * plan.StepSamples(), &running);
+            link->ReadFrame(out, plan.segmentLength[segment] * plan.StepSamples());
         if (!running) break;
         const bool known = r.tag >= 0 && r.tag < segments;
         if (r.kind == AnalyzerLink::FrameRead::Segment && known) {

@@ -1,5 +1,6 @@
 #include "sweep_engine.h"
 
+#include "analyzer_link.h"
 #include "os.h"
 
 namespace qor {
@@ -9,14 +10,17 @@ SweepEngine::SweepEngine(Settings* settings, RbwFilter* filter, AnalyzerLink* li
     : settings(settings), filter(filter), link(link), core(core), sweepInfo(sweepInfo), calibration(calibration) {}
 
 SweepEngine::~SweepEngine() {
+    if (stopped_) return;
     running = false;
     exchange.Shut();
     JoinThreads();
+    if (link && !threads_.empty()) link->ReadWhile(nullptr);
 }
 
 void SweepEngine::StartThread(std::function<void()> body) {
     threads_.reserve(2);
     running = true;
+    if (link) link->ReadWhile(&running);
     threads_.push_back(os::StartThread(std::move(body), os::Priority::TimeCritical));
 }
 
@@ -26,6 +30,7 @@ void SweepEngine::Stop() {
     exchange.Shut();
     WakeThreads();
     JoinThreads();
+    if (link) link->ReadWhile(nullptr);
     Rest();
 }
 

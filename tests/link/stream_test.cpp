@@ -64,7 +64,9 @@ TEST_F(StreamTest, AFrameLeftOnStopEndsTorn) {
     link.StartFrames(1, 1);
     Push(Stream(), Frame(5, 1, 100));
     std::atomic<bool> keepReading{false};
-    EXPECT_EQ(Read::Torn, link.ReadFrame(out.data(), 1024, &keepReading).kind);
+    link.ReadWhile(&keepReading);
+    EXPECT_EQ(Read::Torn, link.ReadFrame(out.data(), 1024).kind);
+    link.ReadWhile(nullptr);
     EXPECT_EQ(1024u * 4, Stream().size()) << "no block of it was read";
 }
 
