@@ -185,6 +185,7 @@ bool AnalyzerLink::OpenChannels(int streamIndex, int commandIndex) {
         return false;
     }
     isOpen = true;
+    commandFailed_ = false;
     return true;
 }
 
@@ -270,7 +271,7 @@ void AnalyzerLink::Command(std::initializer_list<uint8_t> payload, uint32_t extr
 
 DWORD AnalyzerLink::ReadReply(void* out, DWORD count) {
     DWORD received = 0;
-    Ft().Read(commandChannel, out, count, &received);
+    if (Ft().Read(commandChannel, out, count, &received) != FT_OK) commandFailed_ = true;
     return std::min(received, count);
 }
 

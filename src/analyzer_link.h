@@ -191,7 +191,10 @@ public:
     void SetIFAttenLow();
     void SetIFAttenHigh();
     // Detector read-out of the LO sweep from `first` to `last` MHz in 3 MHz
-    // steps: 2 bytes per step into `out`; the count received.
+    // steps: 2 bytes per step into `out`; the count received. A reply short of
+    // bytes is the unit's way; a refused read (an unplugged unit) is marked
+    // for CommandChannelFailed.
+    bool CommandChannelFailed() const { return commandFailed_; }
     DWORD ReadSweepTable(int first, int last, uint8_t* out);
     // Holds the unit tuned for the IF output until ReleaseIFOutput.
     void TuneIFOutput(double frequency, double ifOffset, int inputAtten, int outputGain, int band);
@@ -220,6 +223,7 @@ private:
     bool ifOutputOn = false;
     bool voltageReadout = false;
     const std::atomic<bool>* keepReading_ = nullptr;
+    bool commandFailed_ = false;  // a read of the command channel was refused
 
     // FT_Open of both channels, the stream channel with retries; false leaves both closed.
     bool OpenChannels(int streamIndex, int commandIndex);

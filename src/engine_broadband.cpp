@@ -203,6 +203,7 @@ void BroadbandSweepEngine::RunOrsk() {
         link->ReadSweepTable(first, last, tableHigh.get());
         link->SetIFAttenLow();
         link->ReadSweepTable(first, last, tableLow.get());
+        if (link->CommandChannelFailed()) exchange.FailUsb();
         for (int i = 0; i < n && fetched + i < BroadbandPlan::kMaxPoints; ++i) {
             codesHigh[fetched + i] = BigEndianAt(tableHigh.get(), i);
             codesLow[fetched + i] = BigEndianAt(tableLow.get(), i);
@@ -227,6 +228,7 @@ void BroadbandSweepEngine::RunVelm() {
         if (!exchange.AwaitRequest() || !running) break;
         link->ReadSweepTable(sweep.first, sweep.last, tableHigh.get());
         link->ReadSweepTable(sweep.first + 1, sweep.last + 1, tableLow.get());
+        if (link->CommandChannelFailed()) exchange.FailUsb();
         for (int k = 0; k < sweep.points; ++k) {
             levels[k] = BigEndianAt(tableHigh.get(), k) * kVelmDbPerCode + gridCorr[k] + kVelmCodeOffset;
             levelsB[k] = BigEndianAt(tableLow.get(), k) * kVelmDbPerCode + gridCorr[k] + kVelmCodeOffset;

@@ -23,10 +23,10 @@
 // Thread: one, on request, on the exchange's kRequestedDetectorSweeps policy
 // (result_exchange.h): it sleeps until a partial get call asks for a sweep,
 // writes the one trace after each piece and rests again at the end of the
-// sweep. The detector readings carry no status: a short reply leaves the
-// readings of the last sweep in place, so this engine never reports -11; an
-// unplugged unit answers at once and the sweep ends with old readings. Stop:
-// the thread ends after the piece under way; the unit needs no rest.
+// sweep. A reply short of readings leaves the readings of the last sweep in
+// place (the unit's way); a read the driver refuses (an unplugged unit) is
+// marked in the exchange, and every later get returns -11. Stop: the thread
+// ends after the piece under way; the unit needs no rest.
 #ifndef QOR_ENGINE_BROADBAND_H
 #define QOR_ENGINE_BROADBAND_H
 

@@ -57,8 +57,7 @@ qorStatus TraceExchange::Deliver(T* min, T* max, int* start, int* stop, Copy cop
     // Cleared before the start: a sweep that ran to its end in between
     // would otherwise find `idle` cleared again and never be asked for.
     if (partial && policy_.onRequest && idle.exchange(0)) startEvent.Set();
-    const bool errors = policy_.reportsErrors;
-    if (errors && usbError) return qorUsbCommErr;
+    if (usbError) return qorUsbCommErr;
     doneEvent.Wait(partial && narrow ? policy_.narrowPartialWaitMs : os::kInfinite);
     if (shut) return qorNotConfiguredErr;  // the mode was left under the caller
     std::lock_guard<std::mutex> lock(traceLock);
@@ -77,7 +76,7 @@ qorStatus TraceExchange::Deliver(T* min, T* max, int* start, int* stop, Copy cop
         CopyTrace(minTrace.get(), min, length_);
         CopyTrace(MaxTrace(), max, length_);
     }
-    return errors && usbError ? qorUsbCommErr : qorNoError;
+    return usbError ? qorUsbCommErr : qorNoError;
 }
 
 bool TraceExchange::AwaitSignal() {

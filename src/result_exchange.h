@@ -13,8 +13,8 @@
 // - `progress` and `delivered`: an engine that delivers bin by bin moves
 //   `progress` to the end of what it wrote; `delivered` is where the last
 //   caller's copy ended.
-// - `usbError`: set for good by a failed read; every later get call of an
-//   engine that reports errors returns -11 "USB communications error".
+// - `usbError`: set for good by a failed read; every later get call returns
+//   -11 "USB communications error".
 // - Shut (the engine is being stopped): every waiter wakes at once and gets
 //   -6, and no later call waits.
 // traceLock guards the two traces and `progress`'s agreement with them; it
@@ -41,8 +41,6 @@ struct ExchangePolicy {
     // The partial calls report each piece of the trace as it is written,
     // rather than whole sweeps.
     bool binByBin;
-    // A failed read gives -11; engines whose readings carry no status never do.
-    bool reportsErrors;
     // How long the 32-bit partial call waits for something new; with
     // nothing new it returns with `start` equal to 0.
     uint32_t narrowPartialWaitMs;
@@ -51,11 +49,11 @@ struct ExchangePolicy {
 };
 
 // Sweeps measured one after the other, handed out whole (slow, midrange).
-inline constexpr ExchangePolicy kFreeRunningSweeps{false, false, true, os::kInfinite, false};
+inline constexpr ExchangePolicy kFreeRunningSweeps{false, false, os::kInfinite, false};
 // A sweep on request, handed out as its steps are written (fast).
-inline constexpr ExchangePolicy kRequestedBinByBin{true, true, true, 3000, false};
-// A detector sweep on request, handed out whole; no reading fails (broadband).
-inline constexpr ExchangePolicy kRequestedDetectorSweeps{true, false, false, os::kInfinite, true};
+inline constexpr ExchangePolicy kRequestedBinByBin{true, true, 3000, false};
+// A detector sweep on request, handed out whole, one trace for both (broadband).
+inline constexpr ExchangePolicy kRequestedDetectorSweeps{true, false, os::kInfinite, true};
 
 class TraceExchange {
 public:

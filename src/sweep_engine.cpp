@@ -20,7 +20,12 @@ SweepEngine::~SweepEngine() {
 void SweepEngine::StartThread(std::function<void()> body) {
     threads_.reserve(2);
     running = true;
-    if (link) link->ReadWhile(&running);
+    if (link && threads_.empty()) {
+        // Whatever an earlier mode or a fault left on the stream (bytes of a
+        // torn block) would put every block of this one out of step.
+        link->PurgeStream(FT_PURGE_RX | FT_PURGE_TX);
+        link->ReadWhile(&running);
+    }
     threads_.push_back(os::StartThread(std::move(body), os::Priority::TimeCritical));
 }
 

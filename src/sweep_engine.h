@@ -92,6 +92,7 @@ public:
 protected:
     // Sets `running` and starts `body` as an acquisition thread at
     // time-critical priority; Stop joins the threads in the reverse order.
+    // Before the first, the stream channel is purged.
     void StartThread(std::function<void()> body);
     // Sets the engine's own events, so that none of its threads stays asleep.
     virtual void WakeThreads() {}

@@ -29,6 +29,7 @@ namespace simcontrol {
     X(loseFrameHeaders, qorsim_lose_frame_headers)      \
     X(wrongSizeFrames, qorsim_wrong_size_frames)        \
     X(corruptStreamBytes, qorsim_corrupt_stream_bytes)  \
+    X(dropStreamBytes, qorsim_drop_stream_bytes)        \
     X(referencePresent, qorsim_reference_present)       \
     X(unknownFirmware, qorsim_unknown_firmware)         \
     X(ovenWarming, qorsim_oven_warming)                 \
