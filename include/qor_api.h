@@ -159,6 +159,12 @@ QOR_API qorStatus qorConfigCenterSpan(int device, double center, double span);
 QOR_API qorStatus qorConfigLevel(int device, double refLevel);
 /* atten 0..3, gain 0..2, negative = automatic. */
 QOR_API qorStatus qorConfigGainAtten(int device, int atten, int gain, bool preamp);
+/* rbw 0.1 Hz to 6 MHz, vbw 0.1 Hz up to rbw; reject: image rejection (two
+   views of every frequency, the lower reading kept). In hopped sweeps of
+   wide spans, images below 16.1 MHz are removed at RBW 30 kHz and below,
+   only partly (to about -15 dBc) at 100 kHz and not at all at 250 kHz;
+   at RBW 150 to 250 kHz a tone's level depends on where it sits in its
+   200 kHz step by up to about 0.6 dB. */
 QOR_API qorStatus qorConfigSweepCoupling(int device, double rbw, double vbw, bool reject);
 QOR_API qorStatus qorConfigRBWShape(int device, int rbwShape);
 /* 0 log, 1 voltage, 2 power, 3 no video processing. */

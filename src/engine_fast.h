@@ -12,6 +12,20 @@
 // no such partner; a low-band pass ahead of the sweep builds substitute
 // spectra from two shifted views of the high side.
 //
+// What the sweep's arithmetic cannot do better:
+// - Below 16.1 MHz the substitute views come from LOs 100 kHz either side of
+//   the step, so an image lands 200 kHz from where the main view shows it.
+//   At RBW 30 kHz and below both views resolve that and the image goes; at
+//   100 kHz the bin halfway sees it in both views about 3 FFT bins off, where
+//   the 16-point flat top is only about 17 dB down, so images stay at -15 to
+//   -19 dBc; at 250 kHz (no FFT) nothing below 16.1 MHz is removed.
+// - At RBW 150 to 250 kHz a step gives one or a few bins, each corrected for
+//   its own IF offset: a tone reads -0.5 to +0.6 dB by where it sits in its
+//   step (above 210 kHz one power value per step against the roll-off the
+//   corrections average over the step; 160 to 210 kHz a tone spread over
+//   bins each corrected alone). A finer grid would need more than one
+//   spectrum per hop, which the unit's one block per step does not give.
+//
 // Thread: one, on request, on the exchange's kRequestedBinByBin policy
 // (result_exchange.h): it sleeps until a partial get call asks for a sweep,
 // then runs the segments, writes each step's bins into the traces and moves
