@@ -32,10 +32,27 @@ std::string CacheFileName(const std::string& folder, const char* pattern, int32_
     return folder + name;
 }
 
-// Copies the part of [from, from + count) of the received bytes that came.
-void CopyReceived(const uint8_t* received, uint32_t receivedCount, uint32_t from, uint32_t count, uint8_t* dst) {
-    if (receivedCount <= from) return;
-    std::memcpy(dst, received + from, std::min(count, receivedCount - from));
+// Fills the blocks that the cache didn't give whole from the unit or the
+// endpoint. A slot's blocks still hold the unit opened in it before: what
+// this unit has no data for is cleared, so that its cache files don't carry
+// another unit's calibration.
+qorStatus FillMissing(const CalIdentity& identity, bool haveUnit, bool haveTable, uint8_t* unit, uint8_t* table,
+                      AnalyzerLink* link) {
+    const DeviceFamily family(static_cast<int32_t>(identity.deviceType));
+    if (identity.onDeviceCalibration) {
+        // The 12.4 GHz family's bulk answer brings no unit block.
+        if (family.IsOrsk() && !haveUnit) std::memset(unit, 0, CalibrationStore::kUnitBlockBytes);
+        return link && ReadCalBulk(*link, unit, table, family.IsOrsk()) ? qorNoError : qorUsbCommErr;
+    }
+    if (!haveUnit && !(link && ReadCalPage(*link, unit))) return qorUsbCommErr;
+    if (haveTable) return qorNoError;
+    const uint32_t tableBytes = TableFileBytes(identity.deviceType);
+    if (family.Is(DeviceTypeVelm)) {
+        std::memset(table, 0, tableBytes);  // the first model keeps no table data at all
+        return qorNoError;
+    }
+    uint32_t size = 0;
+    return DownloadTableFile(identity.serialNumber, tableBytes, table, &size) ? qorNoError : qorInternetErr;
 }
 
 }  // namespace
@@ -66,30 +83,13 @@ qorStatus FetchCalibration(CalibrationStore& store, const CalIdentity& identity,
     const std::string unitFile = CacheFileName(folder, "%08d.qmi", identity.serialNumber);
     const std::string tableFile = CacheFileName(folder, "D%08d.bin", identity.serialNumber);
 
-    // A short file still counts: the rest of its block keeps what it held.
-    std::size_t got = 0;
-    const bool haveUnit = folders::ReadFile(unitFile, unit, CalibrationStore::kUnitFileBytes, &got);
-    const bool haveTable = folders::ReadFile(tableFile, table, tableBytes, &got);
+    // A file of another length was cut short or isn't ours: it counts as missing.
+    const bool haveUnit = folders::ReadExactFile(unitFile, unit, CalibrationStore::kUnitFileBytes);
+    const bool haveTable = folders::ReadExactFile(tableFile, table, tableBytes);
 
     if (!haveUnit || !haveTable) {
-        // A slot's blocks still hold the unit opened in it before: what this
-        // unit has no data for is cleared, so that its cache files don't
-        // carry another unit's calibration.
-        if (identity.onDeviceCalibration) {
-            // The 12.4 GHz family's bulk answer brings no unit block.
-            if (family.IsOrsk() && !haveUnit) std::memset(unit, 0, CalibrationStore::kUnitBlockBytes);
-            if (link) ReadCalBulk(*link, unit, table, family.IsOrsk());
-        } else {
-            if (!haveUnit && link) ReadCalPage(*link, unit);
-            if (!haveTable) {
-                if (family.Is(DeviceTypeVelm)) {
-                    std::memset(table, 0, tableBytes);  // the first model keeps no table data at all
-                } else {
-                    uint32_t size = 0;
-                    if (!DownloadTableFile(identity.serialNumber, table, &size)) return qorInternetErr;
-                }
-            }
-        }
+        const qorStatus filled = FillMissing(identity, haveUnit, haveTable, unit, table, link);
+        if (filled != qorNoError) return filled;
         // The cache is only a cache: a folder that refuses the files leaves
         // the calibration in the blocks usable.
         folders::WriteFileAtomic(unitFile, unit, CalibrationStore::kUnitFileBytes);
@@ -99,21 +99,24 @@ qorStatus FetchCalibration(CalibrationStore& store, const CalIdentity& identity,
     return qorNoError;
 }
 
-void ReadCalPage(AnalyzerLink& link, uint8_t* unitBlock) {
+bool ReadCalPage(AnalyzerLink& link, uint8_t* unitBlock) {
     constexpr int kBytes = CalibrationStore::kUnitBlockBytes;
     // The two passes start from different fillings, so that a group that
-    // neither received shows as a mismatch.
+    // neither received whole shows as a mismatch: groups that match came
+    // whole at least once.
     std::vector<uint8_t> first(kBytes, 0x7F);
     for (int address = 0; address < kBytes; address += kPageGroup) link.ReadCalPage(address, &first[address]);
     std::memset(unitBlock, 0x80, kBytes);
     for (int address = 0; address < kBytes; address += kPageGroup) link.ReadCalPage(address, unitBlock + address);
     for (int address = 0; address < kBytes; address += kPageGroup) {
-        if (std::memcmp(&first[address], unitBlock + address, kPageGroup) != 0)
-            link.ReadCalPage(address, unitBlock + address, kRepairPauseMs);
+        if (std::memcmp(&first[address], unitBlock + address, kPageGroup) != 0 &&
+            link.ReadCalPage(address, unitBlock + address, kRepairPauseMs) < static_cast<DWORD>(kPageGroup))
+            return false;
     }
+    return true;
 }
 
-void ReadCalBulk(AnalyzerLink& link, uint8_t* unitBlock, uint8_t* tableBlock, bool isOrsk) {
+bool ReadCalBulk(AnalyzerLink& link, uint8_t* unitBlock, uint8_t* tableBlock, bool isOrsk) {
     std::vector<uint8_t> received(CalibrationStore::kTableBlockBytes);
     const uint32_t expected = isOrsk ? kOrskBulkBytes : kVelmBulkBytes;
     link.ReadCalBulk(isOrsk);
@@ -123,13 +126,15 @@ void ReadCalBulk(AnalyzerLink& link, uint8_t* unitBlock, uint8_t* tableBlock, bo
         if (n == 0) break;
         count += n;
     }
+    if (count < expected) return false;
+    const uint8_t* payload = received.data() + kBulkDropped;
     if (isOrsk) {
-        CopyReceived(received.data(), count, kBulkDropped, kOrskBulkTable, tableBlock);
+        std::memcpy(tableBlock, payload, kOrskBulkTable);
     } else {
-        CopyReceived(received.data(), count, kBulkDropped, CalibrationStore::kUnitBlockBytes, unitBlock);
-        CopyReceived(received.data(), count, kBulkDropped + CalibrationStore::kUnitBlockBytes, kVelmBulkTable,
-                     tableBlock);
+        std::memcpy(unitBlock, payload, CalibrationStore::kUnitBlockBytes);
+        std::memcpy(tableBlock, payload + CalibrationStore::kUnitBlockBytes, kVelmBulkTable);
     }
+    return true;
 }
 
 }  // namespace qor

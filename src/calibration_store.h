@@ -5,8 +5,11 @@
 // The cache files in the calibration folder, by the unit's decimal serial:
 // "%08d.qmi" holds the first 3128 bytes of the unit block, "D%08d.bin" the
 // first 458624 (4.4 GHz family) or 571616 (12.4 GHz family) bytes of the
-// table block. Once written, a cache file is trusted; deleting it sends the
-// next open back to the unit or the network.
+// table block. A cache file is trusted only at its exact length: one of any
+// other length (cut short by a crash or a full disk) counts as missing, and
+// is fetched again and rewritten whole. Files are replaced atomically, and
+// nothing is written from a read or a download that came short. Deleting a
+// file sends the next open back to the unit or the network.
 #ifndef QOR_CALIBRATION_STORE_H
 #define QOR_CALIBRATION_STORE_H
 
@@ -45,21 +48,22 @@ uint32_t TableFileBytes(uint32_t deviceType);
 
 // Gathers the unit's calibration from the cache, else the unit, else the
 // download endpoint; refreshes the cache files and loads the corrections.
-// 0, or qorInternetErr (-12) when the table file can't be downloaded: then
+// 0; qorUsbCommErr (-11) when a read from the unit came short, and
+// qorInternetErr (-12) when the whole table file can't be downloaded: then
 // nothing is written and the corrections aren't loaded. A null link stands
 // for a unit that answers nothing.
 qorStatus FetchCalibration(CalibrationStore& store, const CalIdentity& identity, AnalyzerLink* link);
 
 // The unit block from the unit's calibration memory, 4 bytes a command, read
 // twice; a group whose passes differ is read a third time and kept as it
-// comes. About 2048 commands.
-void ReadCalPage(AnalyzerLink& link, uint8_t* unitBlock);
+// comes. About 2048 commands. False when a third read came back short: the
+// block is then incomplete.
+[[nodiscard]] bool ReadCalPage(AnalyzerLink& link, uint8_t* unitBlock);
 
 // The calibration in one piece on the stream channel. 4.4 GHz family: the
 // unit block and 0x70000 bytes of table block; 12.4 GHz family: 0x8D000
-// bytes of table block. A short answer leaves the rest of the blocks as
-// they were.
-void ReadCalBulk(AnalyzerLink& link, uint8_t* unitBlock, uint8_t* tableBlock, bool isOrsk);
+// bytes of table block. False when fewer bytes came than asked for.
+[[nodiscard]] bool ReadCalBulk(AnalyzerLink& link, uint8_t* unitBlock, uint8_t* tableBlock, bool isOrsk);
 
 }  // namespace qor
 

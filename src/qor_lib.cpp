@@ -61,11 +61,12 @@ std::string TableFileUrl(int32_t serial) {
     return CalDownloadBase() + "/custdata/P" + eight.substr(0, 4) + "/D" + eight + ".bin";
 }
 
-bool DownloadTableFile(int32_t serial, uint8_t* destination, uint32_t* sizeOut) {
-    return DownloadInto(TableFileUrl(serial), kDownloadTimeouts, destination, sizeOut);
+bool DownloadTableFile(int32_t serial, uint32_t tableBytes, uint8_t* destination, uint32_t* sizeOut) {
+    return DownloadInto(TableFileUrl(serial), kDownloadTimeouts, tableBytes, destination, sizeOut);
 }
 
-bool DownloadInto(const std::string& url, http::Timeouts timeouts, uint8_t* destination, uint32_t* sizeOut) {
+bool DownloadInto(const std::string& url, http::Timeouts timeouts, uint32_t least, uint8_t* destination,
+                  uint32_t* sizeOut) {
     *sizeOut = 0;
     http::Get get;
     if (!get.Open(url, kAgent, timeouts)) return false;
@@ -76,8 +77,7 @@ bool DownloadInto(const std::string& url, http::Timeouts timeouts, uint8_t* dest
         if (count != kReadPiece || size >= kDownloadCapacity) break;
     }
     *sizeOut = size;
-    // The HTTP status isn't looked at: an error page is told by its size.
-    return size >= kDownloadMinimum && !get.Failed();
+    return size >= least && !get.Failed();
 }
 
 }  // namespace qor

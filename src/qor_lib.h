@@ -10,10 +10,8 @@
 
 namespace qor {
 
-// Largest body that a download takes, and the least that counts as a file
-// rather than an error page.
+// Largest body that a download takes.
 constexpr uint32_t kDownloadCapacity = 768000;
-constexpr uint32_t kDownloadMinimum = 400000;
 
 // Stores the calibration folder of every later open; null or empty goes
 // back to the default folder. The text is a plain prefix of the file names:
@@ -33,14 +31,17 @@ std::string CalDownloadBase();
 std::string TableFileUrl(int32_t serial);
 
 // Downloads a unit's table file into `destination` (kDownloadCapacity
-// bytes). True when at least kDownloadMinimum bytes came; *sizeOut is the
-// count received.
-bool DownloadTableFile(int32_t serial, uint8_t* destination, uint32_t* sizeOut);
+// bytes). True when at least `tableBytes`, the whole table of the unit's
+// family, came: anything shorter is an error page or a file cut off.
+// *sizeOut is the count received.
+bool DownloadTableFile(int32_t serial, uint32_t tableBytes, uint8_t* destination, uint32_t* sizeOut);
 
 // The download loop on any address and time-outs: 1024 bytes a read until
-// a short read or the capacity. A transfer that broke off fails, whatever
-// it delivered.
-bool DownloadInto(const std::string& url, http::Timeouts timeouts, uint8_t* destination, uint32_t* sizeOut);
+// a short read or the capacity. True when at least `least` bytes came; a
+// transfer that broke off fails, whatever it delivered. The HTTP status
+// isn't looked at: an error page is told by its size.
+bool DownloadInto(const std::string& url, http::Timeouts timeouts, uint32_t least, uint8_t* destination,
+                  uint32_t* sizeOut);
 
 }  // namespace qor
 

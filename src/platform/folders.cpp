@@ -67,15 +67,14 @@ bool MakeFolders(const std::string& path) {
     return IsFolder(path);
 }
 
-bool ReadFile(const std::string& path, void* dst, std::size_t capacity, std::size_t* got) {
-    *got = 0;
+bool ReadExactFile(const std::string& path, void* dst, std::size_t size) {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
     struct stat info;
-    const bool regular = fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
-    if (regular) *got = ReadAll(fd, static_cast<char*>(dst), capacity);
+    const bool fits = fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && static_cast<std::size_t>(info.st_size) == size;
+    const bool read = fits && ReadAll(fd, static_cast<char*>(dst), size) == size;
     close(fd);
-    return regular;
+    return read;
 }
 
 bool WriteFileAtomic(const std::string& path, const void* data, std::size_t size) {

@@ -1,6 +1,6 @@
 // The file system as the calibration cache needs it: the user's data
-// folder, folders made on demand, whole-file reads, and writes that either
-// land complete under their name or leave nothing behind.
+// folder, folders made on demand, reads of files of a known length, and
+// writes that either land complete under their name or leave nothing behind.
 #ifndef QOR_PLATFORM_FOLDERS_H
 #define QOR_PLATFORM_FOLDERS_H
 
@@ -17,10 +17,11 @@ std::string DataHome();
 // Creates the folder and any missing parents; true when it exists afterwards.
 bool MakeFolders(const std::string& path);
 
-// Reads at most `capacity` bytes of a regular file into dst and gives the
-// count in *got. False, with nothing read, when the path names no readable
-// regular file (missing, a folder, no permission).
-bool ReadFile(const std::string& path, void* dst, std::size_t capacity, std::size_t* got);
+// Reads a regular file of exactly `size` bytes into dst. False when the
+// path names no readable regular file (missing, a folder, no permission),
+// or one of another length, which is left unread; false too when the read
+// stops short.
+bool ReadExactFile(const std::string& path, void* dst, std::size_t size);
 
 // Writes `size` bytes under a temporary name beside `path`, then renames it
 // over `path`. On any failure the temporary file is removed and `path` keeps

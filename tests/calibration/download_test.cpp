@@ -15,6 +15,8 @@ using caltest::PatternBody;
 using Reply = LoopbackHttpServer::Reply;
 
 constexpr const char* kPath42 = "/custdata/P0000/D00000042.bin";
+// The least that counts: the 12.4 GHz family's whole table.
+constexpr uint32_t kTable = 571616;
 // Short enough to keep the suite quick, long enough that a loaded machine
 // (sanitizers, parallel tests) does not stall a healthy transfer past them.
 constexpr qor::http::Timeouts kShort{1500, 1000};
@@ -28,7 +30,7 @@ protected:
     // behind the capacity.
     bool Fetch(const std::string& path, uint32_t* size) {
         destination.assign(qor::kDownloadCapacity + kGuard, 0xEE);
-        return qor::DownloadInto(server.BaseUrl() + path, kShort, destination.data(), size);
+        return qor::DownloadInto(server.BaseUrl() + path, kShort, kTable, destination.data(), size);
     }
     bool GuardIntact() const {
         for (std::size_t i = qor::kDownloadCapacity; i < destination.size(); ++i)
@@ -47,7 +49,7 @@ TEST_F(DownloadTest, Serial42AsksForItsEightDigitPathWithTheAgentAndNoCache) {
     server.Serve(kPath42, reply);
     std::vector<uint8_t> block(qor::kDownloadCapacity);
     uint32_t size = 0;
-    ASSERT_TRUE(qor::DownloadTableFile(42, block.data(), &size));
+    ASSERT_TRUE(qor::DownloadTableFile(42, kTable, block.data(), &size));
     EXPECT_EQ(size, 571616u);
     EXPECT_TRUE(std::equal(reply.body.begin(), reply.body.end(), block.begin()));
     const auto requests = server.Requests();
@@ -66,9 +68,9 @@ TEST_F(DownloadTest, SizeDecidesSuccessAndTheCapStopsTheLoop) {
         uint32_t size;
     };
     const Row rows[] = {
-        {399999, 200, false, 399999}, {400000, 200, true, 400000}, {409600, 200, true, 409600},
+        {571615, 200, false, 571615}, {571616, 200, true, 571616}, {573440, 200, true, 573440},
         {768000, 200, true, 768000},  {800000, 200, true, 768000}, {0, 200, false, 0},
-        {450000, 404, true, 450000},  // the status isn't looked at, only the size
+        {600000, 404, true, 600000},  // the status isn't looked at, only the size
     };
     for (const Row& row : rows) {
         Reply reply;
@@ -89,7 +91,7 @@ TEST_F(DownloadTest, SizeDecidesSuccessAndTheCapStopsTheLoop) {
 TEST_F(DownloadTest, SmallPiecesAreJoinedIntoFullReads) {
     for (std::size_t piece : {7u, 1000u, 1025u, 4099u}) {
         Reply reply;
-        reply.body = PatternBody(420000 + piece);
+        reply.body = PatternBody(kTable + piece);
         reply.piece = piece;
         reply.pauseMs = piece > 4096 ? 1 : 0;
         server.Serve("/p", reply);
@@ -111,7 +113,7 @@ TEST_F(DownloadTest, DeadSilentOrBrokenServersFailWithinTheTimeouts) {
     uint32_t size = 0;
     std::vector<uint8_t> block(qor::kDownloadCapacity);
     const std::string dead = caltest::DeadBaseUrl();
-    EXPECT_FALSE(timed([&] { return qor::DownloadInto(dead + "/f", kShort, block.data(), &size); }));
+    EXPECT_FALSE(timed([&] { return qor::DownloadInto(dead + "/f", kShort, kTable, block.data(), &size); }));
 
     Reply silentHead;
     silentHead.silentBeforeAnswer = true;
@@ -120,16 +122,16 @@ TEST_F(DownloadTest, DeadSilentOrBrokenServersFailWithinTheTimeouts) {
 
     Reply silentBody;
     silentBody.body = PatternBody(600000);
-    silentBody.silentAfter = 500000;
+    silentBody.silentAfter = 580000;  // more than the least: only the break fails it
     server.Serve("/silent-body", silentBody);
     EXPECT_FALSE(timed([&] { return Fetch("/silent-body", &size); }));
 
     Reply reset;
     reset.body = PatternBody(600000);
-    reset.resetAfter = 450000;
+    reset.resetAfter = 580000;
     server.Serve("/reset", reset);
     EXPECT_FALSE(timed([&] { return Fetch("/reset", &size); }));
-    EXPECT_LE(size, 450000u);
+    EXPECT_LE(size, 580000u);
 }
 
 }  // namespace
@@ -142,10 +144,11 @@ TEST(FileDownload, AFileAddressServesAsAnEndpoint) {
     caltest::WriteWhole(root.Path() / "D.bin", body);
     std::vector<uint8_t> block(qor::kDownloadCapacity);
     uint32_t size = 0;
-    ASSERT_TRUE(qor::DownloadInto("file://" + (root.Path() / "D.bin").string(), kShort, block.data(), &size));
+    ASSERT_TRUE(qor::DownloadInto("file://" + (root.Path() / "D.bin").string(), kShort, 458624, block.data(), &size));
     EXPECT_EQ(size, body.size());
     EXPECT_TRUE(std::equal(body.begin(), body.end(), block.begin()));
-    EXPECT_FALSE(qor::DownloadInto("file://" + (root.Path() / "none.bin").string(), kShort, block.data(), &size));
+    EXPECT_FALSE(
+        qor::DownloadInto("file://" + (root.Path() / "none.bin").string(), kShort, 0, block.data(), &size));
 }
 
 }  // namespace

@@ -1,17 +1,19 @@
 // FetchCalibration's choice of source and its cache files, with the
-// download endpoint on loopback. A null link stands for a unit that answers
-// nothing; the reads from the unit itself are tested in cal_reads_test.
+// download endpoint on loopback. The unit on the scripted bus answers only
+// what a test scripts; the reads from the unit are tested in cal_reads_test.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <unistd.h>
 
+#include "../link/link_fixture.h"
 #include "cal_folder.h"
 #include "calibration_store.h"
 #include "corrections_orsk.h"
 #include "loopback_http_server.h"
 #include "qor_api.h"
 #include "qor_lib.h"
+#include "unit_script.h"
 
 namespace {
 
@@ -34,7 +36,15 @@ std::vector<uint8_t> UnitBytes() {
     return unit;
 }
 
-class FetchTest : public ::testing::Test, protected caltest::CalibrationPlace {
+// The bulk answer of a 4.4 GHz unit that carries the unit block above.
+std::vector<uint8_t> UnitBulk() {
+    std::vector<uint8_t> bulk = PatternBody(0x72000 + 4);
+    const std::vector<uint8_t> unit = UnitBytes();
+    std::copy(unit.begin(), unit.end(), bulk.begin() + 4);
+    return bulk;
+}
+
+class FetchTest : public qor::test::LinkTest, protected caltest::CalibrationPlace {
 protected:
     void ServeTable(std::size_t size) {
         LoopbackHttpServer::Reply reply;
@@ -42,7 +52,7 @@ protected:
         server.Serve(kTablePath, reply);
     }
     int Fetch(uint32_t type, bool onDevice = false) {
-        return qor::FetchCalibration(store, {kSerial, type, onDevice}, nullptr);
+        return qor::FetchCalibration(store, {kSerial, type, onDevice}, &link);
     }
     qor::CalibrationStore store;
 };
@@ -60,85 +70,111 @@ TEST_F(FetchTest, MissingTableIsDownloadedAndBothFilesRewritten) {
     EXPECT_DOUBLE_EQ(store.corr->timebaseFactor, 1.0 + 250e-9);  // Load ran on the cached unit block
 }
 
-TEST_F(FetchTest, FailedDownloadLeavesNoFileAndTheNextOpenRetries) {
-    ASSERT_EQ(Fetch(4), qorInternetErr);  // the endpoint answers 404 with a short page
-    EXPECT_TRUE(caltest::Entries(folder).empty());
-    ServeTable(399999);
-    ASSERT_EQ(Fetch(4), qorInternetErr);
-    EXPECT_TRUE(caltest::Entries(folder).empty());
+// A download that fails or brings less than the family's whole table writes
+// nothing and loads no corrections (Load would set the timebase from the
+// unit block, or send a 12.4 GHz unit its oven trim); the next open asks again.
+TEST_F(FetchTest, ShortOrFailedDownloadsWriteNothingAndTheNextOpenAsksAgain) {
+    WriteWhole(File(kUnitName), UnitBytes());
+    EXPECT_EQ(Fetch(4), qorInternetErr);  // the endpoint answers 404 with a short page
+    struct Row {
+        uint32_t type;
+        std::size_t served;
+    };
+    for (const Row& row : {Row{4, 399999}, Row{4, 400000}, Row{4, 571615}, Row{2, 400000}, Row{2, 458623}}) {
+        SCOPED_TRACE(row.served);
+        ServeTable(row.served);
+        EXPECT_EQ(Fetch(row.type), qorInternetErr);
+        EXPECT_EQ(caltest::Entries(folder), std::set<std::string>{kUnitName});
+        EXPECT_EQ(ReadWhole(File(kUnitName)), UnitBytes());
+        EXPECT_EQ(store.corr->timebaseFactor, 1.0);
+        EXPECT_TRUE(bus.writes.empty());
+    }
     ServeTable(571616 + 100);
     ASSERT_EQ(Fetch(4), 0);
-    EXPECT_EQ(server.Requests().size(), 3u);
-    EXPECT_EQ(ReadWhole(File(kTableName)).size(), 571616u);
-    EXPECT_EQ(ReadWhole(File(kUnitName)).size(), 3128u);
+    EXPECT_EQ(server.Requests().size(), 7u);
+    EXPECT_EQ(ReadWhole(File(kTableName)), PatternBody(571616));
+    EXPECT_EQ(ReadWhole(File(kUnitName)), UnitBytes());
     EXPECT_NE(dynamic_cast<qor::CorrectionsOrsk*>(store.corr.get()), nullptr);
+}
+
+// A table file cut short, or of the other family's length, counts as
+// missing: it is downloaded again and replaced whole. A whole one is trusted.
+TEST_F(FetchTest, ATableFileOfAnotherLengthIsDownloadedAgain) {
+    struct Row {
+        uint32_t type;
+        std::size_t whole, other;
+    };
+    std::size_t requests = 0;
+    for (const Row& row : {Row{2, 458624, 571616}, Row{4, 571616, 458624}}) {
+        ServeTable(row.whole);
+        WriteWhole(File(kUnitName), UnitBytes());
+        for (const std::size_t length : std::vector<std::size_t>{0, 100, 1000, 100000, row.other}) {
+            SCOPED_TRACE(testing::Message() << "type " << row.type << ", " << length << " bytes");
+            WriteWhole(File(kTableName), std::vector<uint8_t>(length, 0x11));
+            ASSERT_EQ(Fetch(row.type), 0);
+            EXPECT_EQ(server.Requests().size(), ++requests);
+            EXPECT_EQ(ReadWhole(File(kTableName)), PatternBody(row.whole));
+            EXPECT_EQ(ReadWhole(File(kUnitName)), UnitBytes());
+            EXPECT_EQ(caltest::Entries(folder), (std::set<std::string>{kUnitName, kTableName}));
+        }
+        ASSERT_EQ(Fetch(row.type), 0);
+        EXPECT_EQ(server.Requests().size(), requests);
+    }
 }
 
 // The blocks of a slot still hold the unit opened in it before.
 TEST_F(FetchTest, FirstModelDownloadsNothingAndCachesAZeroTable) {
+    WriteWhole(File(kUnitName), UnitBytes());
     std::fill(store.tableBlock.get(), store.tableBlock.get() + 768000, 0xAB);
     ASSERT_EQ(Fetch(1), 0);
     EXPECT_TRUE(server.Requests().empty());
     EXPECT_EQ(ReadWhole(File(kTableName)), std::vector<uint8_t>(458624, 0));
-    EXPECT_EQ(ReadWhole(File(kUnitName)).size(), 3128u);
+    EXPECT_EQ(ReadWhole(File(kUnitName)), UnitBytes());
 }
 
-TEST_F(FetchTest, UnitsWithCalibrationOnBoardNeverDownload) {
-    std::fill(store.unitBlock.get(), store.unitBlock.get() + 4096, 0xAB);
-    ASSERT_EQ(Fetch(4, true), 0);
-    EXPECT_TRUE(server.Requests().empty());
-    EXPECT_EQ(caltest::Entries(folder), (std::set<std::string>{kUnitName, kTableName}));
-    EXPECT_EQ(ReadWhole(File(kUnitName)), std::vector<uint8_t>(3128, 0)) << "this family's bulk has no unit block";
-}
-
-TEST_F(FetchTest, CachedFilesAreTrustedAsTheyAreEvenWhenShort) {
+TEST_F(FetchTest, AFolderInPlaceOfATableFileCountsAsMissing) {
     WriteWhole(File(kUnitName), UnitBytes());
-    WriteWhole(File(kTableName), std::vector<uint8_t>(1000, 0x11));
-    std::fill(store.tableBlock.get(), store.tableBlock.get() + 768000, 0xAB);
+    fs::create_directory(File(kTableName));
+    ServeTable(458624);
     ASSERT_EQ(Fetch(2), 0);
-    EXPECT_TRUE(server.Requests().empty());
-    EXPECT_EQ(ReadWhole(File(kTableName)).size(), 1000u);  // not rewritten
-    EXPECT_EQ(store.tableBlock[999], 0x11);
-    EXPECT_EQ(store.tableBlock[1000], 0xAB);  // the rest keeps what it held
-    EXPECT_DOUBLE_EQ(store.corr->timebaseFactor, 1.0 + 250e-9);
-}
-
-TEST_F(FetchTest, AFolderInPlaceOfAUnitFileCountsAsMissing) {
-    fs::create_directory(File(kUnitName));
-    WriteWhole(File(kTableName), PatternBody(458624));
-    ASSERT_EQ(Fetch(2), 0);
-    EXPECT_TRUE(server.Requests().empty());
-    EXPECT_TRUE(fs::is_directory(File(kUnitName)));
+    EXPECT_EQ(server.Requests().size(), 1u);
+    EXPECT_TRUE(fs::is_directory(File(kTableName)));
     EXPECT_EQ(caltest::Entries(folder), (std::set<std::string>{kUnitName, kTableName}));  // no temporary left
 }
 
+// The calibration comes from the unit's bulk, which a folder that isn't
+// there can't keep.
 TEST_F(FetchTest, AMissingFolderStillGivesUsableCalibration) {
-    ServeTable(458624);
-    qor::SetCalFilePath((folder.Path().string() + "/missing/").c_str());
-    ASSERT_EQ(Fetch(2), 0);
-    EXPECT_FALSE(fs::exists(folder.Path() / "missing"));  // a set path is never created
-    EXPECT_TRUE(store.corr);
-
-    WriteWhole(File("file"), {1});
-    qor::SetCalFilePath((folder.Path().string() + "/file/").c_str());
-    ASSERT_EQ(Fetch(2), 0);
-    EXPECT_EQ(server.Requests().size(), 2u);
+    for (const char* path : {"/missing/", "/file/"}) {
+        SCOPED_TRACE(path);
+        WriteWhole(File("file"), {1});
+        qor::SetCalFilePath((folder.Path().string() + path).c_str());
+        bus.Expect(caltest::BulkCommand(false), {}, UnitBulk());
+        ASSERT_EQ(Fetch(2, true), 0);
+        EXPECT_TRUE(bus.ScriptDone());
+        EXPECT_DOUBLE_EQ(store.corr->timebaseFactor, 1.0 + 250e-9);
+    }
+    EXPECT_EQ(caltest::Entries(folder), std::set<std::string>{"file"});  // a set path is never created
 }
 
 TEST_F(FetchTest, AReadOnlyFolderStillGivesUsableCalibration) {
     if (geteuid() == 0) GTEST_SKIP() << "running as root: a read-only folder is still writable";
+    WriteWhole(File(kUnitName), UnitBytes());
     ServeTable(458624);
     fs::permissions(folder.Path(), fs::perms::owner_read | fs::perms::owner_exec);
     EXPECT_EQ(Fetch(2), 0);
-    EXPECT_TRUE(caltest::Entries(folder).empty());
+    EXPECT_EQ(caltest::Entries(folder), std::set<std::string>{kUnitName});
+    EXPECT_DOUBLE_EQ(store.corr->timebaseFactor, 1.0 + 250e-9);
     fs::permissions(folder.Path(), fs::perms::owner_all);
 }
 
 TEST_F(FetchTest, PathIsAPlainPrefix) {
+    WriteWhole(File("cal00000042.qmi"), UnitBytes());
     ServeTable(458624);
     qor::SetCalFilePath((folder.Path().string() + "/cal").c_str());
     ASSERT_EQ(Fetch(2), 0);
     EXPECT_EQ(caltest::Entries(folder), (std::set<std::string>{"cal00000042.qmi", "calD00000042.bin"}));
+    EXPECT_DOUBLE_EQ(store.corr->timebaseFactor, 1.0 + 250e-9);  // the unit file was read under the prefix
 }
 
 TEST_F(FetchTest, DefaultFolderLiesUnderTheDataHome) {

@@ -1,13 +1,17 @@
 // Units of all four types open through the C API with their calibration from
 // each of its three sources: the unit itself, the download endpoint (a
 // loopback server serving the files that the virtual instrument wrote) and,
-// at the next open, the cache files; and an open with none of them fails cleanly.
+// at the next open, the cache files; an open with none of them, or unplugged
+// while the unit is read, fails cleanly and caches nothing.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <thread>
 #include <vector>
 
 #include "e2e_bench.h"
@@ -29,11 +33,12 @@ constexpr Unit kOnBoard[] = {{51000001, 1, true}, {51000002, 2, true}, {51000004
 constexpr Unit kPageOnly = {51000011, 1, false};
 constexpr Unit kDownload[] = {{51000012, 2, false}, {51000013, 3, false}, {51000014, 4, false}};
 constexpr Unit kNowhere = {51000022, 2, false};
+constexpr e2e::Tone kTone = {1.0e9, -30.0};  // at every unit's input
 
 std::string Bench() {
     std::vector<e2e::BenchUnit> units;
     auto add = [&](const Unit& u) {
-        units.push_back({static_cast<unsigned>(u.serial), u.type, {}, NAN, u.onDevice, 28.0});
+        units.push_back({static_cast<unsigned>(u.serial), u.type, {kTone}, NAN, u.onDevice, 28.0});
     };
     for (const Unit& u : kOnBoard) add(u);
     add(kPageOnly);
@@ -168,6 +173,42 @@ TEST_F(CalibrationSources, NoTableFileAnywhereFailsTheOpenAndFreesTheUnit) {
     Publish(kNowhere);
     OpenAndClose(kNowhere);  // the next open tries again
     ExpectCacheFilesOf(kNowhere, true);
+}
+
+// A unit block half read would read every level wrong for ever: an unplug
+// while the unit's calibration memory is read fails the open with -11 and
+// caches nothing. Plugged in again, the unit opens and measures right.
+TEST_F(CalibrationSources, UnpluggedDuringTheUnitReadFailsTheOpenAndCachesNothing) {
+    const Unit& u = kDownload[0];
+    Publish(u);
+    sim->clearCommandLog(u.serial);
+    std::atomic<bool> returned{false};
+    qorStatus opened = qorUnknownErr;
+    std::thread open([&] {
+        int device = -1;
+        opened = qorOpenDeviceBySerialNumber(&device, u.serial);
+        returned = true;
+    });
+    // Pulled out at the first of its 2048 page reads, well before the last.
+    while (!returned && e2e::CountCommands(u.serial, 'E', 0xFF) == 0)
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    ASSERT_EQ(sim->unplug(u.serial, 0.0), 0);
+    open.join();
+    EXPECT_EQ(opened, qorUsbCommErr);
+    EXPECT_FALSE(fs::exists(cache.Path() / (Eight(u.serial) + ".qmi")));
+    EXPECT_FALSE(fs::exists(cache.Path() / ("D" + Eight(u.serial) + ".bin")));
+    EXPECT_EQ(Requests(u), 0) << "no download after a failed read";
+
+    ASSERT_EQ(sim->replug(u.serial), 0);
+    int device = -1;
+    ASSERT_EQ(qorOpenDeviceBySerialNumber(&device, u.serial), qorNoError);
+    e2e::Sweep sweep;
+    sweep.center = kTone.frequency;
+    const e2e::Trace trace = e2e::Measure(device, sweep);
+    EXPECT_EQ(trace.get, qorNoError);
+    e2e::ExpectTones(trace, {kTone}, 0.5, 2 * sweep.rbw);
+    EXPECT_EQ(qorCloseDevice(device), qorNoError);
+    ExpectCacheFilesOf(u, true);
 }
 
 }  // namespace
