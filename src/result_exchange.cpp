@@ -56,7 +56,15 @@ qorStatus TraceExchange::Deliver(T* min, T* max, int* start, int* stop, Copy cop
     const bool partial = copy != Copy::WholeSweep;
     // Cleared before the start: a sweep that ran to its end in between
     // would otherwise find `idle` cleared again and never be asked for.
-    if (partial && policy_.onRequest && idle.exchange(0)) startEvent.Set();
+    if (partial && policy_.onRequest && idle.exchange(0)) {
+        {
+            // The new sweep has delivered nothing yet: a signal the last one
+            // left pending must not pass its trace off as the new one's.
+            std::lock_guard<std::mutex> lock(traceLock);
+            progress = 0;
+        }
+        startEvent.Set();
+    }
     if (usbError) return qorUsbCommErr;
     doneEvent.Wait(partial && narrow ? policy_.narrowPartialWaitMs : os::kInfinite);
     if (shut) return qorNotConfiguredErr;  // the mode was left under the caller
@@ -69,8 +77,10 @@ qorStatus TraceExchange::Deliver(T* min, T* max, int* start, int* stop, Copy cop
         *start = newStart;
         *stop = newStop;
     } else {
+        // A sweep on request stands once it has finished; a free-running
+        // engine's latest trace always stands.
         *start = 0;
-        *stop = length_;
+        *stop = partial && policy_.onRequest ? progress.load() : length_;
     }
     if (copy != Copy::OnceWhole || *stop >= length_) {
         CopyTrace(minTrace.get(), min, length_);
@@ -90,6 +100,10 @@ bool TraceExchange::AwaitRequest() {
 }
 
 void TraceExchange::FinishSweep() {
+    {
+        std::lock_guard<std::mutex> lock(traceLock);
+        progress = length_;
+    }
     idle = 1;
     doneEvent.Set();
 }

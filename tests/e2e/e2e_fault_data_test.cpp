@@ -1,5 +1,5 @@
 // Faults never pass as data: bytes lost from the stream do not leave the next
-// mode out of step.
+// mode out of step, and a sweep asked for after an unplug is no old one.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -41,6 +41,23 @@ TEST_F(FaultData, DroppedBytesDoNotOutliveTheirMode) {
     const e2e::Trace trace = e2e::Measure(device, sweep, 2);
     ASSERT_EQ(trace.get, qorNoError);
     EXPECT_NEAR(trace.LevelNear(kTone, 200e3), kLevel, 0.5) << "the new mode's blocks are in step";
+}
+
+// A unit pulled out between two hopped sweeps: the next get does not hand
+// back the sweep before as new, with status 0; it says -11.
+TEST_F(FaultData, AfterAnUnplugThePreviousSweepIsNotHandedBack) {
+    const int device = devices_.at(kVelmB);
+    ASSERT_GE(e2e::Initiate(device, e2e::Between(400e6, 600e6, 100e3)), 0);
+    int length = 0;
+    double start = 0.0, bin = 0.0;
+    qorQuerySweepInfo(device, &length, &start, &bin);
+    std::vector<float> min(static_cast<std::size_t>(length)), max(min.size());
+    for (int k = 0; k < 5; ++k) ASSERT_EQ(qorGetSweep_32f(device, min.data(), max.data()), qorNoError);
+    e2e::TheSim()->unplug(kVelmB, 0.0);
+    EXPECT_EQ(qorGetSweep_32f(device, min.data(), max.data()), qorUsbCommErr);
+    EXPECT_EQ(qorCloseDevice(device), qorNoError);
+    e2e::TheSim()->replug(kVelmB);
+    devices_[kVelmB] = e2e::Open(kVelmB);
 }
 
 }  // namespace
