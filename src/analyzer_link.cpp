@@ -326,7 +326,7 @@ void AnalyzerLink::Widen(Ipp64fc* out, int samples) {
 AnalyzerLink::Capture AnalyzerLink::CaptureBlock(Ipp64fc* out, int count, int timeoutMs) {
     Command({'S', LowByte(count / kBlockSamples)});
     uint8_t sync[4] = {};
-    ReadStreamBytes(sync, sizeof sync);
+    if (WaitForStream(sizeof sync, kStreamReadLimitMs, 1)) ReadStreamBytes(sync, sizeof sync);
     if (std::memcmp(sync, kCaptureSync, sizeof sync) != 0) {
         PurgeStream(FT_PURGE_RX);
         return Capture::NoSync;
@@ -363,7 +363,7 @@ bool AnalyzerLink::ReadSamples4096(Ipp64fc* out) {
 
 void AnalyzerLink::StartStream() {
     Command({'T'});
-    ReadStreamBytes(syncWord, sizeof syncWord);
+    if (WaitForStream(sizeof syncWord, kStreamReadLimitMs, 1)) ReadStreamBytes(syncWord, sizeof syncWord);
 }
 
 void AnalyzerLink::StopStream() {

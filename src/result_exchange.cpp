@@ -58,10 +58,12 @@ qorStatus TraceExchange::Deliver(T* min, T* max, int* start, int* stop, Copy cop
     // would otherwise find `idle` cleared again and never be asked for.
     if (partial && policy_.onRequest && idle.exchange(0)) {
         {
-            // The new sweep has delivered nothing yet: a signal the last one
-            // left pending must not pass its trace off as the new one's.
+            // Once the caller has had the whole of the last sweep, the new one
+            // has delivered nothing yet: a signal the last one left pending
+            // must not pass its trace off as the new one's. (A caller still
+            // short of the last sweep's end gets that end first.)
             std::lock_guard<std::mutex> lock(traceLock);
-            progress = 0;
+            if (delivered >= length_) progress = 0;
         }
         startEvent.Set();
     }
@@ -81,6 +83,7 @@ qorStatus TraceExchange::Deliver(T* min, T* max, int* start, int* stop, Copy cop
         // engine's latest trace always stands.
         *start = 0;
         *stop = partial && policy_.onRequest ? progress.load() : length_;
+        if (partial) delivered = *stop;
     }
     if (copy != Copy::OnceWhole || *stop >= length_) {
         CopyTrace(minTrace.get(), min, length_);

@@ -12,9 +12,10 @@
 //   that clears `idle` and sets startEvent; the end of the sweep sets `idle`.
 // - `progress` and `delivered`: an engine that delivers bin by bin moves
 //   `progress` to the end of what it wrote, and the end of a sweep on
-//   request moves it to the end of the trace; a request sets it back to 0,
-//   so that nothing of the sweep before passes as new. `delivered` is where
-//   the last caller's copy ended.
+//   request moves it to the end of the trace; a request from a caller that
+//   has had all of the sweep before sets it back to 0, so that nothing of
+//   that sweep passes as new. `delivered` is where the last caller's copy
+//   ended.
 // - `usbError`: set for good by a failed read; every later get call returns
 //   -11 "USB communications error".
 // - Shut (the engine is being stopped): every waiter wakes at once and gets
