@@ -20,6 +20,7 @@ void TraceExchange::Configure(const ExchangePolicy& policy, int32_t length, bool
     policy_ = policy;
     length_ = length;
     logScale_ = logScale;
+    delivered = length;  // nothing is owed to a caller yet
     const int room = std::max(length, 0);
     minTrace.Allocate(room);
     std::fill_n(minTrace.get(), room, kUnmeasured);
@@ -32,64 +33,76 @@ void TraceExchange::Configure(const ExchangePolicy& policy, int32_t length, bool
 template <typename T>
 qorStatus TraceExchange::Sweep(T* min, T* max) {
     int start = 0, stop = 0;
-    return Deliver(min, max, &start, &stop, Copy::WholeSweep);
+    bool fresh = false;
+    return Deliver(min, max, &start, &stop, &fresh, Copy::WholeSweep);
 }
 
 template <typename T>
 qorStatus TraceExchange::Partial(T* min, T* max, int* start, int* stop) {
-    return Deliver(min, max, start, stop, Copy::Always);
+    bool fresh = false;
+    return Deliver(min, max, start, stop, &fresh, Copy::Always);
 }
 
 template <typename T>
 qorStatus TraceExchange::Collect(T* min, T* max) {
+    if (length_ <= 0) return qorNoError;
     int start = 0, stop = 0;
-    while (stop < length_) {
-        const qorStatus status = Deliver(min, max, &start, &stop, Copy::OnceWhole);
+    bool fresh = false;
+    // A whole trace counts only when its end is news: the end of a sweep the
+    // caller had already is not the next sweep.
+    while (stop < length_ || !fresh) {
+        const qorStatus status = Deliver(min, max, &start, &stop, &fresh, Copy::OnceWhole);
         if (status < 0) return status;
     }
     return qorNoError;
 }
 
 template <typename T>
-qorStatus TraceExchange::Deliver(T* min, T* max, int* start, int* stop, Copy copy) {
+qorStatus TraceExchange::Deliver(T* min, T* max, int* start, int* stop, bool* fresh, Copy copy) {
     constexpr bool narrow = std::is_same_v<T, float>;
     const bool partial = copy != Copy::WholeSweep;
-    // Cleared before the start: a sweep that ran to its end in between
-    // would otherwise find `idle` cleared again and never be asked for.
-    if (partial && policy_.onRequest && idle.exchange(0)) {
-        {
-            // Once the caller has had the whole of the last sweep, the new one
-            // has delivered nothing yet: a signal the last one left pending
-            // must not pass its trace off as the new one's. (A caller still
-            // short of the last sweep's end gets that end first.)
-            std::lock_guard<std::mutex> lock(traceLock);
-            if (delivered >= length_) progress = 0;
-        }
-        startEvent.Set();
-    }
+    if (partial && policy_.onRequest) RequestIfOwedNothing();
     if (usbError) return qorUsbCommErr;
     doneEvent.Wait(partial && narrow ? policy_.narrowPartialWaitMs : os::kInfinite);
     if (shut) return qorNotConfiguredErr;  // the mode was left under the caller
     std::lock_guard<std::mutex> lock(traceLock);
-    if (partial && policy_.binByBin) {
+    if (partial && policy_.onRequest) {
         const int newStop = progress.load();
-        int newStart = delivered.exchange(newStop);
+        int newStart = policy_.binByBin ? delivered.exchange(newStop) : 0;
+        if (!policy_.binByBin) delivered = newStop;
+        *fresh = policy_.binByBin ? newStart < newStop : newStop > 0;
         // With nothing new the wide form reports its old position, the narrow form 0.
         if (narrow ? newStart >= newStop : newStart > newStop) newStart = 0;
         *start = newStart;
         *stop = newStop;
     } else {
-        // A sweep on request stands once it has finished; a free-running
-        // engine's latest trace always stands.
         *start = 0;
-        *stop = partial && policy_.onRequest ? progress.load() : length_;
-        if (partial) delivered = *stop;
+        *stop = length_;
+        *fresh = true;
     }
-    if (copy != Copy::OnceWhole || *stop >= length_) {
+    if (copy != Copy::OnceWhole || (*stop >= length_ && *fresh)) {
         CopyTrace(minTrace.get(), min, length_);
         CopyTrace(MaxTrace(), max, length_);
     }
     return usbError ? qorUsbCommErr : qorNoError;
+}
+
+void TraceExchange::RequestIfOwedNothing() {
+    // A caller still short of the last sweep's end gets that end first; only
+    // then is a new sweep asked for.
+    if (delivered.load() < length_) return;
+    // Cleared before the start: a sweep that ran to its end in between
+    // would otherwise find `idle` cleared again and never be asked for.
+    if (!idle.exchange(0)) return;
+    {
+        // The new sweep has delivered nothing yet, and all of it is owed: a
+        // signal the last one left pending must not pass its trace off as the
+        // new one's.
+        std::lock_guard<std::mutex> lock(traceLock);
+        progress = 0;
+        delivered = 0;
+    }
+    startEvent.Set();
 }
 
 bool TraceExchange::AwaitSignal() {

@@ -12,10 +12,11 @@
 //   that clears `idle` and sets startEvent; the end of the sweep sets `idle`.
 // - `progress` and `delivered`: an engine that delivers bin by bin moves
 //   `progress` to the end of what it wrote, and the end of a sweep on
-//   request moves it to the end of the trace; a request from a caller that
-//   has had all of the sweep before sets it back to 0, so that nothing of
-//   that sweep passes as new. `delivered` is where the last caller's copy
-//   ended.
+//   request moves it to the end of the trace. `delivered` is where the last
+//   caller's copy ended. A caller asks for a new sweep only once it has had
+//   all of the last one (so an end it has not seen yet is never lost), and
+//   the request sets `progress` back to 0 (so that nothing of that sweep,
+//   nor a signal it left pending, passes as new).
 // - `usbError`: set for good by a failed read; every later get call returns
 //   -11 "USB communications error".
 // - Shut (the engine is being stopped): every waiter wakes at once and gets
@@ -113,8 +114,12 @@ private:
     // the traces on every delivery (Partial), or only on the one that
     // completes the trace (Collect: the copies before it would be overwritten).
     enum class Copy { WholeSweep, Always, OnceWhole };
+    // `fresh`: the delivery brought bins the caller had not had.
     template <typename T>
-    qorStatus Deliver(T* min, T* max, int* start, int* stop, Copy copy);
+    qorStatus Deliver(T* min, T* max, int* start, int* stop, bool* fresh, Copy copy);
+    // A caller of a sweep on request asks for the next sweep when the engine
+    // rests and the caller has had all of the last one.
+    void RequestIfOwedNothing();
     double* MaxTrace() { return policy_.oneTrace ? minTrace.get() : maxTrace.get(); }
 
     ExchangePolicy policy_ = kFreeRunningSweeps;
