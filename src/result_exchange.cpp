@@ -68,10 +68,11 @@ qorStatus TraceExchange::Deliver(T* min, T* max, int* start, int* stop, bool* fr
     std::lock_guard<std::mutex> lock(traceLock);
     if (partial && policy_.onRequest) {
         const int newStop = progress.load();
-        int newStart = policy_.binByBin ? delivered.exchange(newStop) : 0;
-        if (!policy_.binByBin) delivered = newStop;
-        *fresh = policy_.binByBin ? newStart < newStop : newStop > 0;
-        // With nothing new the wide form reports its old position, the narrow form 0.
+        const int before = delivered.exchange(newStop);
+        *fresh = before < newStop;
+        // Whole sweeps are new from bin 0. With nothing new the wide form
+        // reports its old position, the narrow form 0.
+        int newStart = policy_.binByBin ? before : 0;
         if (narrow ? newStart >= newStop : newStart > newStop) newStart = 0;
         *start = newStart;
         *stop = newStop;

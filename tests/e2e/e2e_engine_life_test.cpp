@@ -128,12 +128,6 @@ TEST_F(EngineLife, FourEnginesAtOnceBesideAListing) {
     for (std::size_t k = 0; k < cases.size(); ++k) EXPECT_EQ(results[k], qorNoError) << cases[k].name;
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kAddressSpaceIsTheSanitizers = true;  // it reserves far more than any limit leaves
-#else
-constexpr bool kAddressSpaceIsTheSanitizers = false;
-#endif
-
 // Bytes of address space the process holds now.
 rlim_t AddressSpaceInUse() {
     std::ifstream statm("/proc/self/statm");
@@ -145,7 +139,7 @@ rlim_t AddressSpaceInUse() {
 // An engine that cannot get its memory: the call says -666, and the device
 // is idle and usable, not half built.
 TEST_F(EngineLife, AnEngineThatCannotGetItsMemoryLeavesTheDeviceIdle) {
-    if (kAddressSpaceIsTheSanitizers) GTEST_SKIP() << "the sanitizer holds the address space";
+    if (e2e::kAnySanitizer) GTEST_SKIP() << "the sanitizer holds the address space";
     const EngineCase slow = Engines().front();
     const int device = devices_.at(slow.unit.serial);
     // A video bandwidth of 1/100000 of the RBW: captures of some 10^7 samples.

@@ -220,17 +220,6 @@ TEST_F(IqStream, CallsRefuseWhatTheyCannotServe) {
     qorAbort(device);
 }
 
-#if defined(__SANITIZE_THREAD__)
-constexpr bool kThreadSanitizer = true;
-#else
-constexpr bool kThreadSanitizer = false;
-#endif
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr bool kAnySanitizer = true;
-#else
-constexpr bool kAnySanitizer = false;
-#endif
-
 // A stream paced as the unit delivers it, on a unit whose clock runs in real
 // time (its read limits then hold as they do with hardware): what the
 // application sees when it reads slowly, or in pieces.
@@ -242,15 +231,8 @@ protected:
     static constexpr int kDecimation = 2;
 
     static void SetUpTestSuite() {
-        const e2e::Sim* sim = e2e::TheSim();
-        if (!sim || kThreadSanitizer) return;
-        simbench::Bench bench;
-        bench.clock = "real";
-        bench.pacing = "realtime";
-        bench.units.emplace_back(kSerial, 2).Add(simbench::Cw(kCenter + kOffset, -30.0));
-        if (sim->loadBenchJson(simbench::Json(bench).c_str()) != 0) return;
-        e2e::CalibrationFolder().UseAsCalibrationCache();
-        device_ = e2e::Open(kSerial);
+        if (e2e::kThreadSanitizer) return;
+        device_ = e2e::OpenRealTimeUnit(kSerial, kCenter + kOffset, -30.0);
         if (device_ >= 0) started_ = StartIq(device_, kCenter, kDecimation, -20.0);
     }
     static void TearDownTestSuite() {
@@ -259,7 +241,7 @@ protected:
     }
     void SetUp() override {
         if (!e2e::TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
-        if (kThreadSanitizer) GTEST_SKIP() << "the unit's real rate needs a build without the thread sanitizer";
+        if (e2e::kThreadSanitizer) GTEST_SKIP() << "the unit's real rate needs a build without the thread sanitizer";
         ASSERT_GE(device_, 0);
         ASSERT_EQ(started_, qorNoError);
     }
@@ -296,7 +278,7 @@ TEST_F(IqPaced, GetsOfAnySizeMakeOneContinuousStream) {
 TEST_F(IqPaced, TimeStampsFollowTheSampleCount) {
     // A block is stamped when it is finished: an instrumented build finishes
     // the first blocks late by the backlog its slow start leaves.
-    if (kAnySanitizer) GTEST_SKIP() << "stamps follow the real time only in a build without sanitizers";
+    if (e2e::kAnySanitizer) GTEST_SKIP() << "stamps follow the real time only in a build without sanitizers";
     std::vector<IQPacket> packets;
     Samples x;
     ASSERT_EQ(Read(device_, 12 * 8192, 8192, &x, &packets), qorNoError);

@@ -14,26 +14,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-#if defined(__SANITIZE_THREAD__)
-constexpr bool kThreadSanitizer = true;
-#else
-constexpr bool kThreadSanitizer = false;
-#endif
 
 constexpr unsigned kSerial = 45000002;
 
 class PromptStop : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        const e2e::Sim* sim = e2e::TheSim();
-        if (!sim || kThreadSanitizer) return;
-        simbench::Bench bench;
-        bench.clock = "real";
-        bench.pacing = "realtime";
-        bench.units.emplace_back(kSerial, 2).OnDeviceCalibration(true).Add(simbench::Cw(100.01e6, -30.0));
-        if (sim->loadBenchJson(simbench::Json(bench).c_str()) != 0) return;
-        e2e::CalibrationFolder().UseAsCalibrationCache();
-        device_ = e2e::Open(kSerial);
+        if (!e2e::kThreadSanitizer) device_ = e2e::OpenRealTimeUnit(kSerial, 100.01e6, -30.0);
     }
     static void TearDownTestSuite() {
         if (device_ >= 0) qorCloseDevice(device_);
@@ -43,7 +30,7 @@ protected:
         if (!e2e::TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
         // The slow sweep's transform of a second's capture, which a stop waits
         // for, takes seconds itself under the thread sanitizer.
-        if (kThreadSanitizer) GTEST_SKIP() << "the engines' work needs a build without the thread sanitizer";
+        if (e2e::kThreadSanitizer) GTEST_SKIP() << "the engines' work needs a build without the thread sanitizer";
         ASSERT_GE(device_, 0);
     }
 

@@ -21,6 +21,19 @@
 
 namespace e2e {
 
+// The sanitizer builds: their runtime holds the address space, and their
+// engines cannot keep a unit's real rate.
+#if defined(__SANITIZE_THREAD__)
+inline constexpr bool kThreadSanitizer = true;
+#else
+inline constexpr bool kThreadSanitizer = false;
+#endif
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+inline constexpr bool kAnySanitizer = true;
+#else
+inline constexpr bool kAnySanitizer = false;
+#endif
+
 using Sim = simcontrol::Calls;
 using Payload = std::vector<unsigned char>;
 
@@ -160,6 +173,21 @@ inline std::string LoadBench(const std::vector<BenchUnit>& units) {
 inline int Open(unsigned serial) {
     int device = -1;
     return qorOpenDeviceBySerialNumber(&device, static_cast<int>(serial)) == qorNoError ? device : -1;
+}
+
+// A bench of one type 2 unit with one CW tone whose clock runs in real time
+// and whose stream is paced as the unit delivers it (read limits of a second,
+// as with hardware); the unit opened on it, or -1.
+inline int OpenRealTimeUnit(unsigned serial, double toneHz, double level) {
+    const Sim* sim = TheSim();
+    if (!sim) return -1;
+    simbench::Bench bench;
+    bench.clock = "real";
+    bench.pacing = "realtime";
+    bench.units.emplace_back(serial, 2).OnDeviceCalibration(true).Add(simbench::Cw(toneHz, level));
+    if (sim->loadBenchJson(simbench::Json(bench).c_str()) != 0) return -1;
+    CalibrationFolder().UseAsCalibrationCache();
+    return Open(serial);
 }
 
 // LoadBench, then opens every unit: `devices` maps serials to device indices.
