@@ -44,9 +44,25 @@ TEST_F(Overload, AToneAboveTheReferenceLevelIsReportedInEverySweepEngineThatRead
         SCOPED_TRACE(testing::Message() << c.engine << (c.strong ? " strong" : " weak"));
         e2e::Sweep sweep = e2e::Between(c.start, c.stop, c.rbw);
         sweep.refLevel = kReference;
-        const e2e::Trace trace = e2e::Measure(devices_.at(c.serial), sweep, 2);
-        ASSERT_GE(trace.initiate, 0);
-        EXPECT_EQ(trace.get, c.strong ? qorCompression : qorNoError);
+        const int device = devices_.at(c.serial);
+        ASSERT_GE(e2e::Initiate(device, sweep), 0);
+        int length = 0;
+        double start = 0.0, bin = 0.0;
+        qorQuerySweepInfo(device, &length, &start, &bin);
+        std::vector<double> min(static_cast<std::size_t>(length)), max(min);
+        // The mark belongs to the unit, not to one trace: a free-running
+        // engine may raise it for the next sweep before the first get has
+        // read it. So a strong tone must be reported by some of the gets, a
+        // weak one by none.
+        int reported = 0;
+        for (int k = 0; k < 3; ++k) {
+            const qorStatus got = qorGetSweep_64f(device, min.data(), max.data());
+            ASSERT_TRUE(got == qorNoError || got == qorCompression) << got;
+            reported += got == qorCompression;
+        }
+        qorAbort(device);
+        if (c.strong) EXPECT_GT(reported, 0);
+        else EXPECT_EQ(reported, 0);
     }
 }
 
