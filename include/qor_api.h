@@ -130,7 +130,9 @@ typedef struct SelfTestResults {
  * Opening pairs the unit's two USB channels, cycles its port, identifies it
  * and fetches its calibration (from the cache folder, the unit or the
  * download endpoint): it takes several seconds. qorPreset closes the index
- * after cycling the unit's port. */
+ * after cycling the unit's port and returns at once; the unit is off the bus
+ * for about 2.5 s while it re-enumerates, and the next list or open waits
+ * out what is left of that time. */
 QOR_API qorStatus qorGetSerialNumberList(int serialNumbers[8], int* deviceCount);
 QOR_API qorStatus qorOpenDevice(int* device);
 QOR_API qorStatus qorOpenDeviceBySerialNumber(int* device, int serialNumber);

@@ -28,11 +28,41 @@ constexpr uint32_t kReenumerateMs = 2500;
 constexpr int kOvenWarmingRaw = 194;
 constexpr float kOvenCurrentLow = 30.0f;
 
-// Port cycle, both channels closed: the unit starts afresh on the bus.
+// A preset returns at once rather than sitting through the re-enumeration
+// of the unit it cycled: the next look at the bus waits out what is left.
+std::mutex settleLock;
+bool busSettling = false;
+uint32_t busSettlesAt = 0;
+
+void NoteReenumeration() {
+    std::lock_guard<std::mutex> lock(settleLock);
+    busSettling = true;
+    busSettlesAt = os::TickMs() + kReenumerateMs;
+}
+
+void AwaitReenumeration() {
+    int32_t left = 0;
+    {
+        std::lock_guard<std::mutex> lock(settleLock);
+        if (!busSettling) return;
+        left = static_cast<int32_t>(busSettlesAt - os::TickMs());
+        if (left <= 0) busSettling = false;
+    }
+    if (left > 0) os::SleepMs(static_cast<uint32_t>(left));
+}
+
+// Port cycle, both channels closed: the unit starts afresh on the bus, and
+// is off it for a while.
 void CycleAndClose(AnalyzerLink& link) {
     link.CyclePort();
     link.Close();
-    os::SleepMs(kReenumerateMs);
+    NoteReenumeration();
+}
+
+// The open sequence waits for the unit it cycled to come back.
+void CycleCloseAndWait(AnalyzerLink& link) {
+    CycleAndClose(link);
+    AwaitReenumeration();
 }
 
 // After a port cycle the unit is listed anew, under indices of its own and
@@ -98,6 +128,7 @@ Device::~Device() {
 }
 
 qorStatus Device::ListSerials(int serials[8], int* count) {
+    AwaitReenumeration();
     AnalyzerLink lister;
     int stream[kCount], command[kCount];
     std::lock_guard<std::mutex> lock(AnalyzerLink::DeviceListMutex());
@@ -107,6 +138,7 @@ qorStatus Device::ListSerials(int serials[8], int* count) {
 
 qorStatus Device::Open(int serialNumber) {
     std::lock_guard<std::mutex> control(m_controlLock);
+    AwaitReenumeration();
     try {
         const qorStatus status = OpenSequence(serialNumber);
         if (status != qorNoError) m_link.Close();
@@ -121,7 +153,7 @@ qorStatus Device::OpenSequence(int serialNumber) {
     for (int attempt = 0; attempt < 2; ++attempt) {
         // The first open resets the unit; the port cycle makes it start afresh.
         if (m_link.OpenUnit(serialNumber) == AnalyzerLink::OpenResult::NotListed) return qorDeviceNotFoundErr;
-        CycleAndClose(m_link);
+        CycleCloseAndWait(m_link);
         if (ReopenAfterCycle(m_link, serialNumber) != AnalyzerLink::OpenResult::Opened) return qorDeviceNotFoundErr;
 
         m_link.ReadSerialString(m_serialString);
@@ -133,7 +165,7 @@ qorStatus Device::OpenSequence(int serialNumber) {
         if (type == DeviceTypeNone) {
             // A unit that answered nothing sensible gets one more port cycle.
             if (attempt == 0) {
-                CycleAndClose(m_link);
+                CycleCloseAndWait(m_link);
                 continue;
             }
             m_link.Close();
@@ -173,7 +205,7 @@ qorStatus Device::CheckOven() {
         int raw = 0;
         m_link.ReadOcxoWarmup(&raw);
         if (raw >= kOvenWarmingRaw) {
-            CycleAndClose(m_link);
+            CycleCloseAndWait(m_link);
             return qorOcxoWarmupErr;
         }
     }

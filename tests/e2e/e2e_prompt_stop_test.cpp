@@ -80,4 +80,15 @@ TEST_F(PromptStop, AbortReturnsWithinASecondOnAStalledStream) {
     }
 }
 
+// A preset leaves the re-enumeration of the unit to the next open, which
+// waits it out, instead of holding the caller for it.
+TEST_F(PromptStop, PresetReturnsWithinASecondWhileMeasuring) {
+    ASSERT_GE(e2e::Initiate(device_, e2e::Between(95e6, 105e6, 1e3)), 0);
+    const Clock::time_point presetting = Clock::now();
+    EXPECT_EQ(qorPreset(device_), qorNoError);
+    EXPECT_LT(Clock::now() - presetting, std::chrono::seconds(1));
+    EXPECT_EQ(qorCloseDevice(device_), qorDeviceNotOpenErr);
+    device_ = -1;
+}
+
 }  // namespace
