@@ -58,10 +58,11 @@ BroadbandPlan PlanBroadband(double start, double stop, int deviceType) {
     return p;
 }
 
-void SpreadLevels(const double* levels, double* trace, int length) {
+void SpreadLevels(const double* levels, int count, int firstBin, double* trace, int length) {
     for (int i = 0; i < length; ++i) {
-        const int c = i / kGridStepMHz;
-        const double t = (i - kGridStepMHz * c) * 0.333333333;
+        const double u = std::max(i - firstBin, 0) / static_cast<double>(kGridStepMHz);
+        const int c = std::min(static_cast<int>(u), count - 2);
+        const double t = u - c;
         trace[i] = (1.0 - t) * levels[c] + t * levels[c + 1];
     }
 }
@@ -141,10 +142,11 @@ void BroadbandSweepEngine::PrepareLevel(bool velm) {
             s.attenUsed = std::clamp(static_cast<int>(std::ceil(s.refLevel * 0.1 + 1.9)), 0, 3);
         }
     }
+    // The corrections and the detector's curves drift with temperature: a
+    // temperature stored by an earlier mode, or none at all, would put every
+    // level of the 12.4 GHz family off by a few tenths of a dB.
+    corr->temperature = link->ReadTemperature();
     if (velm) {
-        // The path's correction drifts with temperature. (The 12.4 GHz body
-        // reads none: its detector model takes the temperature stored last.)
-        corr->temperature = link->ReadTemperature();
         corr->preampOn = s.preamp;
         link->SetPreamp(s.preamp);
     }
@@ -210,7 +212,10 @@ void BroadbandSweepEngine::RunOrsk() {
         }
         fetched = std::min(fetched + n, BroadbandPlan::kMaxPoints);
         OrskLevels(fetched - 2 * plan.margin - used);
-        exchange.WriteTraces([this](double* trace, double*) { SpreadLevels(levels.get(), trace, plan.sweepLength); });
+        exchange.WriteTraces([this](double* trace, double*) {
+            SpreadLevels(levels.get(), BroadbandPlan::kMaxPoints, plan.LevelMHz(0) - plan.startMHz, trace,
+                         plan.sweepLength);
+        });
         if (++chunk == plan.chunkCount) EndSweep();
     }
 }

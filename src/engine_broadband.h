@@ -13,12 +13,17 @@
 //   the IF attenuator high and low, which put the detector into its sensitive
 //   range and its other one; the unit's detector curves turn codes into
 //   power, the sensitive range counting for weak signals, the other for
-//   strong ones, with a blend in between. Grid point c is laid on bin 3c,
-//   up to 2 MHz below its own frequency, and the bins between take a
-//   straight line in dB.
+//   strong ones, with a blend in between. Each grid point is laid on the bin
+//   of its own frequency and the bins between take a straight line in dB.
+//   The detector's response is flat within 0.02 dB over 3 MHz, so a tone's
+//   top spans two grid points: its middle is within a bin of the tone, its
+//   highest bin up to 2 bins off.
 // - 4.4 GHz family: the detector follows the 10.7 MHz IF; two grids 1 MHz
 //   apart are read, codes are 0.134 dB each on top of the path's correction,
 //   and the trace is smoothed over 9 bins.
+//
+// Both bodies read the unit's temperature when they start: the corrections
+// and the detector's curves drift with it.
 //
 // Thread: one, on request, on the exchange's kRequestedDetectorSweeps policy
 // (result_exchange.h): it sleeps until a partial get call asks for a sweep,
@@ -63,9 +68,11 @@ struct BroadbandPlan {
 
 BroadbandPlan PlanBroadband(double start, double stop, int deviceType);
 
-// Lays the grid levels over the trace: levels[c] on bin 3c, and a straight
-// line in dB between. `levels` holds at least length / 3 + 2 entries.
-void SpreadLevels(const double* levels, double* trace, int length);
+// Lays the `count` grid levels over the trace: levels[c] on the bin of its
+// own frequency, firstBin + 3c, a straight line in dB between, and the first
+// level held below its bin. (Laying levels[c] on bin 3c instead would show a
+// tone up to 2 MHz low whenever the start is not a grid frequency.)
+void SpreadLevels(const double* levels, int count, int firstBin, double* trace, int length);
 
 // The two detector sweeps of the 4.4 GHz family: LOs from `first` to
 // `last` MHz (exclusive) in 3 MHz steps, and the same 1 MHz higher.

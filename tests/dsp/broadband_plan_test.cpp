@@ -54,20 +54,23 @@ TEST(BroadbandPlan, FullRangePiecesTileTheGrid) {
     EXPECT_GE(p.LevelMHz(p.points - 2 * p.margin - 1), p.stopMHz);
 }
 
-TEST(BroadbandPlan, SpreadPutsGridPointCOnBin3C) {
-    // A tone on grid point 4 (1013 MHz for a start of 1011 MHz: bin 12, 2 MHz low),
-    // straight lines in dB to its neighbours, and unfilled levels at the end.
+TEST(BroadbandPlan, SpreadPutsEachGridPointOnItsOwnBin) {
+    // A start of 1011 MHz: grid point c lies at 1013 + 3c MHz, bin 2 + 3c. A
+    // tone on point 4 (bin 14), straight lines in dB to its neighbours, the
+    // first level held below its bin, and unfilled levels at the end.
     std::vector<double> levels(12, -80.0);
     levels[4] = -20.0;
     levels[10] = levels[11] = -200.0;
     std::vector<double> trace(30, 0.0);
-    qor::SpreadLevels(levels.data(), trace.data(), 30);
-    EXPECT_EQ(12, std::max_element(trace.begin(), trace.end()) - trace.begin());
-    EXPECT_EQ(-20.0, trace[12]);
-    EXPECT_NEAR(-40.0, trace[11], 1e-6);
-    EXPECT_NEAR(-60.0, trace[14], 1e-6);
-    EXPECT_EQ(-80.0, trace[27]);
-    EXPECT_NEAR(-80.0 - 120.0 / 3.0, trace[28], 1e-6) << "an unfilled level weighs in past its bin";
+    qor::SpreadLevels(levels.data(), 12, 2, trace.data(), 30);
+    EXPECT_EQ(14, std::max_element(trace.begin(), trace.end()) - trace.begin());
+    EXPECT_EQ(-20.0, trace[14]);
+    EXPECT_NEAR(-40.0, trace[13], 1e-6);
+    EXPECT_NEAR(-60.0, trace[16], 1e-6);
+    EXPECT_EQ(-80.0, trace[0]);
+    EXPECT_EQ(-80.0, trace[29]);
+    const qor::BroadbandPlan p = qor::PlanBroadband(1011e6, 1300e6, DeviceTypeOrskA);
+    EXPECT_EQ(2, p.LevelMHz(0) - p.startMHz);
 }
 
 TEST(BroadbandPlan, VelmDetectorSweepLimits) {

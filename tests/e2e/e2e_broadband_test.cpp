@@ -1,7 +1,8 @@
 // Broadband sweeps through the C API on the virtual instrument: the detector
-// sweeps of both families show a scene's tones where the grid puts them, at
-// their level within 1.5 dB, images of the detector's IF do not show, a
-// sweep is made on request, and an unplugged unit gives -11 and a prompt abort.
+// sweeps of both families show a scene's tones in place within one bin, at
+// their level within 0.5 dB at any temperature, images of the detector's IF
+// do not show, a sweep is made on request, and an unplugged unit gives -11
+// and a prompt abort.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -24,29 +25,22 @@ std::vector<Tone> Scene(double top) {
     return tones;
 }
 
+std::string LoadScene(double temperature) {
+    std::vector<BenchUnit> units;
+    for (int type : {1, 2, 3, 4}) {
+        units.push_back({kSerialOf[type], type, Scene(type >= 3 ? 12.4e9 : 4.4e9), -165.0, type != 3, temperature});
+    }
+    return LoadBench(units);
+}
+
 class Broadband : public ::testing::Test {
 protected:
     void SetUp() override {
-        std::vector<BenchUnit> units;
-        for (int type : {1, 2, 3, 4}) {
-            units.push_back({kSerialOf[type], type, Scene(type >= 3 ? 12.4e9 : 4.4e9), -165.0, type != 3, 30.0});
-        }
-        const std::string problem = LoadBench(units);
+        const std::string problem = LoadScene(30.0);
         if (!problem.empty()) GTEST_SKIP() << problem;
     }
     void TearDown() override { CloseAll(); }
 };
-
-// Where the trace shows a tone. The 12.4 GHz family lays grid point c
-// (3q + 2 + 3c MHz, q = startMHz / 3) on bin 3c: the nearest grid point to
-// the tone shows up to 2 MHz low. The 4.4 GHz family shows it in place.
-double ExpectedAt(int type, double start, double frequency) {
-    if (type < 3) return frequency;
-    const double startMHz = std::floor(start * 1e-6 + 0.5);
-    const double gridBase = 3 * std::floor(startMHz / 3) + 2;
-    const double grid = gridBase + 3 * std::floor((frequency * 1e-6 - gridBase) / 3 + 0.5);
-    return (grid - gridBase + startMHz) * 1e6;
-}
 
 // The median of the trace from 6 to 30 MHz on either side of `frequency`.
 double FloorAround(const Trace& t, double frequency) {
@@ -76,36 +70,45 @@ const Case kCases[] = {
     {"VelmSmallestSpan", 1, 1.75e9, 1.95e9, 21.4e6},
 };
 
-TEST_F(Broadband, TonesWhereTheGridPutsThemAndNoImages) {
-    for (const Case& c : kCases) {
-        SCOPED_TRACE(c.name);
-        const int device = Open(kSerialOf[c.type]);
-        ASSERT_GE(device, 0);
-        Sweep s = Between(c.start, c.stop, 1e6);
-        s.refLevel = -10.0;
-        const Trace t = Measure(device, s);
-        qorCloseDevice(device);
-        ASSERT_EQ(qorNoError, t.initiate);
-        ASSERT_EQ(qorNoError, t.get);
-        EXPECT_EQ(1e6, t.binSize);
-        EXPECT_EQ(std::floor(c.start * 1e-6 + 0.5) * 1e6, t.startFreq);
-        int found = 0;
-        for (const Tone& tone : Scene(c.type >= 3 ? 12.4e9 : 4.4e9)) {
-            if (tone.frequency < t.FrequencyOf(5) || tone.frequency > t.FrequencyOf(t.length - 6)) continue;
-            const double expected = ExpectedAt(c.type, c.start, tone.frequency);
-            const int peak = t.PeakNear(expected, 5e6);
-            ASSERT_GE(peak, 0);
-            EXPECT_NEAR(t.FrequencyOf(peak), expected, 1e6) << tone.frequency;
-            EXPECT_NEAR(t.max[peak], tone.level, 1.5) << tone.frequency;
-            for (const double image : {expected - c.imageOffset, expected + c.imageOffset}) {
-                if (image < t.FrequencyOf(0) || image > t.FrequencyOf(t.length - 1)) continue;
-                // 40 dB down, or lost in the detector's floor.
-                EXPECT_LT(t.LevelNear(image, 4e6), std::max(tone.level - 40.0, FloorAround(t, image) + 3.0))
-                    << "image of " << tone.frequency;
+// The detector's response is flat within 0.02 dB over 3 MHz, so the highest
+// bin of a tone may be either of its two top grid points; the middle of the
+// bins within 3 dB of it (the top of the response) is where the tone is.
+// Tones below -40 dBm come near the 4.4 GHz family's detector floor and read
+// up to half a dB off, so they are held to 1 dB. The cold unit measures with
+// the 4.4 GHz family's preamplifier off, the warm one with it on.
+TEST_F(Broadband, TonesInPlaceAtTheirLevelAndNoImages) {
+    for (const double temperature : {5.0, 60.0}) {
+        ASSERT_EQ("", LoadScene(temperature));
+        for (const Case& c : kCases) {
+            SCOPED_TRACE(testing::Message() << c.name << " at " << temperature << " C");
+            const int device = Open(kSerialOf[c.type]);
+            ASSERT_GE(device, 0);
+            Sweep s = Between(c.start, c.stop, 1e6);
+            s.refLevel = temperature < 30.0 ? -10.0 : -30.0;
+            const Trace t = Measure(device, s);
+            qorCloseDevice(device);
+            ASSERT_EQ(qorNoError, t.initiate);
+            ASSERT_EQ(qorNoError, t.get);
+            EXPECT_EQ(1e6, t.binSize);
+            EXPECT_EQ(std::floor(c.start * 1e-6 + 0.5) * 1e6, t.startFreq);
+            int found = 0;
+            for (const Tone& tone : Scene(c.type >= 3 ? 12.4e9 : 4.4e9)) {
+                if (tone.frequency < t.FrequencyOf(5) || tone.frequency > t.FrequencyOf(t.length - 6)) continue;
+                const int peak = t.PeakNear(tone.frequency, 5e6);
+                ASSERT_GE(peak, 0);
+                EXPECT_NEAR(t.CentreOf(peak), tone.frequency, 1e6) << tone.frequency;
+                EXPECT_NEAR(t.FrequencyOf(peak), tone.frequency, 2e6) << tone.frequency;
+                EXPECT_NEAR(t.max[peak], tone.level, tone.level >= -40.0 ? 0.5 : 1.0) << tone.frequency;
+                for (const double image : {tone.frequency - c.imageOffset, tone.frequency + c.imageOffset}) {
+                    if (image < t.FrequencyOf(0) || image > t.FrequencyOf(t.length - 1)) continue;
+                    // 40 dB down, or lost in the detector's floor.
+                    EXPECT_LT(t.LevelNear(image, 4e6), std::max(tone.level - 40.0, FloorAround(t, image) + 3.0))
+                        << "image of " << tone.frequency;
+                }
+                ++found;
             }
-            ++found;
+            EXPECT_GT(found, 0) << "the case measures no tone";
         }
-        EXPECT_GT(found, 0) << "the case measures no tone";
     }
 }
 
