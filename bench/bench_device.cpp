@@ -1,8 +1,11 @@
 #include "bench_device.h"
 
+#include <time.h>
+
 #include <filesystem>
 
 #include "qor_api.h"
+#include "sim_control.h"
 
 namespace qorbench {
 
@@ -16,6 +19,24 @@ int BenchDevice(unsigned serial) {
     qorSetCalFilePath((folder.string() + "/").c_str());
     int device = -1;
     return qorOpenDeviceBySerialNumber(&device, static_cast<int>(serial)) == qorNoError ? device : -1;
+}
+
+namespace {
+
+double ProcessCpuSeconds() {
+    timespec t{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
+}
+
+double InstrumentCpuSeconds() { return Sim() ? Sim()->renderCpuSeconds() : 0.0; }
+
+}  // namespace
+
+HostCpu::HostCpu() : process_(ProcessCpuSeconds()), instrument_(InstrumentCpuSeconds()) {}
+
+double HostCpu::Seconds() const {
+    return (ProcessCpuSeconds() - process_) - (InstrumentCpuSeconds() - instrument_);
 }
 
 void CloseBenchDevices() {

@@ -9,6 +9,17 @@ namespace qorbench {
 // benchmark may hold it), else opened now; -1 without an instrument.
 int BenchDevice(unsigned serial);
 
+// The CPU time of the host's own work: the process's CPU time less what the
+// virtual instrument spent rendering samples (on the threads that read them).
+class HostCpu {
+public:
+    HostCpu();
+    double Seconds() const;
+
+private:
+    double process_, instrument_;
+};
+
 // Closes every open device, before a benchmark replaces the bench (the units
 // of the old bench leave the bus); BenchDevice opens them again on demand.
 void CloseBenchDevices();

@@ -24,7 +24,8 @@ const SimControl* Sim() {
         const bool all = Resolve(library, "qorsim_load_bench_json", &calls.loadBenchJson) &&
                          Resolve(library, "qorsim_bench_json", &calls.benchJson) &&
                          Resolve(library, "qorsim_last_error", &calls.lastError) &&
-                         Resolve(library, "qorsim_lost_blocks", &calls.lostBlocks);
+                         Resolve(library, "qorsim_lost_blocks", &calls.lostBlocks) &&
+                         Resolve(library, "qorsim_render_cpu_seconds", &calls.renderCpuSeconds);
         return all ? &calls : nullptr;
     }();
     return control;

@@ -6,7 +6,7 @@
 // average, detector), from the library's classes.
 // BM_SlowSweep: whole sweeps through the C API on the virtual instrument of
 // the build (immediate pacing), the instrument's sample rendering included;
-// with rejection a sweep is two captures.
+// with rejection a sweep is two captures. "host_x" takes the rendering off.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -64,12 +64,15 @@ void BM_SlowSweep(benchmark::State& state) {
     qorQuerySweepInfo(device, &length, &start, &bin);
     std::vector<double> min(static_cast<size_t>(length)), max(min.size());
     qorGetSweep_64f(device, min.data(), max.data());  // the first sweep also settles the level
+    const qorbench::HostCpu host;
     for (auto _ : state) {
         if (qorGetSweep_64f(device, min.data(), max.data()) != qorNoError) state.SkipWithError("sweep failed");
     }
+    const double hostSeconds = host.Seconds();
     qorAbort(device);
     const qor::RbwGeometry g = qor::RbwGeometryFor(rbw, qor::RbwShapeFlatTop, qor::kSampleRate, false);
     const double instrumentSeconds = (reject ? 2 : 1) * SampleCount(g.fftSize) / qor::kSampleRate;
+    state.counters["host_x"] = instrumentSeconds * static_cast<double>(state.iterations()) / hostSeconds;
     state.counters["x_realtime"] =
         benchmark::Counter(instrumentSeconds, benchmark::Counter::kIsIterationInvariantRate);
 }

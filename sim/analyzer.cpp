@@ -1,6 +1,9 @@
 #include "analyzer.h"
 
+#include <time.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -14,6 +17,17 @@ namespace {
 constexpr size_t kReplyQueueSize = 1 << 16;
 constexpr size_t kStreamQueueSize = 1 << 20;
 constexpr double kSelfTestFrequency = 1.4e8;
+
+// Nanoseconds of CPU spent rendering sample blocks, by all units.
+std::atomic<int64_t> renderCpuNs{0};
+
+double ThreadCpuSeconds() {
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
+}
+
+void AddRenderCpu(double seconds) { renderCpuNs += static_cast<int64_t>(seconds * 1e9); }
 
 uint8_t At(const std::vector<uint8_t>& p, size_t i) { return i < p.size() ? p[i] : 0; }
 int Word16(const std::vector<uint8_t>& p, size_t lo) { return At(p, lo) | At(p, lo + 1) << 8; }
@@ -282,12 +296,16 @@ void Analyzer::Materialize(TimePoint now, size_t wanted) {
             source.level = SelfTestLevel(model_, spec_.temperature);
             scene_.push_back(source);
         }
+        const double rendering = ThreadCpuSeconds();
         receiver_.Render(fe, scene_, spec_.noiseFloor, spec_.temperature, sampleIndex_, samples_.data());
         PushStream(reinterpret_cast<const uint8_t*>(samples_.data()), kBlockBytes);
+        AddRenderCpu(ThreadCpuSeconds() - rendering);
         ++blocksDone_;
         sampleIndex_ += kBlockSamples;
     }
 }
+
+double Analyzer::RenderCpuSeconds() { return 1e-9 * static_cast<double>(renderCpuNs.load()); }
 
 // ---- firmware ------------------------------------------------------------
 

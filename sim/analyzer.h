@@ -56,6 +56,8 @@ public:
     void SetReference(bool present);
     void SetTemperature(double celsius);
     uint64_t LostBlocks();
+    // CPU seconds spent rendering sample blocks, by every unit of the process.
+    static double RenderCpuSeconds();
 
 private:
     struct ByteFault {

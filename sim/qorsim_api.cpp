@@ -158,6 +158,8 @@ long long qorsim_lost_blocks(unsigned serial) {
     return lost;
 }
 
+double qorsim_render_cpu_seconds(void) { return qorsim::Analyzer::RenderCpuSeconds(); }
+
 int qorsim_command_count(unsigned serial) {
     return Bus::With(0, [&](Bus& bus) { return bus.Log().Count(serial); });
 }

@@ -56,17 +56,22 @@ const Ipp64fc* SpectrumCore::FrameTransform(RbwFilter* filter, const Ipp64fc* sa
 }
 
 void SpectrumCore::FrameValues(RbwFilter* filter, const Ipp64fc* samples, double* out) {
-    const int n = filter->fftSize;
-    const Ipp64fc* work = FrameTransform(filter, samples);
-    // Swap the halves so that DC lands in the middle.
-    const int half = n / 2;
     if (filter->units == UnitsVoltage) {
+        const int half = filter->fftSize / 2;
+        const Ipp64fc* work = FrameTransform(filter, samples);
         ippsMagnitude_64fc(work, out + half, half);
         ippsMagnitude_64fc(work + half, out, half);
     } else {
-        ippsPowerSpectr_64fc(work, out + half, half);
-        ippsPowerSpectr_64fc(work + half, out, half);
+        PowerSpectrum(filter, samples, out);
     }
+}
+
+void SpectrumCore::PowerSpectrum(RbwFilter* filter, const Ipp64fc* samples, double* out) {
+    // Swap the halves so that DC lands in the middle.
+    const int half = filter->fftSize / 2;
+    const Ipp64fc* work = FrameTransform(filter, samples);
+    ippsPowerSpectr_64fc(work, out + half, half);
+    ippsPowerSpectr_64fc(work + half, out, half);
 }
 
 void SpectrumCore::KeepBins(int32_t from, int32_t count) {
@@ -115,17 +120,13 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
         // Each frame is its own average, and the logarithm keeps the order of
         // values (magnitudes order as powers do): the extremes of the frames'
         // powers, taken to dB at the end, are the extremes of their dB values.
-        std::fill(outMin + k0, outMin + k0 + kn, INFINITY);
-        std::fill(outMax + k0, outMax + k0 + kn, -INFINITY);
-        const int half = n / 2;
-        for (int f = 0; f < frameCount; ++f) {
-            const Ipp64fc* bins = FrameTransform(filter, p + f * hop);
-            for (int i = k0; i < k0 + kn; ++i) {
-                const Ipp64fc& x = bins[(i + half) & (n - 1)];  // DC in the middle
-                const double power = x.re * x.re + x.im * x.im;
-                outMin[i] = std::min(outMin[i], power);
-                outMax[i] = std::max(outMax[i], power);
-            }
+        double* power = frames[0].get();
+        PowerSpectrum(filter, p, outMin);
+        ippsCopy_64f(outMin + k0, outMax + k0, kn);
+        for (int f = 1; f < frameCount; ++f) {
+            PowerSpectrum(filter, p + f * hop, power);
+            ippsMinEvery_64f(power + k0, outMin + k0, outMin + k0, kn);
+            ippsMaxEvery_64f(power + k0, outMax + k0, outMax + k0, kn);
         }
         PowerToDecibels(outMin + k0, kn);
         PowerToDecibels(outMax + k0, kn);

@@ -71,6 +71,8 @@ private:
     // The power (magnitude for UnitsVoltage) of each bin of a frame, halves
     // swapped, before any logarithm.
     static void FrameValues(RbwFilter* filter, const Ipp64fc* samples, double* out);
+    // The power of each bin of a frame, halves swapped.
+    static void PowerSpectrum(RbwFilter* filter, const Ipp64fc* samples, double* out);
     // Averaged values to dB, by the units they were averaged in.
     void ToDecibels(double* values, int length) const;
     // Power (magnitude for UnitsVoltage) to dB.
