@@ -2,6 +2,11 @@
 BUILD      ?= build
 SAN_BUILD  ?= build-sanitize
 TSAN_BUILD ?= build-tsan
+FUZZ_BUILD ?= build-fuzz
+# Seconds each fuzz target runs in `make fuzz`; longer by hand.
+FUZZ_SECONDS ?= 10
+FUZZERS    := fuzz_stream_frames fuzz_command_framing fuzz_calibration_blocks fuzz_download_body \
+              fuzz_sim_bench fuzz_api_sequence
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
 
@@ -39,5 +44,11 @@ tsan: deps
 	@cmake --build $(TSAN_BUILD) -j $(JOBS)
 	@cd $(TSAN_BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 600
 
+fuzz: deps
+	@CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=Debug -DQOR_SANITIZE=address,undefined \
+	  -DQOR_BUILD_FUZZ=ON -DQOR_BUILD_TESTS=OFF -DQOR_BUILD_APPS=OFF > /dev/null
+	@cmake --build $(FUZZ_BUILD) -j $(JOBS) --target $(FUZZERS)
+	@bash scripts/run-fuzzers $(FUZZ_BUILD) $(FUZZ_SECONDS) $(FUZZERS)
+
 clean:
-	@rm -rf $(BUILD) $(BUILD)-bench $(SAN_BUILD) $(TSAN_BUILD)
+	@rm -rf $(BUILD) $(BUILD)-bench $(SAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)

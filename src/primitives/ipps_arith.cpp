@@ -6,7 +6,9 @@
 #include "ipp_check.h"
 
 // Plain loops that the compiler vectorises for the baseline processor.
+#if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC optimize("O3")
+#endif
 
 using qor_prim::CheckVector;
 
