@@ -214,8 +214,11 @@ qorStatus Device::CheckOven() {
         os::SleepMs(1000);
         m_link.ReadOcxoStatus();
         if (m_link.ReadOcxoCurrent() < kOvenCurrentLow) {
+            // A unit unplugged under the readings reads no current either:
+            // it is told as the USB failure it is, not as a dead oven.
+            const bool unplugged = m_link.CommandChannelFailed();
             m_link.Close();
-            return qorOcxoCurrentErr;
+            return unplugged ? qorUsbCommErr : qorOcxoCurrentErr;
         }
     }
     return qorNoError;
