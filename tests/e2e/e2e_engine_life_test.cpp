@@ -1,7 +1,7 @@
-// Leaving a mode while another thread waits in the engine, and four engines
-// running at once beside a thread that lists the bus. The waiter must come
-// back promptly with a status that says what happened, and nothing may touch
-// an engine after it is freed: the sanitizer builds run this suite too.
+// Leaving a mode while another thread waits in the engine: the waiter must
+// come back promptly with a status that says what happened, and nothing may
+// touch an engine after it is freed (the sanitizer builds run this suite
+// too); and an engine that cannot get its memory.
 #include <gtest/gtest.h>
 
 #include <sys/resource.h>
@@ -12,67 +12,47 @@
 #include <thread>
 #include <vector>
 
-#include "e2e_bench.h"
+#include "e2e_modes.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct EngineCase {
-    const char* name;
-    e2e::BenchUnit unit;
-    e2e::Sweep sweep;
-};
+constexpr unsigned kVelmB = 41000002;
+constexpr unsigned kOrskB = 41000004;
 
-// Each engine on a sweep that takes long enough for a caller to find it under way.
-std::vector<EngineCase> Engines() {
-    return {
-        {"slow", {41000001, 1, {{100.02e6, -30.0}}}, e2e::Between(100e6, 100.1e6, 300.0)},
-        {"fast", {41000002, 2, {{500e6, -30.0}}}, e2e::Between(10e6, 1e9, 100e3)},
-        {"midrange", {41000003, 3, {{1e9, -30.0}}, -160.0, false}, e2e::Between(995e6, 1005e6, 3e3)},
-        {"broadband", {41000004, 4, {{1e9, -30.0}}}, e2e::Between(200e6, 4e9, 1e6)},
-    };
-}
-
-std::vector<e2e::BenchUnit> UnitsOf(const std::vector<EngineCase>& cases) {
-    std::vector<e2e::BenchUnit> units;
-    for (const EngineCase& c : cases) units.push_back(c.unit);
-    return units;
-}
+unsigned SerialFor(const e2e::ModeCase& mode) { return mode.type == 4 ? kOrskB : kVelmB; }
 
 class EngineLife : public ::testing::Test {
 protected:
     void SetUp() override {
         if (!e2e::TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
-        ASSERT_EQ(e2e::OpenUnits(UnitsOf(Engines()), &devices_), "");
+        ASSERT_EQ(e2e::OpenUnits({{kVelmB, 2, {{1e9, -30.0}}}, {kOrskB, 4, {{1e9, -30.0}}}}, &devices_), "");
     }
     void TearDown() override { e2e::CloseAll(); }
 
     std::map<unsigned, int> devices_;
 };
 
-// A caller waits for a sweep while the mode is left from another thread, 50
-// times for each engine: by abort, and every tenth time by closing the
-// device. The waiter gets its sweep (0), learns that the mode is gone (-6)
-// or that the device closed before it looked (-3), within 100 ms (a busy machine
-// may hold a few of them back, never for a second).
+// A caller waits for data while the mode is left from another thread, 30
+// times in each mode: by abort, and every tenth time by closing the device.
+// The waiter gets its data (0), learns that the mode is gone (-6) or that
+// the device closed before it looked (-3), within 100 ms (a busy machine may
+// hold a few of them back, never for a second).
 TEST_F(EngineLife, LeavingTheModeWakesAWaitingCaller) {
-    constexpr int kRounds = 50;
-    for (const EngineCase& c : Engines()) {
-        SCOPED_TRACE(c.name);
-        int device = devices_.at(c.unit.serial);
+    constexpr int kRounds = 30;
+    for (const e2e::ModeCase& mode : e2e::AllModes()) {
+        SCOPED_TRACE(mode.name);
+        const unsigned serial = SerialFor(mode);
+        int device = devices_.at(serial);
         int woken = 0;
         int late = 0;  // back after 100 ms: a machine too busy to run the waiter at once
         for (int round = 0; round < kRounds; ++round) {
-            ASSERT_GE(e2e::Initiate(device, c.sweep), 0);
-            int length = 0;
-            double start = 0.0, bin = 0.0;
-            ASSERT_EQ(qorQuerySweepInfo(device, &length, &start, &bin), qorNoError);
-            std::vector<float> min(static_cast<std::size_t>(length)), max(min.size());
+            ASSERT_GE(mode.start(device), 0);
             std::atomic<qorStatus> status{qorNoError};
             std::atomic<Clock::rep> returnedAt{0};
             std::thread waiter([&] {
-                status = qorGetSweep_32f(device, min.data(), max.data());
+                status = mode.get(device);
                 returnedAt = Clock::now().time_since_epoch().count();
             });
             std::this_thread::sleep_for(std::chrono::milliseconds(round % 3));
@@ -88,44 +68,14 @@ TEST_F(EngineLife, LeavingTheModeWakesAWaitingCaller) {
                 << "round " << round << ": " << got;
             woken += got == qorNotConfiguredErr;
             if (close) {
-                device = e2e::Open(c.unit.serial);
+                device = e2e::Open(serial);
                 ASSERT_GE(device, 0);
             }
         }
         EXPECT_GT(woken, 0) << "no caller was ever waiting when the mode was left";
         EXPECT_LE(late, kRounds / 10) << "waiters back after 100 ms";
-        devices_[c.unit.serial] = device;
+        devices_[serial] = device;
     }
-}
-
-// Every engine on a device of its own at once, while another thread lists
-// the bus again and again: each gets its sweeps whole.
-TEST_F(EngineLife, FourEnginesAtOnceBesideAListing) {
-    const std::vector<EngineCase> cases = Engines();
-    std::atomic<bool> measuring{true};
-    std::thread lister([&] {
-        while (measuring) {
-            int serials[8];
-            int count = -1;
-            EXPECT_EQ(qorGetSerialNumberList(serials, &count), qorNoError);
-            EXPECT_EQ(count, 0) << "the open units are not free";
-        }
-    });
-    std::vector<std::thread> sweepers;
-    std::vector<qorStatus> results(cases.size(), qorUnknownErr);
-    for (std::size_t k = 0; k < cases.size(); ++k) {
-        sweepers.emplace_back([&, k] {
-            const int device = devices_.at(cases[k].unit.serial);
-            for (int sweep = 0; sweep < 3; ++sweep) {
-                results[k] = e2e::Measure(device, cases[k].sweep).get;
-                if (results[k] != qorNoError) return;
-            }
-        });
-    }
-    for (std::thread& t : sweepers) t.join();
-    measuring = false;
-    lister.join();
-    for (std::size_t k = 0; k < cases.size(); ++k) EXPECT_EQ(results[k], qorNoError) << cases[k].name;
 }
 
 // Bytes of address space the process holds now.
@@ -140,10 +90,10 @@ rlim_t AddressSpaceInUse() {
 // is idle and usable, not half built.
 TEST_F(EngineLife, AnEngineThatCannotGetItsMemoryLeavesTheDeviceIdle) {
     if (e2e::kAnySanitizer) GTEST_SKIP() << "the sanitizer holds the address space";
-    const EngineCase slow = Engines().front();
-    const int device = devices_.at(slow.unit.serial);
+    const int device = devices_.at(kVelmB);
     // A video bandwidth of 1/100000 of the RBW: captures of some 10^7 samples.
-    e2e::Sweep huge = slow.sweep;
+    const e2e::Sweep slow = e2e::Between(999.9e6, 1000.1e6, 1e3);
+    e2e::Sweep huge = slow;
     huge.rbw = 10e3;
     huge.vbw = 0.1;
     rlimit before{};
@@ -157,7 +107,7 @@ TEST_F(EngineLife, AnEngineThatCannotGetItsMemoryLeavesTheDeviceIdle) {
     int length = 0;
     double start = 0.0, bin = 0.0;
     EXPECT_EQ(qorQuerySweepInfo(device, &length, &start, &bin), qorNotConfiguredErr) << "the device is idle";
-    const e2e::Trace trace = e2e::Measure(device, slow.sweep);
+    const e2e::Trace trace = e2e::Measure(device, slow);
     EXPECT_EQ(trace.get, qorNoError) << "and measures again";
 }
 

@@ -9,11 +9,10 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <functional>
 #include <thread>
 #include <vector>
 
-#include "e2e_bench.h"
+#include "e2e_modes.h"
 
 namespace {
 
@@ -35,53 +34,6 @@ bool Listed(unsigned serial) {
     return std::find(serials, serials + count, static_cast<int>(serial)) != serials + count;
 }
 
-// One retrieval of the engine's data, whatever the mode.
-using Get = std::function<qorStatus(int device)>;
-
-qorStatus GetSweep(int device) {
-    int length = 0;
-    double start = 0.0, bin = 0.0;
-    if (qorQuerySweepInfo(device, &length, &start, &bin) != qorNoError) return qorUnknownErr;
-    std::vector<float> min(static_cast<size_t>(length)), max(min.size());
-    return qorGetSweep_32f(device, min.data(), max.data());
-}
-
-qorStatus GetIq(int device) {
-    std::vector<float> iq(2 * 4096);
-    IQPacket packet{iq.data(), 4096, 0, 0, 0, 0, 0};
-    return qorGetIQData(device, &packet);
-}
-
-struct Engine {
-    const char* name;
-    unsigned serial;
-    std::function<qorStatus(int device)> start;
-    Get get;
-};
-
-const std::vector<Engine>& Engines() {
-    static const std::vector<Engine> engines = {
-        // 1 kHz captures one block from the unit's memory, 10 Hz streams 2^18 samples.
-        {"slow, block", kVelmB, [](int d) { return e2e::Initiate(d, e2e::Between(999.9e6, 1000.1e6, 1e3)); }, GetSweep},
-        {"slow, stream", kVelmB, [](int d) { return e2e::Initiate(d, e2e::Between(999.999e6, 1000.001e6, 10.0)); },
-         GetSweep},
-        {"fast", kVelmB, [](int d) { return e2e::Initiate(d, e2e::Between(500e6, 1500e6, 100e3)); }, GetSweep},
-        {"midrange", kOrskB, [](int d) { return e2e::Initiate(d, e2e::Between(995e6, 1005e6, 3e3)); }, GetSweep},
-        {"broadband, 12.4 GHz", kOrskB, [](int d) { return e2e::Initiate(d, e2e::Between(200e6, 3e9, 1e6)); },
-         GetSweep},
-        {"broadband, 4.4 GHz", kVelmB, [](int d) { return e2e::Initiate(d, e2e::Between(500e6, 4e9, 1e6)); },
-         GetSweep},
-        {"iq", kVelmB,
-         [](int d) {
-             qorConfigCenterSpan(d, 1e9, 100e3);
-             qorConfigIQ(d, 2, 100e3);
-             return qorInitiate(d, ModeIQ);
-         },
-         GetIq},
-    };
-    return engines;
-}
-
 enum class Point { FirstBlock, WhileWaiting, BetweenGets };
 
 class Unplug : public ::testing::Test {
@@ -95,11 +47,12 @@ protected:
 };
 
 TEST_F(Unplug, AtEveryPointOfAMeasurementInEveryEngine) {
-    for (const Engine& engine : Engines()) {
+    for (const e2e::ModeCase& engine : e2e::AllModes()) {
+        const unsigned serial = engine.type == 4 ? kOrskB : kVelmB;
         for (const Point point : {Point::FirstBlock, Point::WhileWaiting, Point::BetweenGets}) {
             SCOPED_TRACE(testing::Message() << engine.name << ", point " << static_cast<int>(point));
             const int threads = ThreadCount();
-            const int device = e2e::Open(engine.serial);
+            const int device = e2e::Open(serial);
             ASSERT_GE(device, 0);
             ASSERT_GE(engine.start(device), 0);
 
@@ -112,11 +65,11 @@ TEST_F(Unplug, AtEveryPointOfAMeasurementInEveryEngine) {
                 std::thread waiter([&] { engine.get(device); });
                 std::this_thread::sleep_for(20ms);
                 unplugged = Clock::now();
-                ASSERT_EQ(e2e::TheSim()->unplug(engine.serial, 0.0), 0);
+                ASSERT_EQ(e2e::TheSim()->unplug(serial, 0.0), 0);
                 waiter.join();
             } else {
                 unplugged = Clock::now();
-                ASSERT_EQ(e2e::TheSim()->unplug(engine.serial, 0.0), 0);
+                ASSERT_EQ(e2e::TheSim()->unplug(serial, 0.0), 0);
             }
             // Data measured before the unplug may still come; the unit's
             // failure is told within a second and then for good.
@@ -130,11 +83,11 @@ TEST_F(Unplug, AtEveryPointOfAMeasurementInEveryEngine) {
             EXPECT_EQ(qorAbort(device), qorNoError);
             EXPECT_EQ(qorCloseDevice(device), qorNoError);
             EXPECT_LT(Clock::now() - leaving, 1s);
-            EXPECT_FALSE(Listed(engine.serial));
+            EXPECT_FALSE(Listed(serial));
             EXPECT_EQ(ThreadCount(), threads) << "the engine's threads are gone";
 
-            ASSERT_EQ(e2e::TheSim()->replug(engine.serial), 0);
-            const int again = e2e::Open(engine.serial);
+            ASSERT_EQ(e2e::TheSim()->replug(serial), 0);
+            const int again = e2e::Open(serial);
             EXPECT_GE(again, 0) << "the unit plugged back opens";
             qorCloseDevice(again);
         }
@@ -170,7 +123,7 @@ TEST_F(Unplug, DuringTheOpenLeavesNothingHalfWritten) {
             device = e2e::Open(serial);
             ASSERT_GE(device, 0);
             ASSERT_EQ(e2e::Initiate(device, e2e::Between(999e6, 1001e6, 10e3)), qorNoError);
-            EXPECT_EQ(GetSweep(device), qorNoError);
+            EXPECT_EQ(e2e::GetSweep(device), qorNoError);
             qorCloseDevice(device);
         }
     }
