@@ -4,9 +4,11 @@
 
 namespace qorsoapy {
 
-void IqPump::Start(int device, int blockLength) {
+void IqPump::Start(int device, int blockLength, double sampleRate) {
     Stop();
     device_ = device;
+    sampleRate_ = sampleRate;
+    std::lock_guard<std::mutex> reading(readerLock_);
     for (IqBlock& block : blocks_) block.samples.resize(blockLength);
     {
         std::lock_guard<std::mutex> hold(lock_);
@@ -26,6 +28,8 @@ void IqPump::Stop() {
     changed_.notify_all();
     qorAbort(device_);
     thread_.join();
+    // A waiting reader has left on `stopping_`; one that holds a block finishes first.
+    std::lock_guard<std::mutex> reading(readerLock_);
     std::lock_guard<std::mutex> hold(lock_);
     queued_ = 0;
 }
@@ -64,7 +68,7 @@ void IqPump::Run() {
     }
 }
 
-IqBlock* IqPump::Front(std::chrono::microseconds timeout) {
+IqBlock* IqPump::WaitFront(std::chrono::microseconds timeout) {
     std::unique_lock<std::mutex> hold(lock_);
     changed_.wait_for(hold, timeout, [this] { return queued_ > 0 || failure_ != 0 || stopping_; });
     return queued_ > 0 ? &blocks_[head_] : nullptr;

@@ -29,25 +29,39 @@ public:
 
     ~IqPump() { Stop(); }
 
-    // The device's I/Q mode must be running; blocks of `blockLength` samples.
-    void Start(int device, int blockLength);
+    // The device's I/Q mode must be running; blocks of `blockLength` samples
+    // at `sampleRate`.
+    void Start(int device, int blockLength, double sampleRate);
     // Aborts the device's mode (which wakes the pulling thread), joins it and
     // drops what was queued.
     void Stop();
 
-    // Waits up to `timeout` for a block; null when none came or the stream
-    // ended. The block stays the reader's until Release; only one reader.
-    IqBlock* Front(std::chrono::microseconds timeout);
-    // Gives the front block back once its samples are all taken.
-    void Release();
+    // Waits up to `timeout` for a block and calls `take(block)` with the
+    // oldest one, which `take` consumes by advancing its offset; a block
+    // consumed to its end is handed back to the pump. False when no block
+    // came or the stream ended. One reader at a time; a Stop waits for it.
+    template <class Take>
+    bool Read(std::chrono::microseconds timeout, Take take) {
+        std::lock_guard<std::mutex> reading(readerLock_);
+        IqBlock* block = WaitFront(timeout);
+        if (block == nullptr) return false;
+        take(*block);
+        if (block->offset == block->count) Release();
+        return true;
+    }
     // The status that ended the stream (0 while it runs).
     int Failure() const;
+    double SampleRate() const { return sampleRate_; }
 
 private:
     void Run();
+    IqBlock* WaitFront(std::chrono::microseconds timeout);
+    void Release();
 
     int device_ = -1;
+    double sampleRate_ = 0.0;
     std::thread thread_;
+    std::mutex readerLock_;  // held by the reader and by Start and Stop when they touch the blocks
     mutable std::mutex lock_;
     std::condition_variable changed_;
     IqBlock blocks_[kBlocks];

@@ -13,7 +13,6 @@ namespace qorsoapy {
 
 namespace {
 
-constexpr double kFullRate = 486111.1111111111;
 constexpr int kMaxDecimationLog2 = 7;
 constexpr double kNarrowestBandwidth = 100.0;
 constexpr double kMaxCorrectionPpm = 1000.0;
@@ -73,7 +72,7 @@ SoapySDR::Kwargs QorDevice::getHardwareInfo() const {
             {"device_type", std::to_string(type_)},
             {"firmware", firmware_},
             {"api_version", qorGetAPIVersion()},
-            {"sample_scale", "calibrated: I^2+Q^2 is the power in mW, 0 dBm is magnitude 1.0 (CF32)"}};
+            {"sample_scale", "calibrated: I^2+Q^2 is the power in mW, 0 dBm is magnitude 1.0 (CF32); CS16 32767 is magnitude 1.0"}};
 }
 
 size_t QorDevice::getNumChannels(const int direction) const { return direction == SOAPY_SDR_RX ? 1 : 0; }
@@ -332,7 +331,7 @@ SoapySDR::ArgInfoList QorDevice::getSettingInfo() const {
     ref.units = "dBm";
     ref.value = "-20";
     ref.range = SoapySDR::Range(-130.0, 20.0);
-    ref.description = "the strongest level expected: the automatic gain's target and the full scale of CS16";
+    ref.description = "the strongest level expected, which the automatic gain sets the unit for";
     return {ref};
 }
 

@@ -15,6 +15,9 @@
 
 namespace qorsoapy {
 
+// Samples per second of the undecimated stream.
+constexpr double kFullRate = 486111.1111111111;
+
 class QorDevice : public SoapySDR::Device {
 public:
     explicit QorDevice(int serial);
@@ -92,8 +95,7 @@ public:
 
 private:
     struct RxStream {
-        bool cs16 = false;
-        float cs16Scale = 1.0f;  // counts per unit of magnitude
+        bool cs16 = false;  // else CF32
     };
 
     // Writes every setting to the library; restarts a running stream.

@@ -73,38 +73,40 @@ void QorDevice::StartStream() {
     Check(qorInitiate(device_, ModeIQ), "start the I/Q stream");
     int blockLength = 0;
     Check(qorQueryStreamInfo(device_, &blockLength, nullptr, nullptr), "stream info");
-    // CS16's full scale is the reference level.
-    stream_->cs16Scale = static_cast<float>(32767.0 / std::pow(10.0, refLevel_ / 20.0));
-    pump_.Start(device_, blockLength);
+    pump_.Start(device_, blockLength, kFullRate / (1 << decimationLog2_));
 }
 
 int QorDevice::readStream(SoapySDR::Stream*, void* const* buffs, const size_t numElems, int& flags,
                           long long& timeNs, const long timeoutUs) {
     flags = 0;
-    IqBlock* block = pump_.Front(std::chrono::microseconds(std::max(timeoutUs, 0L)));
-    if (block == nullptr) return pump_.Failure() != 0 ? SOAPY_SDR_STREAM_ERROR : SOAPY_SDR_TIMEOUT;
-    if (block->loss) {
-        // Once for each loss; the block's samples follow in the next read.
-        block->loss = false;
-        return SOAPY_SDR_OVERFLOW;
-    }
-    const int count = std::min(static_cast<int>(numElems), block->count - block->offset);
-    const std::complex<float>* from = block->samples.data() + block->offset;
-    if (stream_->cs16) {
-        const float scale = stream_->cs16Scale;
-        int16_t* to = static_cast<int16_t*>(buffs[0]);
-        for (int i = 0; i < count; ++i) {
-            to[2 * i] = static_cast<int16_t>(std::clamp(std::lround(from[i].real() * scale), -32768L, 32767L));
-            to[2 * i + 1] = static_cast<int16_t>(std::clamp(std::lround(from[i].imag() * scale), -32768L, 32767L));
+    const bool cs16 = stream_->cs16;
+    int result = 0;
+    const bool read = pump_.Read(std::chrono::microseconds(std::max(timeoutUs, 0L)), [&](IqBlock& block) {
+        if (block.loss) {
+            // Once for each loss; the block's samples follow in the next read.
+            block.loss = false;
+            result = SOAPY_SDR_OVERFLOW;
+            return;
         }
-    } else {
-        std::copy(from, from + count, static_cast<std::complex<float>*>(buffs[0]));
-    }
-    flags = SOAPY_SDR_HAS_TIME;
-    timeNs = block->timeNs + std::llround(block->offset * 1e9 / getSampleRate(SOAPY_SDR_RX, 0));
-    block->offset += count;
-    if (block->offset == block->count) pump_.Release();
-    return count;
+        const int count = std::min(static_cast<int>(numElems), block.count - block.offset);
+        const std::complex<float>* from = block.samples.data() + block.offset;
+        if (cs16) {
+            // As the tool's cs16 recordings: 32767 is magnitude 1.0, so full scale is 0 dBm.
+            int16_t* to = static_cast<int16_t*>(buffs[0]);
+            for (int i = 0; i < 2 * count; ++i) {
+                const float v = reinterpret_cast<const float*>(from)[i] * 32767.0f;
+                to[i] = static_cast<int16_t>(std::lrint(std::clamp(v, -32768.0f, 32767.0f)));
+            }
+        } else {
+            std::copy(from, from + count, static_cast<std::complex<float>*>(buffs[0]));
+        }
+        flags = SOAPY_SDR_HAS_TIME;
+        timeNs = block.timeNs + std::llround(block.offset * 1e9 / pump_.SampleRate());
+        block.offset += count;
+        result = count;
+    });
+    if (!read) return pump_.Failure() != 0 ? SOAPY_SDR_STREAM_ERROR : SOAPY_SDR_TIMEOUT;
+    return result;
 }
 
 }  // namespace qorsoapy

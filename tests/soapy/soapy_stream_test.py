@@ -9,7 +9,7 @@ import time
 
 import numpy as np
 import SoapySDR
-from SoapySDR import SOAPY_SDR_RX, SOAPY_SDR_CF32, SOAPY_SDR_OVERFLOW, SOAPY_SDR_HAS_TIME
+from SoapySDR import SOAPY_SDR_RX, SOAPY_SDR_CF32, SOAPY_SDR_CS16, SOAPY_SDR_OVERFLOW, SOAPY_SDR_HAS_TIME
 
 TONE_HZ, TONE_DBM = 1.0e9, -30.0
 OFFSET_HZ = -20.0e3  # where the tone sits in the stream
@@ -67,10 +67,19 @@ def main():
     assert abs(peak_hz - OFFSET_HZ) <= bin_hz, peak_hz
     assert abs(power_dbm - TONE_DBM) < 0.5, power_dbm
 
-    # A short time-out with no stream returns at once with a time-out.
-    stream = sdr.setupStream(SOAPY_SDR_RX, SOAPY_SDR_CF32)
-    r = sdr.readStream(stream, [buf], mtu, timeoutUs=1000)
+    # A stream not yet activated gives a time-out, at once.
+    stream = sdr.setupStream(SOAPY_SDR_RX, SOAPY_SDR_CS16)
+    counts = np.zeros(2 * mtu, np.int16)
+    r = sdr.readStream(stream, [counts], mtu, timeoutUs=1000)
     assert r.ret == SoapySDR.SOAPY_SDR_TIMEOUT, r
+    # CS16: 32767 is magnitude 1.0 (0 dBm).
+    sdr.activateStream(stream)
+    for _ in range(4):
+        r = sdr.readStream(stream, [counts], mtu, timeoutUs=1000000)
+    assert r.ret == mtu, r
+    cs16_dbm = 10 * math.log10(np.mean((counts.astype(np.float64) / 32767) ** 2) * 2)
+    assert abs(cs16_dbm - TONE_DBM) < 0.5, cs16_dbm
+    sdr.deactivateStream(stream)
     sdr.closeStream(stream)
     return 0
 
