@@ -59,9 +59,9 @@ public:
 
     // Frequency
     void setFrequency(const int direction, const size_t channel, const double frequency,
-                      const SoapySDR::Kwargs& args) override;
+                      const SoapySDR::Kwargs& args = SoapySDR::Kwargs()) override;
     void setFrequency(const int direction, const size_t channel, const std::string& name, const double frequency,
-                      const SoapySDR::Kwargs& args) override;
+                      const SoapySDR::Kwargs& args = SoapySDR::Kwargs()) override;
     double getFrequency(const int direction, const size_t channel, const std::string& name) const override;
     SoapySDR::RangeList getFrequencyRange(const int direction, const size_t channel) const override;
     SoapySDR::ArgInfoList getFrequencyArgsInfo(const int direction, const size_t channel) const override;

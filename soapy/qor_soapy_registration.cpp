@@ -36,6 +36,8 @@ SoapySDR::KwargsList FindQor(const SoapySDR::Kwargs& args) {
 }
 
 SoapySDR::Device* MakeQor(const SoapySDR::Kwargs& args) {
+    // The calibration files' prefix, for units without calibration on board.
+    if (args.count("cal_path")) qorSetCalFilePath(args.at("cal_path").c_str());
     int serial = 0;
     if (args.count("serial")) {
         serial = std::atoi(args.at("serial").c_str());
