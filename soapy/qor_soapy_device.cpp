@@ -54,8 +54,13 @@ QorDevice::QorDevice(int serial) : ladder_(DeviceTypeVelm) {
     // A correction stored in the unit is where CORR starts.
     double factor = 1.0;
     if (qorGetTimebaseCorrection(device_, &factor) == qorNoError) correctionPpm_ = (factor - 1.0) * 1e6;
-    std::lock_guard<std::mutex> hold(lock_);
-    Apply();
+    try {
+        std::lock_guard<std::mutex> hold(lock_);
+        Apply();
+    } catch (...) {
+        qorCloseDevice(device_);
+        throw;
+    }
 }
 
 QorDevice::~QorDevice() {

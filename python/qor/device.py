@@ -68,8 +68,13 @@ class Device:
         self.close()
 
     def __del__(self):
-        if getattr(self, "index", -1) >= 0:
-            self.close()
+        # A device left open is closed when it goes; at interpreter exit the
+        # library may already be gone.
+        try:
+            if getattr(self, "index", -1) >= 0:
+                self.close()
+        except Exception:
+            pass
 
     def close(self):
         if self.index >= 0:
