@@ -7,8 +7,8 @@ namespace qorsoapy {
 void IqPump::Start(int device, int blockLength, double sampleRate) {
     Stop();
     device_ = device;
-    sampleRate_ = sampleRate;
     std::lock_guard<std::mutex> reading(readerLock_);
+    sampleRate_ = sampleRate;
     for (IqBlock& block : blocks_) block.samples.resize(blockLength);
     {
         std::lock_guard<std::mutex> hold(lock_);
