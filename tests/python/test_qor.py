@@ -1,5 +1,6 @@
 """The Python package against the virtual instrument's default bench: unit
 12000002 has a -30 dBm tone at 1 GHz."""
+import time
 import warnings
 
 import numpy as np
@@ -43,6 +44,15 @@ def test_iq_finds_the_tone(dev, decimation, offset):
     spectrum = np.abs(np.fft.fft(x * np.hanning(len(x)))) ** 2
     assert abs(np.fft.fftfreq(len(x), 1 / rate)[np.argmax(spectrum)] - offset) <= rate / len(x)
     assert 10 * np.log10(np.mean(np.abs(x) ** 2)) == pytest.approx(TONE_DBM, abs=0.5)
+
+
+def test_iq_tells_a_loss_once(dev):
+    # The instrument paces nothing here: a reader that pauses falls behind.
+    dev.configure(center=TONE_HZ, decimation=2)
+    dev.iq(128)
+    time.sleep(0.3)
+    assert dev.iq(128).sample_loss
+    assert not dev.iq(128, purge=True).sample_loss
 
 
 def test_errors_carry_the_status_text(dev):
