@@ -10,7 +10,7 @@ FUZZERS    := fuzz_stream_frames fuzz_command_framing fuzz_calibration_blocks fu
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
 
-.PHONY: all deps configure build demo test bench sanitize tsan fuzz clean
+.PHONY: all deps configure build demo test install bench sanitize tsan fuzz clean
 
 all: build
 
@@ -28,6 +28,18 @@ demo: build
 
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 300
+
+# Installs under the configured prefix (/usr/local unless CMAKE_ARGS says
+# otherwise), or under DESTDIR for staging; as root on the live system it also
+# refreshes the linker cache and lets udev apply the units' rule.
+install: build
+	@DESTDIR="$(DESTDIR)" cmake --install $(BUILD)
+	@if [ -z "$(DESTDIR)" ] && [ "$$(id -u)" -eq 0 ]; then \
+	  ldconfig; \
+	  if command -v udevadm > /dev/null && [ -d /run/udev ]; then \
+	    udevadm control --reload-rules && udevadm trigger --subsystem-match=usb --attr-match=idVendor=0403 || true; \
+	  fi; \
+	fi
 
 bench: deps
 	@cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DQOR_BUILD_BENCH=ON -DQOR_BUILD_TESTS=OFF > /dev/null

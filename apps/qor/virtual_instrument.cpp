@@ -24,11 +24,12 @@ std::string ExecutableDir() {
     return dir.substr(0, dir.find_last_of('/'));
 }
 
-// The instrument next to the tool: in the build tree, or installed beside the library.
+// The instrument next to the tool: in the build tree, or where the install rules put it.
 std::string FindSimLibrary() {
     if (const char* named = std::getenv("QOR_SIM_LIBRARY")) return named;
     const std::string dir = ExecutableDir();
-    for (const char* relative : {"/../../sim/libqor_sim.so", "/../lib/libqor_sim.so", "/libqor_sim.so"}) {
+    // QOR_INSTALLED_SIM: the install rules' path from the tool to the instrument.
+    for (const char* relative : {"/../../sim/libqor_sim.so", "/" QOR_INSTALLED_SIM, "/libqor_sim.so"}) {
         const std::string candidate = dir + relative;
         if (access(candidate.c_str(), R_OK) == 0) return candidate;
     }
