@@ -153,11 +153,13 @@ QOR_API const char* qorGetErrorString(qorStatus status);
 
 /* ---- Configuration ------------------------------------------------------
  * Each writes the settings of the index only; refused values change nothing,
- * held values return qorParameterClamped (3) where the call says so. */
+ * held values return qorParameterClamped (3) where the call says so. A value
+ * that is no number (NaN) is refused everywhere, with qorInvalidParameterErr
+ * where the call has no status of its own for it. */
 /* detector 0 min/max, 1 average; scale 0, 2 dBm and 1, 3 mV. */
 QOR_API qorStatus qorConfigAcquisition(int device, int detector, int scale);
 QOR_API qorStatus qorConfigCenterSpan(int device, double center, double span);
-/* Reference level (at most 20 dBm); returns attenuator and gain to automatic. */
+/* Reference level, held to -200..20 dBm; returns attenuator and gain to automatic. */
 QOR_API qorStatus qorConfigLevel(int device, double refLevel);
 /* atten 0..3, gain 0..2, negative = automatic. */
 QOR_API qorStatus qorConfigGainAtten(int device, int atten, int gain, bool preamp);
@@ -173,6 +175,7 @@ QOR_API qorStatus qorConfigRBWShape(int device, int rbwShape);
 QOR_API qorStatus qorConfigProcUnits(int device, int procUnits);
 /* decimation a power of two 1..128; bandwidth held to the decimation's limit. */
 QOR_API qorStatus qorConfigIQ(int device, int decimation, double bandwidth);
+/* audioType 0..4; the five values are stored as given, but must be finite. */
 QOR_API qorStatus qorConfigAudio(int device, int audioType, double centerFreq, double bandwidth,
                                  double audioLowPass, double audioHighPass, double fmDeemphasis);
 QOR_API qorStatus qorConfigRealTime(int device, double frameScale, int frameRate);

@@ -1,10 +1,16 @@
 #include "settings.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "hold.h"
 
 namespace qor {
+namespace {
+
+constexpr double kLowestRefLevel = -200.0;
+
+}  // namespace
 
 double IqBandwidthLimit(int decimationLog2) {
     static const double kLimits[8] = {250000.0, 225000.0, 100000.0, 50000.0, 20000.0, 12000.0, 5000.0, 3000.0};
@@ -52,8 +58,13 @@ qorStatus Settings::ConfigCenterSpan(double newCenter, double newSpan) {
 }
 
 qorStatus Settings::ConfigLevel(double newRefLevel) {
-    const bool held = newRefLevel > 20.0;
-    refLevel = held ? 20.0 : newRefLevel;
+    // Beyond the top the level is held at 20 dBm. Refused on purpose, and held
+    // at a floor no unit reaches, so that the level arithmetic of the engines
+    // never meets a NaN or overflows an integer: a level that is no number,
+    // and one below -200 dBm.
+    if (std::isnan(newRefLevel)) return qorInvalidParameterErr;
+    const bool held = Hold(newRefLevel, kLowestRefLevel, 20.0);
+    refLevel = newRefLevel;
     atten = -1;
     gain = -1;
     preamp = false;
@@ -96,7 +107,7 @@ qorStatus Settings::ConfigProcUnits(int newUnits) {
 qorStatus Settings::ConfigIQ(int decimation, double bandwidth) {
     int log2 = 0;
     while (log2 <= 7 && (1 << log2) != decimation) ++log2;
-    if (log2 > 7) return qorInvalidParameterErr;
+    if (log2 > 7 || std::isnan(bandwidth)) return qorInvalidParameterErr;
     iqDecimationLog2 = log2;
     iqBandwidth = std::clamp(bandwidth, 100.0, IqBandwidthLimit(log2));
     return qorNoError;
@@ -105,6 +116,10 @@ qorStatus Settings::ConfigIQ(int decimation, double bandwidth) {
 qorStatus Settings::ConfigAudio(int newType, double centerFreq, double bandwidth, double lowPass, double highPass,
                                 double deemphasis) {
     if (newType < 0 || newType > 4) return qorInvalidParameterErr;
+    // Stored as given, but never a value that is no finite number.
+    for (const double v : {centerFreq, bandwidth, lowPass, highPass, deemphasis}) {
+        if (!std::isfinite(v)) return qorInvalidParameterErr;
+    }
     audioType = newType;
     audioCenter = centerFreq;
     audioBandwidth = bandwidth;
