@@ -168,7 +168,8 @@ QOR_API qorStatus qorConfigGainAtten(int device, int atten, int gain, bool pream
    wide spans, images below 16.1 MHz are removed at RBW 30 kHz and below,
    only partly (to about -15 dBc) at 100 kHz and not at all at 250 kHz;
    at RBW 150 to 250 kHz a tone's level depends on where it sits in its
-   200 kHz step by up to about 0.6 dB. */
+   200 kHz step by up to about 0.6 dB. Narrow sweeps hold rbw / vbw so that
+   a capture lasts at most 8.6 s (qorInitiate returns 4). */
 QOR_API qorStatus qorConfigSweepCoupling(int device, double rbw, double vbw, bool reject);
 QOR_API qorStatus qorConfigRBWShape(int device, int rbwShape);
 /* 0 log, 1 voltage, 2 power, 3 no video processing. */

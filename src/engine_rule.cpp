@@ -34,6 +34,9 @@ int RbwToVbwRatio(SweepEngineKind kind, double rbw, double vbw, int fftSize, boo
     int limit = 0;
     if (kind == SweepEngineKind::Fast) limit = 256 / fftSize;
     if (kind == SweepEngineKind::Midrange) limit = 65536 / fftSize;
+    // Held on purpose in the narrow sweep too: a video bandwidth far below
+    // the RBW would ask for captures of minutes and gigabytes of frames.
+    if (kind == SweepEngineKind::Slow) limit = std::max(1, kMaxSlowCaptureSamples / fftSize);
     *limited = limit > 0 && ratio > limit;
     if (*limited) ratio = limit;
     return ratio;

@@ -17,8 +17,12 @@ struct SweepEngineChoice {
 
 SweepEngineChoice ChooseSweepEngine(const Settings& settings, int deviceType);
 
+// The longest capture of the narrow sweep, 8.6 s of samples.
+constexpr int kMaxSlowCaptureSamples = 1 << 22;
+
 // Frames of the video average: round(rbw / vbw), held to what the engine's
-// trace can take for an FFT of `fftSize`. `limited` tells whether it was held.
+// trace can take for an FFT of `fftSize` (the narrow sweep: to captures of at
+// most kMaxSlowCaptureSamples). `limited` tells whether it was held.
 int RbwToVbwRatio(SweepEngineKind kind, double rbw, double vbw, int fftSize, bool* limited);
 
 // Samples a sweep step captures: fftSize x ratio + 767, down to a multiple of 512.

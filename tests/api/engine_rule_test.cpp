@@ -65,6 +65,11 @@ TEST(EngineRule, VideoRatioLimits) {
     EXPECT_TRUE(limited);
     EXPECT_EQ(qor::RbwToVbwRatio(SweepEngineKind::Slow, 1e5, 100.0, 128, &limited), 1000);
     EXPECT_FALSE(limited);
+    // A capture of minutes is held to 8.6 s; an RBW that needs more keeps its one frame.
+    EXPECT_EQ(qor::RbwToVbwRatio(SweepEngineKind::Slow, 1e4, 0.1, 256, &limited), (1 << 22) / 256);
+    EXPECT_TRUE(limited);
+    EXPECT_EQ(qor::RbwToVbwRatio(SweepEngineKind::Slow, 0.1, 0.1, 1 << 23, &limited), 1);
+    EXPECT_FALSE(limited);
     EXPECT_EQ(qor::RbwToVbwRatio(SweepEngineKind::Fast, 3000.0, 2000.0, 64, &limited), 2);  // 1.5 rounds up
     EXPECT_FALSE(limited);
 }
