@@ -361,14 +361,14 @@ qorStatus qorGetPartialSweep_64f(int device, double* min, double* max, int* star
     return GetPartialSweep(device, min, max, start, stop);
 }
 
-qorStatus qorGetRealTimeFrame(int device, float* /*sweep*/, float* /*frame*/, float* /*alphaFrame*/) {
+qorStatus qorGetRealTimeFrame(int device, float* sweep, float* frame, float* alphaFrame) {
     return WithDevice(device, [&](Device& d) {
         const Device::Running run = d.Current();
         if (run.mode == ModeIdle) return qorNotConfiguredErr;
         if (run.mode != ModeRealTime) return qorWrongModeErr;
         if (!run.engine) return qorUnknownErr;
-        // No real-time imaging engine exists yet: whatever runs is not one.
-        return qorNotConfiguredErr;
+        const qorStatus status = run.engine->GetRealTimeFrame(sweep, frame, alphaFrame);
+        return status == qorNotConfiguredErr ? status : Retrieved(d, status);
     });
 }
 
