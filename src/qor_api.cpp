@@ -68,6 +68,8 @@ qorStatus GetSweep(int device, T* min, T* max) {
         if (run.mode == ModeIdle) return qorNotConfiguredErr;
         if (run.mode != ModeSweep && run.mode != ModeRealTime && run.mode != ModeTGSweep) return qorWrongModeErr;
         if (!run.engine) return qorUnknownErr;
+        // The real-time sweep comes only with its frame.
+        if (run.mode == ModeRealTime) return qorWrongModeErr;
         SweepEngine& engine = *run.engine;
         qorStatus status;
         if constexpr (std::is_same_v<T, float>) {
