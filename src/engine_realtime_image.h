@@ -14,16 +14,18 @@
 //   is stored; each spectrum goes to the frame imager.
 // The ring is 64 blocks of 4096 samples whose first 8 repeat after the end,
 // so that any window starting in the ring lies contiguous in memory. The two
-// threads share only the ring and `samplesAvailable`: the writer stores a
-// block before it adds it to the count, the reader reads only what the count
-// holds. A reader fallen a whole ring behind writes that ring off, and the
-// spectra jump.
+// threads share only the ring and `samplesAvailable` (sequentially
+// consistent): the writer stores a block before it adds it to the count, the
+// reader transforms only what the count holds and takes its hop off after.
+// A processing thread that falls behind the stream finds the ring full: the
+// acquisition thread then drops blocks rather than overwrite samples not yet
+// transformed, and the spectra jump over them.
 //
 // The caller meets only the processing thread, in the frame imager's
-// hand-off. Stop: `running` cleared, the data event shut and the count set
-// beyond every test, the hand-off shut (a caller waiting for a frame returns
-// -6); the processing thread ends at its next test, the acquisition thread
-// after the read under way, and stops the stream.
+// hand-off. Stop: `running` cleared, the data event and the hand-off shut (a
+// caller waiting for a frame returns -6); the processing thread ends at its
+// next test, the acquisition thread after the read under way, and stops the
+// stream.
 #ifndef QOR_ENGINE_REALTIME_IMAGE_H
 #define QOR_ENGINE_REALTIME_IMAGE_H
 

@@ -109,6 +109,23 @@ TEST(FrameImaging, RowsAndTheCeilingOfTheDensity) {
     EXPECT_NEAR(m.sweep[100], -95.0, 0.01);
 }
 
+// On the linear scale the reference level's voltage is row 255: 0.4 of it
+// (-7.96 dB) row 102.
+TEST(FrameImaging, LinearRowsCountMillivolts) {
+    constexpr int kBins = 8;
+    std::vector<float> corrections(kBins, 0.0f), ratios(kBins, 1.0f);
+    qor::FrameScale scale = Imager::Scale(0);
+    scale.logScale = false;
+    qor::FrameImager imager(kBins, 1, scale, corrections.data(), ratios.data());
+    std::vector<float> power(kBins, static_cast<float>(std::pow(10.0, -2.0)));  // -20 dBm
+    power[1] = static_cast<float>(std::pow(10.0, -2.0) * 0.16);
+    imager.AddSpectrum(power.data());
+    std::vector<float> frame(kBins * qor::kFrameHeight);
+    ASSERT_TRUE(imager.Deliver(nullptr, frame.data(), nullptr));
+    EXPECT_FLOAT_EQ(frame[255 * kBins + 0], 1.0f / 40);
+    EXPECT_FLOAT_EQ(frame[102 * kBins + 1], 1.0f / 40);
+}
+
 // A tone seen in frames 0 to 9 and gone after: its cell's alpha is 1 while
 // it is hit, then falls by 0.9003312 a frame, and is 0 once the frame that
 // last hit it leaves the 39-frame sum; its density falls by 1/40 a frame the same way.
