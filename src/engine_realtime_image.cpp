@@ -80,7 +80,7 @@ void RealTimeImageEngine::WakeThreads() {
 }
 
 qorStatus RealTimeImageEngine::GetRealTimeFrame(float* sweep, float* frame, float* alphaFrame) {
-    if (!imager->Deliver(sweep, frame, alphaFrame)) return qorNotConfiguredErr;
+    if (imager->Deliver(sweep, frame, alphaFrame) == FrameHandoff::Read::Shut) return qorNotConfiguredErr;
     return exchange.UsbFailed() ? qorUsbCommErr : qorNoError;
 }
 
@@ -104,8 +104,12 @@ void RealTimeImageEngine::Acquire() {
     inverted = TuneStream(link, corr, *settings, centerHz, true).inverted;
     link->StartStream();
     while (running) {
-        // A read that fails leaves what the block held.
-        if (!link->ReadSamples4096(block.get())) exchange.FailUsb();
+        // A read that fails leaves what the block held; the caller learns of
+        // it at once, not after frames of samples the unit no longer sends.
+        if (!link->ReadSamples4096(block.get()) && !exchange.UsbFailed()) {
+            exchange.FailUsb();
+            imager->Fail();
+        }
         if (!running) break;
         StoreBlock(block.get());
     }

@@ -12,12 +12,13 @@ int FrameHandoff::Advance() {
     return next;
 }
 
-bool FrameHandoff::BeginRead(int slot) {
+FrameHandoff::Read FrameHandoff::BeginRead(int slot) {
     std::unique_lock<std::mutex> hold(lock_);
-    changed_.wait(hold, [&] { return shut_ || writing_ != slot; });
-    if (shut_) return false;
+    changed_.wait(hold, [&] { return shut_ || failed_ || writing_ != slot; });
+    if (shut_) return Read::Shut;
+    if (writing_ == slot) return Read::Failed;
     reading_ = slot;
-    return true;
+    return Read::Held;
 }
 
 void FrameHandoff::EndRead() {
@@ -29,6 +30,12 @@ void FrameHandoff::EndRead() {
 void FrameHandoff::Shut() {
     std::lock_guard<std::mutex> hold(lock_);
     shut_ = true;
+    changed_.notify_all();
+}
+
+void FrameHandoff::Fail() {
+    std::lock_guard<std::mutex> hold(lock_);
+    failed_ = true;
     changed_.notify_all();
 }
 

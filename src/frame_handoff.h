@@ -10,7 +10,8 @@
 // slots overwritten by newer frames, in the old order, without notice.
 //
 // Shut (the engine stops): a waiting reader returns at once and learns it;
-// the writer still waits for a copy under way, which is short. One mutex guards both positions; nothing
+// the writer still waits for a copy under way, which is short. Fail (the
+// unit is gone): a reader no longer waits for a frame being built. One mutex guards both positions; nothing
 // else is locked inside it.
 #ifndef QOR_FRAME_HANDOFF_H
 #define QOR_FRAME_HANDOFF_H
@@ -29,10 +30,14 @@ public:
     // The writer: leaves its slot for the next one, once the reader is out of it.
     // Returns the new slot.
     int Advance();
-    // The reader: waits until `slot` is built and holds it; false once shut.
-    bool BeginRead(int slot);
+    enum class Read { Held, Shut, Failed };
+    // The reader: waits until `slot` is built and holds it (Held). Once shut,
+    // Shut; once the unit failed, a slot not built yet is Failed at once.
+    Read BeginRead(int slot);
     void EndRead();
     void Shut();
+    // The unit failed: no reader waits for a frame any more.
+    void Fail();
 
 private:
     std::mutex lock_;
@@ -40,6 +45,7 @@ private:
     int writing_ = 0;
     int reading_ = -1;
     bool shut_ = false;
+    bool failed_ = false;
 };
 
 }  // namespace qor

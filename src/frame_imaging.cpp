@@ -156,8 +156,9 @@ void FrameImager::Persist(int previous) {
     }
 }
 
-bool FrameImager::Deliver(float* sweep, float* frame, float* alphaFrame) {
-    if (!handoff_.BeginRead(frameRead_)) return false;
+FrameHandoff::Read FrameImager::Deliver(float* sweep, float* frame, float* alphaFrame) {
+    const FrameHandoff::Read read = handoff_.BeginRead(frameRead_);
+    if (read != FrameHandoff::Read::Held) return read;
     const int slot = frameRead_;
     if (sweep) {
         ippsCopy_32f(sweepFrames_[slot].get(), sweep, spanBins_);
@@ -184,7 +185,7 @@ bool FrameImager::Deliver(float* sweep, float* frame, float* alphaFrame) {
     }
     handoff_.EndRead();
     frameRead_ = FrameHandoff::Next(frameRead_);
-    return true;
+    return read;
 }
 
 }  // namespace qor

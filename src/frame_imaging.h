@@ -66,11 +66,13 @@ public:
     // ---- The application's thread --------------------------------------------
     // The next frame in sequence, each output skipped when null: the sweep in
     // dBm (spanBins), the persistence and alpha images (row-major, row 0 the
-    // lowest level). Waits for the frame; false once shut.
-    bool Deliver(float* sweep, float* frame, float* alphaFrame);
+    // lowest level). Waits for the frame, except once the unit failed (Fail):
+    // then a frame not built yet is not waited for and nothing is written.
+    FrameHandoff::Read Deliver(float* sweep, float* frame, float* alphaFrame);
 
     // Wakes a waiting Deliver for good.
     void Shut() { handoff_.Shut(); }
+    void Fail() { handoff_.Fail(); }
 
 private:
     static constexpr int kHitSlots = 40;  // the frames of the sum, and the one that drops out

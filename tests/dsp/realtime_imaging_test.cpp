@@ -69,7 +69,7 @@ struct Imager {
         sweep.assign(corrections.size(), 0.0f);
         frame.assign(static_cast<std::size_t>(width) * qor::kFrameHeight, -1.0f);
         alpha = frame;
-        ASSERT_TRUE(imager.Deliver(sweep.data(), frame.data(), alpha.data()));
+        ASSERT_EQ(imager.Deliver(sweep.data(), frame.data(), alpha.data()), qor::FrameHandoff::Read::Held);
     }
     float At(const std::vector<float>& image, int width, int row, int column) const {
         return image[static_cast<std::size_t>(row) * width + column];
@@ -121,7 +121,7 @@ TEST(FrameImaging, LinearRowsCountMillivolts) {
     power[1] = static_cast<float>(std::pow(10.0, -2.0) * 0.16);
     imager.AddSpectrum(power.data());
     std::vector<float> frame(kBins * qor::kFrameHeight);
-    ASSERT_TRUE(imager.Deliver(nullptr, frame.data(), nullptr));
+    ASSERT_EQ(imager.Deliver(nullptr, frame.data(), nullptr), qor::FrameHandoff::Read::Held);
     EXPECT_FLOAT_EQ(frame[255 * kBins + 0], 1.0f / 40);
     EXPECT_FLOAT_EQ(frame[102 * kBins + 1], 1.0f / 40);
 }
