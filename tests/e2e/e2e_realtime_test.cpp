@@ -256,6 +256,8 @@ TEST_F(RealTime, LeavingTheModeWakesAWaitingCaller) {
 // A caller waiting for a frame of an unplugged unit learns it within a
 // second, and the mode is then left promptly.
 TEST_F(RealTime, UnplugGivesAUsbErrorAndAPromptAbort) {
+    // The instrumented engines take longer than a second over the read under way.
+    const auto prompt = std::chrono::seconds(e2e::kAnySanitizer ? 5 : 1);
     const int device = devices_.at(kUnplugged);
     Frames f = Start(device, 200e6, 100e3, 1e3, -20.0);
     ASSERT_EQ(f.initiate, qorNoError);
@@ -263,12 +265,12 @@ TEST_F(RealTime, UnplugGivesAUsbErrorAndAPromptAbort) {
     ASSERT_EQ(e2e::TheSim()->unplug(kUnplugged, 0.0), 0);
     const auto unplugged = Clock::now();
     qorStatus status = qorNoError;
-    while (status == qorNoError && Clock::now() - unplugged < std::chrono::seconds(2)) status = f.Next(device);
+    while (status == qorNoError && Clock::now() - unplugged < 2 * prompt) status = f.Next(device);
     EXPECT_EQ(status, qorUsbCommErr);
-    EXPECT_LT(Clock::now() - unplugged, std::chrono::seconds(1));
+    EXPECT_LT(Clock::now() - unplugged, prompt);
     const auto abort = Clock::now();
     qorAbort(device);
-    EXPECT_LT(Clock::now() - abort, std::chrono::seconds(1));
+    EXPECT_LT(Clock::now() - abort, prompt);
 }
 
 // ---- In real time --------------------------------------------------------------
