@@ -21,6 +21,7 @@ SignalKind KindOf(const std::string& name) {
     if (name == "am") return SignalKind::Am;
     if (name == "fm") return SignalKind::Fm;
     if (name == "burst") return SignalKind::Burst;
+    if (name == "hop") return SignalKind::Hop;
     throw std::runtime_error("unknown signal kind \"" + name + "\"");
 }
 
@@ -35,6 +36,11 @@ SignalSpec ParseSignal(const json& j) {
     s.period = Get(j, "period", s.period);
     s.duration = Get(j, "duration", s.duration);
     s.phase = Get(j, "phase", s.phase);
+    s.delay = Get(j, "delay", s.delay);
+    s.frequencies = Get(j, "frequencies", s.frequencies);
+    s.dwell = Get(j, "dwell", s.dwell);
+    if (s.kind == SignalKind::Hop && (s.frequencies.empty() || s.dwell <= 0.0))
+        throw std::runtime_error("a hop needs frequencies and a positive dwell");
     if (s.frequency < 0.0) throw std::runtime_error("negative signal frequency");
     return s;
 }

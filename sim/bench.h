@@ -10,7 +10,7 @@
 
 namespace qorsim {
 
-enum class SignalKind { Cw, Am, Fm, Burst };
+enum class SignalKind { Cw, Am, Fm, Burst, Hop };
 
 // One signal at an analyzer input. Levels in dBm (carrier power), frequencies in Hz.
 struct SignalSpec {
@@ -22,6 +22,9 @@ struct SignalSpec {
     double deviation = 0.0;  // FM peak deviation
     double period = 0.01;    // burst repetition, seconds
     double duration = 0.001; // burst on-time, seconds
+    double delay = 0.0;      // burst: start of the first on-time, seconds
+    std::vector<double> frequencies;  // hop: the carrier's channels in turn, Hz
+    double dwell = 0.01;     // hop: time on each channel, seconds
     double phase = 0.0;      // starting phase, radians
 };
 

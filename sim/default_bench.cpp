@@ -22,7 +22,8 @@ const char* DefaultBenchJson() {
        {"kind": "cw", "frequency": 1.0e9, "level": -30.0},
        {"kind": "cw", "frequency": 2.4e9, "level": -45.0},
        {"kind": "fm", "frequency": 433.92e6, "level": -55.0, "deviation": 25000.0, "tone": 1000.0},
-       {"kind": "burst", "frequency": 868.3e6, "level": -40.0, "period": 0.02, "duration": 0.002}
+       {"kind": "burst", "frequency": 868.3e6, "level": -40.0, "period": 0.02, "duration": 0.002},
+       {"kind": "hop", "frequencies": [868.2e6, 868.25e6, 868.35e6, 868.4e6], "level": -50.0, "dwell": 0.005}
      ]},
     {"serial": 13000003, "type": 3, "onDeviceCalibration": false, "temperature": 35.0, "noiseFloor": -160.0,
      "signals": [

@@ -74,8 +74,11 @@ void Receiver::AddSignal(const FrontEnd& fe, const SignalSpec& s, double amplitu
             break;
         }
         case SignalKind::Burst:
-            for (int i = 0; i < kBlockSamples; ++i, carrier *= step)
-                if (std::fmod(static_cast<double>(start + i) / fs, s.period) < s.duration) out[i] += carrier;
+        case SignalKind::Hop:  // one burst per channel (RenderComplex)
+            for (int i = 0; i < kBlockSamples; ++i, carrier *= step) {
+                const double t = static_cast<double>(start + i) / fs - s.delay;
+                if (t >= 0.0 && std::fmod(t, s.period) < s.duration) out[i] += carrier;
+            }
             break;
     }
 }
@@ -143,18 +146,36 @@ void Receiver::AddNoise(bool highIf, double power, std::complex<double>* out) {
 void Receiver::RenderComplex(const FrontEnd& fe, const std::vector<SignalSpec>& signals, double noiseFloor,
                              double temperature, uint64_t start, std::complex<double>* out) {
     std::fill(out, out + kBlockSamples, std::complex<double>());
-    for (const auto& s : signals) {
-        double b;
-        bool mirrored;
-        if (!Placement(fe, s.frequency, &b, &mirrored)) continue;
-        const double levelDb = s.level + model_.PathGainDb(fe, s.frequency, b, temperature);
-        if (levelDb < -200.0) continue;
-        AddSignal(fe, s, std::pow(10.0, levelDb / 20.0), b, mirrored, start, out);
+    for (const auto& signal : signals) {
+        if (signal.kind == SignalKind::Hop) {
+            // Channel k is a burst of one dwell, k dwells into each round of all channels.
+            const int channels = static_cast<int>(signal.frequencies.size());
+            for (int k = 0; k < channels; ++k) {
+                SignalSpec channel = signal;
+                channel.frequency = signal.frequencies[k];
+                channel.period = channels * signal.dwell;
+                channel.duration = signal.dwell;
+                channel.delay = signal.delay + k * signal.dwell;
+                AddPlaced(fe, channel, temperature, start, out);
+            }
+            continue;
+        }
+        AddPlaced(fe, signal, temperature, start, out);
     }
     if (noiseFloor > -250.0) {
         const double densityDb = noiseFloor + model_.NoiseGainDb(fe, temperature);
         AddNoise(fe.highIf, std::pow(10.0, densityDb / 10.0) * fe.sampleRate, out);
     }
+}
+
+void Receiver::AddPlaced(const FrontEnd& fe, const SignalSpec& s, double temperature, uint64_t start,
+                         std::complex<double>* out) const {
+    double b;
+    bool mirrored;
+    if (!Placement(fe, s.frequency, &b, &mirrored)) return;
+    const double levelDb = s.level + model_.PathGainDb(fe, s.frequency, b, temperature);
+    if (levelDb < -200.0) return;
+    AddSignal(fe, s, std::pow(10.0, levelDb / 20.0), b, mirrored, start, out);
 }
 
 void Receiver::Render(const FrontEnd& fe, const std::vector<SignalSpec>& signals, double noiseFloor,

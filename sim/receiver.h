@@ -34,6 +34,9 @@ public:
     static bool Placement(const FrontEnd& fe, double rf, double* b, bool* mirrored);
 
 private:
+    // One signal where the front end places it, if it reaches the samples.
+    void AddPlaced(const FrontEnd& fe, const SignalSpec& s, double temperature, uint64_t start,
+                   std::complex<double>* out) const;
     void AddSignal(const FrontEnd& fe, const SignalSpec& s, double amplitude, double b, bool mirrored,
                    uint64_t start, std::complex<double>* out) const;
     void AddNoise(bool highIf, double power, std::complex<double>* out);

@@ -7,6 +7,7 @@
 #include "engine_broadband.h"
 #include "engine_fast.h"
 #include "engine_iq.h"
+#include "engine_realtime_image.h"
 #include "engine_midrange.h"
 #include "diagnostics.h"
 #include "engine_rule.h"
@@ -371,7 +372,15 @@ qorStatus Device::InitiateRealTime() {
     const RealTimeChoice choice = ChooseRealTime(m_settings);
     m_settings.rbw = choice.rbw;
     if (choice.status < 0) return choice.status;
-    return qorUnknownErr;  // no real-time engine yet
+    if (!m_calibration.corr) return qorUnknownErr;
+    constexpr double kStreamIf = 1.07e7;
+    m_link.TuneLO(m_settings.center + kStreamIf);
+    // Only the filter's FFT size serves this mode.
+    m_rbwFilter = std::make_unique<RbwFilter>(m_settings.rbw, RbwShapeFlatTop, kSampleRate, 0, false);
+    m_sweepInfo.sweepLength = m_rbwFilter->fftSize;
+    Install(ModeRealTime, std::make_shared<RealTimeImageEngine>(&m_settings, m_rbwFilter.get(), &m_link,
+                                                                &m_calibration, &m_sweepInfo));
+    return choice.status;
 }
 
 }  // namespace qor

@@ -57,14 +57,7 @@ void IQEngine::FillCorrections(double* table) {
 }
 
 void IQEngine::ChooseLevel(double* table) {
-    Settings& s = *settings;
-    if (!TakeConfiguredLevel(s)) {
-        StartAutomaticLevel(s, PreampReach::Everywhere);
-        FillCorrections(table);
-        corr->SelectAttenGain(SmallestCorrection(table, IQDecimator::kCorrectionBins), s.refLevel, &s.attenUsed,
-                              &s.gainUsed);
-    }
-    FillCorrections(table);
+    ChooseStreamLevel(*settings, corr, [&] { FillCorrections(table); }, table, IQDecimator::kCorrectionBins);
 }
 
 void IQEngine::Run() {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "corrections.h"
+
 namespace qor {
 namespace {
 
@@ -27,6 +29,16 @@ void StartAutomaticLevel(Settings& s, PreampReach reach) {
 
 double SmallestCorrection(const double* corrections, int count) {
     return count > 0 ? *std::min_element(corrections, corrections + count) : 0.0;
+}
+
+void ChooseStreamLevel(Settings& s, DeviceCorr* corr, const std::function<void()>& fill, const double* table,
+                       int count) {
+    if (!TakeConfiguredLevel(s)) {
+        StartAutomaticLevel(s, PreampReach::Everywhere);
+        fill();
+        corr->SelectAttenGain(SmallestCorrection(table, count), s.refLevel, &s.attenUsed, &s.gainUsed);
+    }
+    fill();
 }
 
 }  // namespace qor

@@ -6,9 +6,13 @@
 #ifndef QOR_LEVEL_CHOICE_H
 #define QOR_LEVEL_CHOICE_H
 
+#include <functional>
+
 #include "settings.h"
 
 namespace qor {
+
+class DeviceCorr;
 
 // Takes the configured attenuator step and gain index for both passes when
 // both are given; false when the choice is automatic.
@@ -26,6 +30,12 @@ void StartAutomaticLevel(Settings& settings, PreampReach reach);
 // The smallest of `count` corrections (0 for none), on which the automatic
 // choice rests.
 double SmallestCorrection(const double* corrections, int count);
+
+// The level of a streaming engine, for any frequency of its stream: the
+// configured one, or the automatic choice from the smallest of the `count`
+// corrections `fill` writes to `table`. `fill` runs last for the level taken.
+void ChooseStreamLevel(Settings& settings, DeviceCorr* corr, const std::function<void()>& fill, const double* table,
+                       int count);
 
 }  // namespace qor
 

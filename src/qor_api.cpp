@@ -68,6 +68,8 @@ qorStatus GetSweep(int device, T* min, T* max) {
         if (run.mode == ModeIdle) return qorNotConfiguredErr;
         if (run.mode != ModeSweep && run.mode != ModeRealTime && run.mode != ModeTGSweep) return qorWrongModeErr;
         if (!run.engine) return qorUnknownErr;
+        // The real-time sweep comes only with its frame.
+        if (run.mode == ModeRealTime) return qorWrongModeErr;
         SweepEngine& engine = *run.engine;
         qorStatus status;
         if constexpr (std::is_same_v<T, float>) {
@@ -361,14 +363,14 @@ qorStatus qorGetPartialSweep_64f(int device, double* min, double* max, int* star
     return GetPartialSweep(device, min, max, start, stop);
 }
 
-qorStatus qorGetRealTimeFrame(int device, float* /*sweep*/, float* /*frame*/, float* /*alphaFrame*/) {
+qorStatus qorGetRealTimeFrame(int device, float* sweep, float* frame, float* alphaFrame) {
     return WithDevice(device, [&](Device& d) {
         const Device::Running run = d.Current();
         if (run.mode == ModeIdle) return qorNotConfiguredErr;
         if (run.mode != ModeRealTime) return qorWrongModeErr;
         if (!run.engine) return qorUnknownErr;
-        // No real-time imaging engine exists yet: whatever runs is not one.
-        return qorNotConfiguredErr;
+        const qorStatus status = run.engine->GetRealTimeFrame(sweep, frame, alphaFrame);
+        return status == qorNotConfiguredErr ? status : Retrieved(d, status);
     });
 }
 

@@ -13,13 +13,19 @@ constexpr double kDividedBelowHz = 1.5e8;
 
 }  // namespace
 
-StreamTuning TuneStream(AnalyzerLink* link, DeviceCorr* corr, const Settings& s, double centerHz, bool highIf) {
+double PlanStream(AnalyzerLink* link, DeviceCorr* corr, double centerHz, bool highIf) {
     const int band = corr->BandOf(centerHz);
     TuningPlan& plan = link->Plan();
     LoTuning& record = plan.recordA;
+    if (link->Family().IsOrsk()) record.path = OrskPathForBand(band);
+    return plan.PlanTuning(centerHz, highIf ? kHighIf : kLowIf, true, -1, record, band);
+}
+
+StreamTuning TuneStream(AnalyzerLink* link, DeviceCorr* corr, const Settings& s, double centerHz, bool highIf) {
+    const int band = corr->BandOf(centerHz);
+    const LoTuning& record = link->Plan().recordA;
     const bool orsk = link->Family().IsOrsk();
-    if (orsk) record.path = OrskPathForBand(band);
-    const double residual = plan.PlanTuning(centerHz, highIf ? kHighIf : kLowIf, true, -1, record, band);
+    const double residual = PlanStream(link, corr, centerHz, highIf);
     link->SetPreamp(s.preamp);
     if (orsk) link->SetOrskPath(record.path);
     if (centerHz < kDividedBelowHz) {

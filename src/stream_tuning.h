@@ -15,6 +15,10 @@ struct StreamTuning {
     bool inverted;      // the band delivers the spectrum mirrored
 };
 
+// Plans the LO for `centerHz` on the high or the low IF (record A of the
+// link's plan) without programming it; the residual it leaves, in Hz.
+double PlanStream(AnalyzerLink* link, DeviceCorr* corr, double centerHz, bool highIf);
+
 // Tunes to `centerHz` (on the scale divided by the timebase factor) with the
 // level in `settings`.
 StreamTuning TuneStream(AnalyzerLink* link, DeviceCorr* corr, const Settings& settings, double centerHz, bool highIf);

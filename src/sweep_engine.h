@@ -81,6 +81,10 @@ public:
     virtual qorStatus StoreTgThru(int /*flag*/) { return qorNoError; }
     // The I/Q stream's retrieval; only the I/Q engine has one.
     virtual qorStatus GetIQ(IQPacket& /*packet*/) { return qorWrongModeErr; }
+    // The real-time frames' retrieval; only the real-time engine has one.
+    virtual qorStatus GetRealTimeFrame(float* /*sweep*/, float* /*frame*/, float* /*alphaFrame*/) {
+        return qorNotConfiguredErr;
+    }
 
     // What qorGetSweep does: partial deliveries until the trace stands.
     qorStatus CollectSweep64(double* min, double* max) { return exchange.Collect(min, max); }

@@ -1,10 +1,12 @@
-// qor: list the analyzers on the bus, show one, sweep a span or record I/Q.
+// qor: list the analyzers on the bus, show one, sweep a span, record I/Q or
+// image a span in real time.
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
 
 #include "info_commands.h"
 #include "iq_command.h"
+#include "realtime_command.h"
 #include "session.h"
 #include "sweep_command.h"
 #include "virtual_instrument.h"
@@ -98,6 +100,28 @@ int main(int argc, char** argv) {
         ->needs(iqAtten);
     addSimOptions(iqCommand);
 
+    qortool::RealTimeOptions rt;
+    CLI::App* rtCommand = app.add_subcommand("realtime", "image a span in real time: persistence PNG and frame sweep");
+    rtCommand->add_option("--serial", rt.serial, "serial number (default: the first unit)");
+    rtCommand->add_option("--center", rt.center, "center frequency, e.g. 868.3M")->required();
+    rtCommand->add_option("--span", rt.span, "span, 1k to 250k")->required();
+    rtCommand->add_option("--rbw", rt.rbw, "resolution bandwidth, 100 to 10k")->capture_default_str();
+    rtCommand->add_option("--ref", rt.refLevel, "reference level in dBm, the top of the image")->capture_default_str();
+    rtCommand->add_option("--scale", rt.frameScale, "dB the image covers below the reference level")->capture_default_str();
+    rtCommand->add_option("--rate", rt.frameRate, "frames per second, 4 to 30")->capture_default_str();
+    rtCommand->add_option("--overlap", rt.overlap, "step between FFTs as a fraction of their length, 0.125 to 10")
+        ->capture_default_str();
+    rtCommand->add_option("--detector", rt.detector, "frame sweep: minmax (peak) or average")
+        ->check(CLI::IsMember({"minmax", "average"}))
+        ->capture_default_str();
+    rtCommand->add_option("--frames", rt.frames, "frames to take; the image sums the last 39")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    rtCommand->add_option("--png", rt.png, "write the last frame's persistence image as PNG");
+    rtCommand->add_option("--png-dir", rt.pngDir, "write one PNG per frame into this folder");
+    rtCommand->add_option("--sweep-csv", rt.sweepCsv, "write the last frame sweep as CSV");
+    addSimOptions(rtCommand);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -108,6 +132,7 @@ int main(int argc, char** argv) {
         if (*list) return qortool::RunList();
         if (*info) return qortool::RunInfo(infoSerial);
         if (*iqCommand) return qortool::RunIq(iq);
+        if (*rtCommand) return qortool::RunRealTime(rt);
         sweep.showInjected = sim;
         return qortool::RunSweep(sweep);
     } catch (const qortool::ToolError& e) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "peaks.h"
+#include "plot_axes.h"
 #include "trace_csv.h"
 
 namespace qortool {
@@ -15,9 +16,6 @@ struct PlotText {
     std::string title;    // e.g. the unit
     std::string caption;  // the settings of the sweep
 };
-
-// Round tick positions covering [low, high], about `wanted` of them (1-2-5 steps).
-std::vector<double> NiceTicks(double low, double high, int wanted);
 
 // False when the image cannot be written.
 bool WriteTracePng(const std::string& path, const Trace& trace, const std::vector<Peak>& peaks,

@@ -180,3 +180,35 @@ TEST(SimPhysics, AmAndFmCarriersCarryTheirTone) {
     const double unmodulated = -30.0 + qorsim_path_gain(kVelmB, 1000.03e6, 0, 1, 1, 0, fm, -1, 31.5);
     EXPECT_NEAR(ToneLevel(x, fm) - unmodulated, 20.0 * std::log10(0.1775968), 0.5);
 }
+
+// A carrier hopping over three channels, 2 ms on each: no 256-sample window
+// finds it on two channels, and over 12 rounds each channel carries it at
+// its level in a third of the windows that lie within one dwell.
+TEST(SimPhysics, HoppingCarrierTakesItsChannelsInTurn) {
+    simbench::Signal hop = Cw(0.0, -30.0);
+    hop.kind = "hop";
+    hop.frequencies = {1000.02e6, 1000.05e6, 1000.09e6};
+    hop.dwell = 0.002;
+    LoadBench(PhysicsBench(-250.0, {hop}, {}));
+    Unit u(kVelmB);
+    const double lo = TuneLo(u, 1010.7e6);
+    SetPath(u, 0, 1, true);
+    const auto x = Capture(u, 68);  // 34816 samples: 71.6 ms, 12 rounds
+    constexpr size_t kWindow = 256;
+    int on[3] = {}, windows = 0;
+    for (size_t from = 0; from + kWindow <= x.size(); from += kWindow) {
+        int carrying = 0, which = -1;
+        for (int k = 0; k < 3; ++k) {
+            const double b = kHighIfs - (lo - hop.frequencies[k]);
+            const double expected = -30.0 + qorsim_path_gain(kVelmB, hop.frequencies[k], 0, 1, 1, 0, b, -1, 31.5);
+            if (ToneLevel(x, b, from, kWindow) > expected - 1.0) ++carrying, which = k;
+        }
+        EXPECT_LE(carrying, 1) << "at sample " << from;
+        if (carrying == 1) ++on[which];
+        ++windows;
+    }
+    // A window across a change of channel carries none of them whole.
+    const int carried = on[0] + on[1] + on[2];
+    EXPECT_GT(carried, windows * 0.6);
+    for (int k = 0; k < 3; ++k) EXPECT_NEAR(on[k], carried / 3.0, carried * 0.06) << "channel " << k;
+}

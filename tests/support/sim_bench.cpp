@@ -17,6 +17,11 @@ Value SignalJson(const Signal& s) {
     PutIfSet(out, "depth", s.depth);
     PutIfSet(out, "deviation", s.deviation);
     PutIfSet(out, "tone", s.tone);
+    PutIfSet(out, "period", s.period);
+    PutIfSet(out, "duration", s.duration);
+    PutIfSet(out, "delay", s.delay);
+    if (!s.frequencies.empty()) out["frequencies"] = s.frequencies;
+    PutIfSet(out, "dwell", s.dwell);
     return out;
 }
 

@@ -11,12 +11,17 @@
 namespace simbench {
 
 struct Signal {
-    std::string kind = "cw";  // "cw", "am" or "fm"
+    std::string kind = "cw";  // "cw", "am", "fm", "burst" or "hop"
     double frequency = 0.0;   // Hz
     double level = 0.0;       // dBm
     std::optional<double> depth;      // AM
     std::optional<double> deviation;  // FM, Hz
     std::optional<double> tone;       // the modulating tone of AM and FM, Hz
+    std::optional<double> period;     // burst: repetition, s
+    std::optional<double> duration;   // burst: on-time, s
+    std::optional<double> delay;      // burst: start of the first on-time, s
+    std::vector<double> frequencies;  // hop: the channels, Hz
+    std::optional<double> dwell;      // hop: time on each channel, s
 };
 
 Signal Cw(double frequency, double level);

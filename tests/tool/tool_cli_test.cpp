@@ -107,6 +107,25 @@ TEST_F(ToolCli, SweepWritesCsvWithThePeakAndAPlot) {
     EXPECT_NE(run.output.find("-30.0"), std::string::npos) << run.output;
 }
 
+// The default bench's 868.3 MHz burst in real time: the last frame sweep
+// holds it at its level, a persistence image is written for the run and one
+// per frame into the folder.
+TEST_F(ToolCli, RealTimeWritesThePersistenceImageAndTheFrameSweep) {
+    const std::string dir = ::testing::TempDir() + "/qor_realtime";
+    const std::string csv = dir + ".csv", png = dir + ".png";
+    std::remove(png.c_str());
+    const ToolRun run = Qor("realtime --sim --serial 12000002 --center 868.3M --span 100k --rbw 3k --frames 3 --png " +
+                            png + " --png-dir " + dir + " --sweep-csv " + csv);
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    const Bin peak = StrongestInCsv(csv);
+    EXPECT_NEAR(peak.frequency, 868.3e6, 1000.0);
+    EXPECT_NEAR(peak.level, -40.0, 0.5);
+    for (const std::string& image : {png, dir + "/frame-0001.png", dir + "/frame-0003.png"}) {
+        std::ifstream plot(image, std::ios::binary | std::ios::ate);
+        EXPECT_GT(plot.tellg(), 20000) << image;
+    }
+}
+
 // A unit whose only signal is a -40 dBm tone 10 kHz above the centre of
 // the recordings below.
 constexpr double kCenter = 433.92e6, kToneOffset = 10e3, kToneLevel = -40.0;
