@@ -209,8 +209,9 @@ public:
     // Reads and clears the mark of an IF overload (a converter clipping in
     // some block read) seen since the last look.
     bool TakeCompressionMark() { return compressionFlag.exchange(false); }
-    // Puts a mark taken by an engine back for the retrieval calls.
-    void MarkCompression() { compressionFlag = true; }
+    // While off, an overload leaves no mark: blocks read with the receiver
+    // driven hard on purpose (the generator sweep's second passes).
+    void CountCompression(bool on) { countCompression_ = on; }
 
 private:
     static constexpr int32_t kPathUnknown = -1;  // the next SetOrskPath always sends
@@ -231,6 +232,7 @@ private:
     bool voltageReadout = false;
     const std::atomic<bool>* keepReading_ = nullptr;
     bool commandFailed_ = false;  // a read of the command channel was refused
+    bool countCompression_ = true;
 
     // FT_Open of both channels, the stream channel with retries; false leaves both closed.
     bool OpenChannels(int streamIndex, int commandIndex);

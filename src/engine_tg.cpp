@@ -108,7 +108,10 @@ qorStatus TGSweep::StoreTgThru(int flag) {
     return qorNoError;
 }
 
-void TGSweep::Rest() { link->StopGatedSweep(); }
+void TGSweep::Rest() {
+    link->CountCompression(true);
+    link->StopGatedSweep();
+}
 
 void TGSweep::LoadCorrections() {
     const Settings& s = *settings;
@@ -296,10 +299,10 @@ void TGSweep::WideLoop() {
     while (running) {
         SetupPass(s.attenUsed, s.gainUsed, 0);
         RunPass(firstTrace.get(), firstCorrection.get(), firstThru.get());
+        if (!running) break;
         // Only the first pass may report an overload: the others drive the
         // receiver hard on purpose.
-        const bool compressed = link->TakeCompressionMark();
-        if (!running) break;
+        link->CountCompression(false);
         if (storeThruRequest) {
             StoreThru();
         } else if (storePadRequest) {
@@ -309,8 +312,7 @@ void TGSweep::WideLoop() {
             RunPass(secondTrace.get(), secondCorrection.get(), secondThru.get());
             MergePasses();
         }
-        link->TakeCompressionMark();
-        if (compressed) link->MarkCompression();
+        link->CountCompression(true);
         if (!running) break;
         Publish();
         exchange.Signal();

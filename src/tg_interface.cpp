@@ -58,7 +58,16 @@ void WriteCacheFile(const std::string& name, const uint8_t* eeprom) {
 }  // namespace
 
 bool TGInterface::Attach() {
-    if (Attached()) return true;
+    if (FT_HANDLE held = handle.load()) {
+        // A generator that has left the bus is let go, and the bus searched again.
+        DWORD queued = 0;
+        if (Ft().GetQueueStatus(held, &queued) == FT_OK) return true;
+        Ft().Close(held);
+        handle = nullptr;
+    }
+    calibrated = false;
+    isOrskTg = false;
+    timebaseFactor = 1.0;
     FT_HANDLE opened = nullptr;
     {
         // The driver's list is one for the process; the open takes an index into it.

@@ -35,7 +35,7 @@ public:
     TGInterface& operator=(const TGInterface&) = delete;
 
     // Finds and opens the first generator on the bus and loads its memory;
-    // true when one is attached (also when it already was).
+    // true when one is attached (also when it already was and is still there).
     bool Attach();
     // Turns the output off and closes the channel.
     void Detach();

@@ -40,7 +40,8 @@ namespace simcontrol {
     X(setDut, qorsim_set_dut)                           \
     X(dutGain, qorsim_dut_gain)                         \
     X(generatorLevel, qorsim_generator_level)           \
-    X(generatorReference, qorsim_generator_reference)
+    X(generatorReference, qorsim_generator_reference)  \
+    X(generatorEeprom, qorsim_generator_eeprom)
 
 struct Calls {
 #define QORSIM_MEMBER(member, function) decltype(&function) member;
