@@ -66,7 +66,7 @@ AxisUnit FrequencyUnit(double highest, double step) {
     return unit;
 }
 
-void DrawGrid(cairo_t* cr, const Frame& f, const Trace& trace) {
+void DrawGrid(cairo_t* cr, const Frame& f, const std::string& levelAxis) {
     cairo_set_line_width(cr, 1.0);
     cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
     const std::vector<double> xTicks = NiceTicks(f.x0, f.x1, 10);
@@ -99,7 +99,7 @@ void DrawGrid(cairo_t* cr, const Frame& f, const Trace& trace) {
     cairo_save(cr);
     cairo_translate(cr, 25, (kTop + kHeight - kBottom) / 2);
     cairo_rotate(cr, -M_PI / 2);
-    Text(cr, 0, 0, trace.millivolts ? "Level (mV)" : "Level (dBm)", 0.5, 14);
+    Text(cr, 0, 0, levelAxis, 0.5, 14);
     cairo_restore(cr);
 }
 
@@ -159,7 +159,7 @@ std::vector<double> NiceTicks(double low, double high, int wanted) {
 }
 
 bool WriteTracePng(const std::string& path, const Trace& trace, const std::vector<Peak>& peaks,
-                   const PlotText& text) {
+                   const PlotText& text, const std::string& levelAxis) {
     std::unique_ptr<cairo_surface_t, void (*)(cairo_surface_t*)> surface(
         cairo_image_surface_create(CAIRO_FORMAT_RGB24, kWidth, kHeight), &cairo_surface_destroy);
     std::unique_ptr<cairo_t, void (*)(cairo_t*)> context(cairo_create(surface.get()), &cairo_destroy);
@@ -170,14 +170,15 @@ bool WriteTracePng(const std::string& path, const Trace& trace, const std::vecto
     const auto [low, high] = LevelRange(trace);
     const double last = trace.startFreq + trace.binSize * static_cast<double>(std::max<std::size_t>(trace.max.size(), 2) - 1);
     const Frame f{trace.startFreq, last > trace.startFreq ? last : trace.startFreq + 1.0, low, high};
-    DrawGrid(cr, f, trace);
+    const bool single = !levelAxis.empty();
+    DrawGrid(cr, f, single ? levelAxis : trace.millivolts ? "Level (mV)" : "Level (dBm)");
 
     cairo_save(cr);
     cairo_rectangle(cr, kLeft, kTop, kWidth - kLeft - kRight, kHeight - kTop - kBottom);
     cairo_clip(cr);
     cairo_set_line_width(cr, 1.2);
     cairo_set_source_rgb(cr, 0.55, 0.75, 0.95);
-    DrawTrace(cr, f, trace, trace.min);
+    if (!single) DrawTrace(cr, f, trace, trace.min);
     cairo_set_source_rgb(cr, 0.05, 0.25, 0.65);
     DrawTrace(cr, f, trace, trace.max);
     cairo_restore(cr);
@@ -191,6 +192,7 @@ bool WriteTracePng(const std::string& path, const Trace& trace, const std::vecto
     if (AnyNoiseBiased(peaks)) {
         Text(cr, kLeft, kHeight - 7, kNoiseBiasedNote, 0.0, 12);
     }
+    if (single) return cairo_surface_write_to_png(surface.get(), path.c_str()) == CAIRO_STATUS_SUCCESS;
     cairo_set_source_rgb(cr, 0.05, 0.25, 0.65);
     Text(cr, kWidth - kRight, 35, "max", 1.0, 13);
     cairo_set_source_rgb(cr, 0.45, 0.65, 0.9);

@@ -19,9 +19,10 @@ struct PlotText {
 // Round tick positions covering [low, high], about `wanted` of them (1-2-5 steps).
 std::vector<double> NiceTicks(double low, double high, int wanted);
 
-// False when the image cannot be written.
+// False when the image cannot be written. With a `levelAxis` label the plot
+// shows one trace (the max) on that axis; without, min and max in the trace's unit.
 bool WriteTracePng(const std::string& path, const Trace& trace, const std::vector<Peak>& peaks,
-                   const PlotText& text);
+                   const PlotText& text, const std::string& levelAxis = "");
 
 }  // namespace qortool
 
