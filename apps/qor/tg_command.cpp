@@ -43,7 +43,7 @@ private:
 };
 
 // Tells the user what to connect, or connects it on the virtual instrument.
-void Connect(const TgOptions& o, const BenchGenerator* generator, const std::string& dut, const char* what) {
+void Connect(const BenchGenerator* generator, const std::string& dut, const char* what) {
     if (generator) {
         SwapDut(generator->serial, dut);
         return;
@@ -51,7 +51,6 @@ void Connect(const TgOptions& o, const BenchGenerator* generator, const std::str
     std::fprintf(stderr, "connect %s between the generator and the analyzer, then press Enter\n", what);
     std::string line;
     std::getline(std::cin, line);
-    (void)o;
 }
 
 std::string Caption(const TgOptions& o, double start, double stop, int length, double binSize, const char* thru) {
@@ -118,7 +117,7 @@ int RunTg(const TgOptions& o) {
     const BenchGenerator* bench = swaps ? &generator : nullptr;
 
     if (o.thru) {
-        Connect(o, bench, R"({"kind": "thru"})", "the thru cable");
+        Connect(bench, R"({"kind": "thru"})", "the thru cable");
         // The thru as measured against the generator's nominal level: what a
         // later run takes from the file.
         Response measured{response.frequency, session.Settled(1)};
@@ -133,7 +132,7 @@ int RunTg(const TgOptions& o) {
         throw ToolError("--thru-file: its frequencies are not those of this sweep (same --start, --stop, --points)");
     }
 
-    Connect(o, bench, o.dut.empty() ? generator.dut : o.dut, "the device under test");
+    Connect(bench, o.dut.empty() ? generator.dut : o.dut, "the device under test");
     response.db = session.Settled(o.sweeps);
     if (!o.thru) {
         for (int i = 0; i < length; ++i) response.db[i] -= thruFromFile.db[i];
