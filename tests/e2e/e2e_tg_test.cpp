@@ -52,10 +52,12 @@ std::string TgBench(const Family& f, const char* generator = "") {
 
 class TgBase : public ::testing::Test {
 protected:
+    void SetUp() override {
+        if (!TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
+    }
     void Load(const Family& f, const char* generator = "") {
         family = f;
         const Sim* sim = TheSim();
-        if (!sim) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
         ASSERT_EQ(0, sim->loadBenchJson(TgBench(f, generator).c_str())) << sim->lastError();
         CalibrationFolder().UseAsCalibrationCache();
         // Each test's generator gives its own memory, not one an earlier test cached.
