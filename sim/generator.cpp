@@ -55,6 +55,13 @@ void Generator::Unplug(double afterRealMs) {
     Publish();
 }
 
+void Generator::Replug() {
+    UsbDevice::Replug();
+    std::lock_guard<std::mutex> lock(mutex_);
+    state_.unplugAt = TimePoint::max();
+    Publish();
+}
+
 void Generator::Publish() {
     if (output_ && state_.spec.cabledTo) output_(state_);
 }

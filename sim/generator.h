@@ -51,6 +51,7 @@ public:
     double Level(double frequency, int code) const;
     int Reference() const;
     void Unplug(double afterRealMs) override;
+    void Replug() override;
     // The frequency factor of its clock: what the host must apply to "F" for
     // the output to land where it wants it (1.0: exact).
     double ClockFactor() const { return clockFactor_; }

@@ -59,7 +59,7 @@ public:
 
     // Faults and bench changes from the control API.
     virtual void Unplug(double afterRealMs);
-    void Replug();
+    virtual void Replug();
     void SetHeldElsewhere(bool held);
     void SetTiming(const Timing& timing);
 

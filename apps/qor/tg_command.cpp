@@ -91,6 +91,7 @@ int RunTg(const TgOptions& o) {
     if (!(stop > start)) throw ToolError("--stop must lie above --start");
     if (o.thru == !o.thruFile.empty()) throw ToolError("give either --thru or --thru-file");
     if (o.sweeps < 1) throw ToolError("--sweeps: 1 or more");
+    if (!o.dut.empty() && !o.sim) throw ToolError("--dut goes with --sim: on hardware you connect the device");
     Response thruFromFile;
     if (!o.thruFile.empty() && !ReadResponseCsv(o.thruFile, &thruFromFile)) {
         throw ToolError("--thru-file: no thru in " + o.thruFile);
