@@ -31,13 +31,14 @@ constexpr double kGateStepHz = 200000.0;
 constexpr double kGateHalfStepHz = 100000.0;
 constexpr double kHighIf = 10694444.4;
 constexpr double kSampleRateHz = 486111.1111;
-// A wide pass's first FFT bin, and its width, for points read at a computed bin.
+// Points below the first gate step sit at FFT bin f / kWideBinHz +
+// kWideBinOrigin of a wide pass's spectrum.
 constexpr double kWideBinHz = 3797.743046875;
 constexpr double kWideBinOrigin = 36.0;
-// A narrow capture's FFT bin width and middle.
+// A narrow capture's FFT bin width and the bin of its centre.
 constexpr double kNarrowBinHz = 29.669866943359374;
 constexpr double kNarrowBinMiddle = 8192.5;
-constexpr int kPeakSearchFrom = 14;  // below: the DC and the skirt of the block's edges
+constexpr int kPeakSearchFrom = 14;  // the lowest FFT bin a search without a thru looks at
 constexpr int kCaptureTimeoutMs = 350;
 constexpr uint32_t kSettleMs = 25;
 constexpr int kMinSpectrum = 512;
