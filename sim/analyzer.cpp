@@ -186,7 +186,7 @@ size_t Analyzer::Waiting(int channel, TimePoint now) {
     if (channel == kCommandChannel) return replies_.Size();
     Materialize(now, 0);
     size_t waiting = stream_.Size();
-    if (!timing_.realtime && !spec_.faults.stalled)
+    if (!timing_.realtime && !spec_.faults.stalled && !Unpaced(now))
         waiting += static_cast<size_t>(std::min<uint64_t>(program_.RemainingBytes(), stream_.Free()));
     return waiting;
 }
@@ -200,9 +200,13 @@ TimePoint Analyzer::NextArrival(int channel, TimePoint now) {
     switch (program_.Peek()) {
         case StreamProgram::Next::Nothing: return TimePoint::max();
         case StreamProgram::Next::Bytes: return now;
-        case StreamProgram::Next::Block: return std::max(now, NextBlockDue());
+        case StreamProgram::Next::Block: return Unpaced(now) ? TimePoint::max() : std::max(now, NextBlockDue());
     }
     return TimePoint::max();
+}
+
+bool Analyzer::Unpaced(TimePoint now) const {
+    return program_.CurrentMode() == StreamProgram::Mode::Gated && generator_ && now >= generator_->unplugAt;
 }
 
 void Analyzer::OnPurge(int channel, uint32_t mask) {
@@ -266,6 +270,7 @@ void Analyzer::Materialize(TimePoint now, size_t wanted) {
             PushStream(bytes_.data(), bytes_.size());
             continue;
         }
+        if (Unpaced(now)) return;
         int step;
         if (timing_.realtime) {
             if (NextBlockDue() > now) return;

@@ -80,6 +80,8 @@ private:
     void Reply(std::vector<uint8_t> bytes);
     void BeginStreamMode(TimePoint now);
     void Materialize(TimePoint now, size_t wanted);
+    // A gated sweep whose generator has left the bus: nothing paces its blocks.
+    bool Unpaced(TimePoint now) const;
     void PushStream(const uint8_t* data, size_t count);
     TimePoint NextBlockDue() const;
     double SampleRate() const;

@@ -81,11 +81,17 @@ DutSpec ParseDut(const json& j) {
     const auto kind = Get<std::string>(j, "kind", "thru");
     if (kind == "thru") d.kind = DutKind::Thru;
     else if (kind == "attenuator") d.kind = DutKind::Attenuator;
-    else if (kind == "filter") d.kind = DutKind::Filter;
+    else if (kind == "filter" || kind == "bandpass") d.kind = DutKind::Filter;
+    else if (kind == "lowpass") d.kind = DutKind::LowPass;
+    else if (kind == "notch") d.kind = DutKind::Notch;
     else throw std::runtime_error("unknown device under test \"" + kind + "\"");
     d.loss = Get(j, "loss", d.loss);
     d.center = Get(j, "center", d.center);
     d.bandwidth = Get(j, "bandwidth", d.bandwidth);
+    d.cutoff = Get(j, "cutoff", d.cutoff);
+    d.depth = Get(j, "depth", d.depth);
+    if (d.bandwidth <= 0.0 || d.cutoff <= 0.0 || d.depth < 0.0)
+        throw std::runtime_error("device under test needs a positive bandwidth and cutoff");
     return d;
 }
 
@@ -96,6 +102,8 @@ GeneratorSpec ParseGenerator(const json& j) {
     g.family = Get(j, "family", g.family);
     g.cabledTo = Get<uint32_t>(j, "cabledTo", 0);
     g.calibrated = Get(j, "calibrated", g.calibrated);
+    g.timebaseWord = Get(j, "timebaseWord", g.timebaseWord);
+    g.timebaseCorrection = Get(j, "timebaseCorrection", g.timebaseCorrection);
     if (auto it = j.find("dut"); it != j.end()) g.dut = ParseDut(*it);
     return g;
 }
@@ -135,6 +143,14 @@ Bench ParseBench(const std::string& text) {
         return b;
     } catch (const json::exception& e) {
         throw std::runtime_error(std::string("bad bench field: ") + e.what());
+    }
+}
+
+DutSpec ParseDutJson(const std::string& text) {
+    try {
+        return ParseDut(json::parse(text));
+    } catch (const json::exception& e) {
+        throw std::runtime_error(std::string("bad device under test: ") + e.what());
     }
 }
 

@@ -53,20 +53,29 @@ struct UnitSpec {
     FaultSpec faults;
 };
 
-enum class DutKind { Thru, Attenuator, Filter };
+enum class DutKind { Thru, Attenuator, Filter, LowPass, Notch };
 
 struct DutSpec {
     DutKind kind = DutKind::Thru;
-    double loss = 0.0;       // attenuator: dB
-    double center = 1.0e9;   // filter: centre frequency, Hz
-    double bandwidth = 1.0e8;// filter: 3 dB bandwidth, Hz
+    double loss = 0.0;       // attenuator: dB; filters: loss in the pass band
+    double center = 1.0e9;   // filter (band-pass), notch: centre frequency, Hz
+    double bandwidth = 1.0e8;// filter, notch: 3 dB bandwidth, Hz
+    double cutoff = 1.0e9;   // low-pass: 3 dB frequency, Hz
+    double depth = 70.0;     // notch: loss at the centre, dB
 };
+
+// Transmission of a device under test in dB (0 or less) at a frequency.
+double DutGainDb(const DutSpec& dut, double frequency);
+// A device under test from its JSON object; throws std::runtime_error.
+DutSpec ParseDutJson(const std::string& json);
 
 struct GeneratorSpec {
     uint32_t serial = 0;
     int family = 1;          // 1: 4.4 GHz family, 2: 12.4 GHz family
     uint32_t cabledTo = 0;   // analyzer serial, 0: none
     bool calibrated = true;
+    uint16_t timebaseWord = 32768;   // in the calibration memory; 32768: the clock is exact
+    double timebaseCorrection = 0.0; // the f64 of the chip's user area; 0: none
     DutSpec dut;
 };
 

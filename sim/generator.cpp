@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 #include "command_log.h"
 
@@ -16,6 +17,53 @@ Generator::Generator(const GeneratorSpec& spec, const Timing& timing, CommandLog
     : UsbDevice(spec.serial, timing, log), output_(std::move(output)), eeprom_(BuildGeneratorEeprom(spec)),
       replies_(1 << 14) {
     state_.spec = spec;
+    // The clock's factor as the host reads it: the user area's, else the
+    // memory's trim word when it is within range.
+    if (spec.calibrated && spec.timebaseWord >= 28768 && spec.timebaseWord <= 36768)
+        clockFactor_ = (spec.timebaseWord - 32768.0) * 1e-9 + 1.0;
+    if (spec.timebaseCorrection != 0.0) {
+        clockFactor_ = spec.timebaseCorrection;
+        std::memcpy(userArea_.data(), &spec.timebaseCorrection, sizeof(double));
+    }
+}
+
+void Generator::SetDut(const DutSpec& dut) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    state_.spec.dut = dut;
+    Publish();
+}
+
+DutSpec Generator::Dut() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return state_.spec.dut;
+}
+
+double Generator::Level(double frequency, int code) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return GeneratorLevel(state_.spec, frequency, code);
+}
+
+int Generator::Reference() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return state_.reference;
+}
+
+void Generator::Unplug(double afterRealMs) {
+    UsbDevice::Unplug(afterRealMs);
+    std::lock_guard<std::mutex> lock(mutex_);
+    state_.unplugAt = afterRealMs <= 0.0 ? SteadyClock::now() : AfterSeconds(SteadyClock::now(), afterRealMs * 1e-3);
+    Publish();
+}
+
+void Generator::Replug() {
+    UsbDevice::Replug();
+    std::lock_guard<std::mutex> lock(mutex_);
+    state_.unplugAt = TimePoint::max();
+    Publish();
+}
+
+void Generator::Publish() {
+    if (output_ && state_.spec.cabledTo) output_(state_);
 }
 
 std::string Generator::SerialText(int) const {
@@ -54,7 +102,8 @@ void Generator::Execute(const std::vector<uint8_t>& p) {
             }
             return;
         case 'F':
-            state_.frequency = Word32(p) * 10.0;
+            // The host applies the clock's factor; the output divides it out.
+            state_.frequency = Word32(p) * 10.0 / clockFactor_;
             break;
         case 'A':
             state_.code = At(p, 1);
@@ -78,10 +127,13 @@ void Generator::Execute(const std::vector<uint8_t>& p) {
             ExpandList();
             break;
         }
+        case 'R':
+            state_.reference = At(p, 1);  // what it selects is the generator's own affair
+            return;
         default:
-            return; // the reference choice: kept by the generator only
+            return;
     }
-    if (output_ && state_.spec.cabledTo) output_(state_);
+    Publish();
 }
 
 void Generator::ExpandList() {
@@ -95,20 +147,34 @@ void Generator::ExpandList() {
 SignalSpec SignalAtAnalyzer(const GeneratorSpec& spec, double frequency, int code) {
     SignalSpec s;
     s.frequency = frequency;
-    s.level = GeneratorLevel(spec, frequency, code);
-    switch (spec.dut.kind) {
+    s.level = GeneratorLevel(spec, frequency, code) + DutGainDb(spec.dut, frequency);
+    return s;
+}
+
+double DutGainDb(const DutSpec& dut, double f) {
+    switch (dut.kind) {
         case DutKind::Thru:
-            break;
+            return 0.0;
         case DutKind::Attenuator:
-            s.level -= spec.dut.loss;
-            break;
+            return -dut.loss;
         case DutKind::Filter: {
-            const double x = 2.0 * (frequency - spec.dut.center) / spec.dut.bandwidth;
-            s.level -= spec.dut.loss + 10.0 * std::log10(1.0 + std::pow(x, 6.0));
-            break;
+            // Third-order Butterworth band-pass shape, 18 dB per octave of detuning.
+            const double x = 2.0 * (f - dut.center) / dut.bandwidth;
+            return -dut.loss - 10.0 * std::log10(1.0 + std::pow(x, 6.0));
+        }
+        case DutKind::LowPass: {
+            const double x = f / dut.cutoff;
+            return -dut.loss - 10.0 * std::log10(1.0 + std::pow(x, 6.0));
+        }
+        case DutKind::Notch: {
+            // A resonant band-stop: `depth` dB down at the centre, 3 dB at the
+            // edges of `bandwidth`.
+            const double x = 2.0 * (f - dut.center) / dut.bandwidth;
+            const double floor = std::pow(10.0, -dut.depth / 10.0);
+            return -dut.loss + 10.0 * std::log10((x * x + floor) / (x * x + 1.0));
         }
     }
-    return s;
+    return 0.0;
 }
 
 namespace {
@@ -170,8 +236,8 @@ std::vector<uint8_t> BuildGeneratorEeprom(const GeneratorSpec& g) {
     if (!g.calibrated) return e;
     std::fill(e.begin(), e.begin() + 68, 0);
     e[0] = static_cast<uint8_t>(g.family == 2 ? 2 : 1);
-    e[2] = 0x00; // timebase word 32768: the reference is exact
-    e[3] = 0x80;
+    e[2] = static_cast<uint8_t>(g.timebaseWord);
+    e[3] = static_cast<uint8_t>(g.timebaseWord >> 8);
     struct Table {
         size_t offset;
         int count;

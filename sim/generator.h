@@ -24,6 +24,9 @@ struct GeneratorState {
     double sweepStep = 0.0;
     int sweepPoints = 0;
     std::vector<int> pointCodes;  // amplitude code of each sweep point, from the list
+    int reference = 0;            // the last "R" choice, as sent
+    // From then on the generator is off the bus: it paces no gated sweep.
+    TimePoint unplugAt = TimePoint::max();
 };
 
 // The generator's signal at the analyzer's input, through the device under test.
@@ -42,6 +45,16 @@ public:
     uint32_t ChipType() const override { return 5; } // single-channel full-speed chip
 
     const std::vector<uint8_t>& Eeprom() const { return eeprom_; }
+    // Swaps the device under test, as a person swaps the cable for it.
+    void SetDut(const DutSpec& dut);
+    DutSpec Dut() const;
+    double Level(double frequency, int code) const;
+    int Reference() const;
+    void Unplug(double afterRealMs) override;
+    void Replug() override;
+    // The frequency factor of its clock: what the host must apply to "F" for
+    // the output to land where it wants it (1.0: exact).
+    double ClockFactor() const { return clockFactor_; }
 
 private:
     void OnWrite(int channel, const uint8_t* data, uint32_t count, TimePoint now) override;
@@ -57,7 +70,10 @@ private:
     void Execute(const std::vector<uint8_t>& p);
     void ExpandList();
 
+    void Publish();
+
     GeneratorState state_;
+    double clockFactor_ = 1.0;
     OutputSink output_;
     std::vector<std::pair<int, int>> list_; // (code, run) of each amplitude list entry
     std::vector<uint8_t> eeprom_;

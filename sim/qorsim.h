@@ -107,6 +107,23 @@ QORSIM_API int qorsim_write_calibration_files(unsigned serial, const char* root)
 /* The 4096-byte calibration memory of a generator; 0, or -1 for no such generator. */
 QORSIM_API int qorsim_generator_eeprom(unsigned serial, unsigned char* eeprom, int capacity);
 
+/* ---- tracking generator --------------------------------------------------- */
+
+/* Swaps the device under test between the generator and its analyzer, as a
+ * person swaps the thru cable for the device: `dut` is a JSON object as the
+ * bench's "dut" field (e.g. {"kind": "attenuator", "loss": 20}). It counts
+ * from the next block the analyzer renders. 0; -1 for no such generator or a
+ * description that does not parse (see qorsim_last_error). */
+QORSIM_API int qorsim_set_dut(unsigned generator, const char* dut);
+/* Transmission of the generator's device under test at `frequency`, dB (0 or
+ * less); NaN for no such generator. */
+QORSIM_API double qorsim_dut_gain(unsigned generator, double frequency);
+/* Output level in dBm of amplitude code `code` at `frequency`; NaN for no
+ * such generator. */
+QORSIM_API double qorsim_generator_level(unsigned generator, double frequency, int code);
+/* The last reference choice the generator was sent ("R"); -1 for no such generator. */
+QORSIM_API int qorsim_generator_reference(unsigned generator);
+
 #ifdef __cplusplus
 }
 #endif

@@ -45,6 +45,11 @@ int WithDevice(unsigned serial, F&& body) {
     return WithUnit([serial](Bus& bus) { return bus.FindDevice(serial); }, body);
 }
 
+template <typename F>
+int WithGenerator(unsigned serial, F&& body) {
+    return WithUnit([serial](Bus& bus) { return bus.FindGenerator(serial); }, body);
+}
+
 int Load(const std::function<qorsim::Bench()>& read) {
     try {
         const qorsim::Bench bench = read();
@@ -220,6 +225,36 @@ int qorsim_write_calibration_files(unsigned serial, const char* root) {
         out.write(reinterpret_cast<const char*>(table.data()), static_cast<std::streamsize>(table.size()));
         if (!out) throw std::runtime_error("cannot write the table file");
     });
+}
+
+int qorsim_set_dut(unsigned generator, const char* dut) {
+    if (!dut) return -1;
+    qorsim::DutSpec spec;
+    try {
+        spec = qorsim::ParseDutJson(dut);
+    } catch (const std::exception& e) {
+        lastError = e.what();
+        return -1;
+    }
+    return WithGenerator(generator, [&](qorsim::Generator& g) { g.SetDut(spec); });
+}
+
+double qorsim_dut_gain(unsigned generator, double frequency) {
+    double gain = std::numeric_limits<double>::quiet_NaN();
+    WithGenerator(generator, [&](qorsim::Generator& g) { gain = qorsim::DutGainDb(g.Dut(), frequency); });
+    return gain;
+}
+
+double qorsim_generator_level(unsigned generator, double frequency, int code) {
+    double level = std::numeric_limits<double>::quiet_NaN();
+    WithGenerator(generator, [&](qorsim::Generator& g) { level = g.Level(frequency, code); });
+    return level;
+}
+
+int qorsim_generator_reference(unsigned generator) {
+    int reference = -1;
+    WithGenerator(generator, [&](qorsim::Generator& g) { reference = g.Reference(); });
+    return reference;
 }
 
 int qorsim_generator_eeprom(unsigned serial, unsigned char* eeprom, int capacity) {

@@ -58,8 +58,8 @@ public:
     uint32_t WriteUserArea(uint64_t epoch, const uint8_t* data, uint32_t size);
 
     // Faults and bench changes from the control API.
-    void Unplug(double afterRealMs);
-    void Replug();
+    virtual void Unplug(double afterRealMs);
+    virtual void Replug();
     void SetHeldElsewhere(bool held);
     void SetTiming(const Timing& timing);
 

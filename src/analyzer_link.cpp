@@ -241,12 +241,9 @@ void AnalyzerLink::WriteUserArea(const uint8_t data[16]) {
 
 // ---- Framing -----------------------------------------------------------------
 
-void AnalyzerLink::SendPayload(const uint8_t* payload, int length, FT_HANDLE channel, bool noDelay) {
-    constexpr int kMaxPayload = 5;
-    uint8_t wire[2 * kMaxPayload + 1];
-    DWORD size = 0;
-    const int count = std::clamp(length, 0, kMaxPayload);
-    for (int i = 0; i < count; ++i) {
+int FrameCommand(const uint8_t* payload, int length, uint8_t* wire) {
+    int size = 0;
+    for (int i = 0; i < length; ++i) {
         const uint8_t b = payload[i];
         if (b == kFrameEnd) {
             wire[size++] = kEscape;
@@ -259,6 +256,13 @@ void AnalyzerLink::SendPayload(const uint8_t* payload, int length, FT_HANDLE cha
         }
     }
     wire[size++] = kFrameEnd;
+    return size;
+}
+
+void AnalyzerLink::SendPayload(const uint8_t* payload, int length, FT_HANDLE channel, bool noDelay) {
+    constexpr int kMaxPayload = 5;
+    uint8_t wire[2 * kMaxPayload + 1];
+    const DWORD size = static_cast<DWORD>(FrameCommand(payload, std::clamp(length, 0, kMaxPayload), wire));
     DWORD written = 0;
     Ft().Write(channel ? channel : commandChannel, wire, size, &written);
     if (!noDelay) os::SleepMs(commandDelay);
@@ -320,7 +324,7 @@ void AnalyzerLink::Widen(Ipp64fc* out, int samples) {
     // range in one block mean the IF is overloaded and the levels read low.
     int atEdge = 0;
     for (int i = 0; i < 2 * samples; ++i) atEdge += raw[i] >= kOverloadCode || raw[i] <= -kOverloadCode;
-    if (atEdge >= kOverloadValues) compressionFlag = true;
+    if (atEdge >= kOverloadValues && countCompression_) compressionFlag = true;
 }
 
 AnalyzerLink::Capture AnalyzerLink::CaptureBlock(Ipp64fc* out, int count, int timeoutMs) {

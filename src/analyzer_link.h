@@ -24,6 +24,7 @@
 #include "d2xx.h"
 #include "device_family.h"
 #include "ipp_types.h"
+#include "tg_interface.h"
 #include "tuning_plan.h"
 
 namespace qor {
@@ -46,6 +47,10 @@ public:
     ~AnalyzerLink();
     AnalyzerLink(const AnalyzerLink&) = delete;
     AnalyzerLink& operator=(const AnalyzerLink&) = delete;
+
+    // The tracking generator beside the unit: its own channel, attached on
+    // request and kept until the link is destroyed.
+    TGInterface tg;
 
     // ---- Channels ----------------------------------------------------------
     // The driver's device list is one for the whole process, and FT_Open
@@ -204,6 +209,9 @@ public:
     // Reads and clears the mark of an IF overload (a converter clipping in
     // some block read) seen since the last look.
     bool TakeCompressionMark() { return compressionFlag.exchange(false); }
+    // While off, an overload leaves no mark: blocks read with the receiver
+    // driven hard on purpose (the generator sweep's second passes).
+    void CountCompression(bool on) { countCompression_ = on; }
 
 private:
     static constexpr int32_t kPathUnknown = -1;  // the next SetOrskPath always sends
@@ -224,6 +232,7 @@ private:
     bool voltageReadout = false;
     const std::atomic<bool>* keepReading_ = nullptr;
     bool commandFailed_ = false;  // a read of the command channel was refused
+    bool countCompression_ = true;
 
     // FT_Open of both channels, the stream channel with retries; false leaves both closed.
     bool OpenChannels(int streamIndex, int commandIndex);
@@ -253,6 +262,10 @@ private:
 // Payload bytes of the command set: the low and high byte of a value.
 inline uint8_t LowByte(int value) { return static_cast<uint8_t>(value & 0xFF); }
 inline uint8_t HighByte(int value) { return static_cast<uint8_t>((value >> 8) & 0xFF); }
+
+// Frames a command payload for the wire (0xC0 and 0xDB escaped, 0xC0 at the
+// end) into `wire`, which has room for 2 x length + 1 bytes; the bytes written.
+int FrameCommand(const uint8_t* payload, int length, uint8_t* wire);
 
 // Decimal value of a serial string (at most 8 digits); 0 when it is empty or
 // holds anything but digits.

@@ -12,6 +12,7 @@
 #include "diagnostics.h"
 #include "engine_rule.h"
 #include "engine_slow.h"
+#include "engine_tg.h"
 #include "os.h"
 
 namespace qor {
@@ -310,8 +311,9 @@ qorStatus Device::InitiateMode(int mode) {
         case ModeIQ:
             return InitiateIQ();
         case ModeAudio:
-        case ModeTGSweep:
             return qorUnknownErr;  // no engine for this mode yet
+        case ModeTGSweep:
+            return InitiateTgSweep();
         default:
             return qorInvalidParameterErr;
     }
@@ -381,6 +383,19 @@ qorStatus Device::InitiateRealTime() {
     Install(ModeRealTime, std::make_shared<RealTimeImageEngine>(&m_settings, m_rbwFilter.get(), &m_link,
                                                                 &m_calibration, &m_sweepInfo));
     return choice.status;
+}
+
+qorStatus Device::InitiateTgSweep() {
+    if (!m_calibration.corr) return qorUnknownErr;
+    // Wide sweeps read one block per point through a wide filter; narrow
+    // ones take a long capture per point through a narrow one.
+    const bool wide = m_settings.span > TGSweep::kNarrowSpan;
+    m_rbwFilter = std::make_unique<RbwFilter>(wide ? 20000.0 : 100.0, 1, kSampleRate, m_settings.procUnits, false);
+    const int samples = wide ? AnalyzerLink::kBlockSamples : SweepSampleCount(m_rbwFilter->fftSize, 1);
+    m_core = std::make_unique<SpectrumCore>(m_rbwFilter.get(), DetectorAverage, wide ? 2.0 : 1.0, samples, wide);
+    Install(ModeTGSweep, std::make_shared<TGSweep>(&m_settings, m_rbwFilter.get(), &m_link, &m_calibration,
+                                                  m_core.get(), &m_sweepInfo));
+    return qorNoError;
 }
 
 }  // namespace qor

@@ -106,6 +106,7 @@ private:
     qorStatus InitiateIQ();
     std::shared_ptr<SweepEngine> BuildSweepEngine(SweepEngineKind kind);
     qorStatus InitiateRealTime();
+    qorStatus InitiateTgSweep();
 
     std::mutex m_controlLock;
     std::mutex m_engineLock;                // m_engine and its agreement with m_mode

@@ -437,16 +437,18 @@ qorStatus qorGetAudio(int device, float* audio) {
 }
 
 // ---- Tracking generator ----------------------------------------------------
-// No generator is ever attached yet: the calls that need one answer -10.
+// The set calls keep off the generator while a generator sweep drives it.
 
 qorStatus qorAttachTg(int device) {
-    return WithDevice(device, [](Device&) { return qorTrackingGeneratorNotFound; });
+    return WithDevice(device, [](Device& d) {
+        return d.m_link.tg.Attach() ? qorNoError : qorTrackingGeneratorNotFound;
+    });
 }
 
 qorStatus qorIsTgAttached(int device, bool* attached) {
-    return WithDevice(device, [&](Device&) {
+    return WithDevice(device, [&](Device& d) {
         if (AnyNull(attached)) return qorNullPtrErr;
-        *attached = false;
+        *attached = d.m_link.tg.Attached();
         return qorNoError;
     });
 }
@@ -461,24 +463,28 @@ qorStatus qorStoreTgThru(int device, int flag) {
     });
 }
 
-qorStatus qorSetTg(int device, double /*frequency*/, double /*amplitude*/) {
+qorStatus qorSetTg(int device, double frequency, double amplitude) {
     return WithDevice(device, [&](Device& d) {
         if (d.m_mode == ModeTGSweep) return qorNotConfiguredErr;
-        return qorTrackingGeneratorNotFound;
+        return d.m_link.tg.SetFrequencyAmplitude(frequency, amplitude);
     });
 }
 
-qorStatus qorSetTgReference(int device, int /*reference*/) {
+qorStatus qorSetTgReference(int device, int reference) {
     return WithDevice(device, [&](Device& d) {
         if (d.m_mode == ModeTGSweep) return qorNotConfiguredErr;
-        return qorTrackingGeneratorNotFound;
+        return d.m_link.tg.SetReference(reference);
     });
 }
 
-qorStatus qorGetTgFreqAmpl(int device, double* /*frequency*/, double* /*amplitude*/) {
+qorStatus qorGetTgFreqAmpl(int device, double* frequency, double* amplitude) {
     return WithDevice(device, [&](Device& d) {
         if (d.m_mode == ModeTGSweep) return qorNotConfiguredErr;
-        return qorTrackingGeneratorNotFound;
+        const qor::TGInterface& tg = d.m_link.tg;
+        if (!tg.Attached()) return qorTrackingGeneratorNotFound;
+        if (frequency) *frequency = tg.frequency;
+        if (amplitude) *amplitude = tg.amplitude;
+        return qorNoError;
     });
 }
 

@@ -9,6 +9,7 @@
 #include "realtime_command.h"
 #include "session.h"
 #include "sweep_command.h"
+#include "tg_command.h"
 #include "virtual_instrument.h"
 
 int main(int argc, char** argv) {
@@ -121,6 +122,33 @@ int main(int argc, char** argv) {
     rtCommand->add_option("--png-dir", rt.pngDir, "write one PNG per frame into this folder");
     rtCommand->add_option("--sweep-csv", rt.sweepCsv, "write the last frame sweep as CSV");
     addSimOptions(rtCommand);
+    qortool::TgOptions tg;
+    CLI::App* tgCommand = app.add_subcommand("tg", "measure a device under test with the tracking generator, against a thru");
+    tgCommand->add_option("--serial", tg.serial, "serial number of the analyzer (default: the first unit)");
+    tgCommand->add_option("--start", tg.start, "start frequency, e.g. 100M")->required();
+    tgCommand->add_option("--stop", tg.stop, "stop frequency, e.g. 2G")->required();
+    tgCommand->add_option("--points", tg.points, "points wanted, 10..1024 (the sweep takes a nearby count)")
+        ->check(CLI::Range(10, 1024))
+        ->capture_default_str();
+    tgCommand->add_flag("--high-range", tg.highRange, "a second pass that extends the measurable depth");
+    tgCommand->add_flag("--preamp", tg.preamp, "the preamplifier (from 250 kHz)");
+    auto* thru = tgCommand->add_flag("--thru", tg.thru, "measure and store the thru first (the cable alone)");
+    tgCommand->add_option("--save-thru", tg.saveThru, "keep the thru in this file")->needs(thru);
+    tgCommand->add_option("--thru-file", tg.thruFile, "take the thru from a file --save-thru wrote")
+        ->check(CLI::ExistingFile)
+        ->excludes(thru);
+    tgCommand->add_option("--sweeps", tg.sweeps, "sweeps of the device under test; the last counts")
+        ->capture_default_str();
+    tgCommand->add_option("--csv", tg.csv, "write the response as CSV (frequency_hz, s21_db)");
+    tgCommand->add_option("--png", tg.png, "write a plot of the response as PNG");
+    tgCommand->add_option("--dut", tg.dut,
+                          "with --sim: the device under test swapped in after the thru, as the bench's \"dut\" "
+                          "JSON (default: the bench's own)");
+    addSimOptions(tgCommand);
+    tgCommand->footer(
+        "Without --sim the tool asks you to connect the thru cable, then the device under test.\n"
+        "A thru from a file is taken off the first pass; a thru stored in the same run also\n"
+        "references the second pass of --high-range, which reaches some 20 dB deeper.");
 
     try {
         app.parse(argc, argv);
@@ -133,6 +161,10 @@ int main(int argc, char** argv) {
         if (*info) return qortool::RunInfo(infoSerial);
         if (*iqCommand) return qortool::RunIq(iq);
         if (*rtCommand) return qortool::RunRealTime(rt);
+        if (*tgCommand) {
+            tg.sim = sim;
+            return qortool::RunTg(tg);
+        }
         sweep.showInjected = sim;
         return qortool::RunSweep(sweep);
     } catch (const qortool::ToolError& e) {

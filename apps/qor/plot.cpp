@@ -67,7 +67,7 @@ void DrawPeaks(cairo_t* cr, const Frame& f, const std::vector<Peak>& peaks, bool
 }  // namespace
 
 bool WriteTracePng(const std::string& path, const Trace& trace, const std::vector<Peak>& peaks,
-                   const PlotText& text) {
+                   const PlotText& text, const std::string& levelAxis) {
     std::unique_ptr<cairo_surface_t, void (*)(cairo_surface_t*)> surface(
         cairo_image_surface_create(CAIRO_FORMAT_RGB24, kWidth, kHeight), &cairo_surface_destroy);
     std::unique_ptr<cairo_t, void (*)(cairo_t*)> context(cairo_create(surface.get()), &cairo_destroy);
@@ -78,14 +78,15 @@ bool WriteTracePng(const std::string& path, const Trace& trace, const std::vecto
     const auto [low, high] = LevelRange(trace);
     const double last = trace.startFreq + trace.binSize * static_cast<double>(std::max<std::size_t>(trace.max.size(), 2) - 1);
     const Frame f{trace.startFreq, last > trace.startFreq ? last : trace.startFreq + 1.0, low, high};
-    DrawGrid(cr, f, trace.millivolts ? "Level (mV)" : "Level (dBm)", kGridGrey);
+    const bool single = !levelAxis.empty();
+    DrawGrid(cr, f, single ? levelAxis : trace.millivolts ? "Level (mV)" : "Level (dBm)", kGridGrey);
 
     cairo_save(cr);
     cairo_rectangle(cr, kLeft, kTop, kWidth - kLeft - kRight, kHeight - kTop - kBottom);
     cairo_clip(cr);
     cairo_set_line_width(cr, 1.2);
     cairo_set_source_rgb(cr, 0.55, 0.75, 0.95);
-    DrawTrace(cr, f, trace, trace.min);
+    if (!single) DrawTrace(cr, f, trace, trace.min);
     cairo_set_source_rgb(cr, 0.05, 0.25, 0.65);
     DrawTrace(cr, f, trace, trace.max);
     cairo_restore(cr);
@@ -99,6 +100,7 @@ bool WriteTracePng(const std::string& path, const Trace& trace, const std::vecto
     if (AnyNoiseBiased(peaks)) {
         Text(cr, kLeft, kHeight - 7, kNoiseBiasedNote, 0.0, 12);
     }
+    if (single) return cairo_surface_write_to_png(surface.get(), path.c_str()) == CAIRO_STATUS_SUCCESS;
     cairo_set_source_rgb(cr, 0.05, 0.25, 0.65);
     Text(cr, kWidth - kRight, 35, "max", 1.0, 13);
     cairo_set_source_rgb(cr, 0.45, 0.65, 0.9);

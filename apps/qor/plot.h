@@ -17,9 +17,10 @@ struct PlotText {
     std::string caption;  // the settings of the sweep
 };
 
-// False when the image cannot be written.
+// False when the image cannot be written. With a `levelAxis` label the plot
+// shows one trace (the max) on that axis; without, min and max in the trace's unit.
 bool WriteTracePng(const std::string& path, const Trace& trace, const std::vector<Peak>& peaks,
-                   const PlotText& text);
+                   const PlotText& text, const std::string& levelAxis = "");
 
 }  // namespace qortool
 

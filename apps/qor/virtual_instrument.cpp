@@ -74,27 +74,63 @@ void UseVirtualInstrument(const std::string& bench) {
     ServeCalibration(library);
 }
 
+namespace {
+
+// The instrument's control call `name`, from the instance the library has
+// loaded already (none is loaded here); null when there is none.
+template <typename Function>
+Function InstrumentCall(const char* name) {
+    const char* library = std::getenv("QOR_D2XX_LIBRARY");
+    if (library == nullptr) return nullptr;
+    void* handle = dlopen(library, RTLD_NOW | RTLD_NOLOAD);
+    if (handle == nullptr) return nullptr;
+    auto call = reinterpret_cast<Function>(dlsym(handle, name));
+    dlclose(handle);  // the library keeps it loaded
+    return call;
+}
+
+nlohmann::json BenchInForce() {
+    using BenchJson = const char* (*)();
+    const auto benchJson = InstrumentCall<BenchJson>("qorsim_bench_json");
+    if (benchJson == nullptr) return nlohmann::json();
+    const nlohmann::json bench = nlohmann::json::parse(benchJson(), nullptr, false);
+    return bench.is_object() ? bench : nlohmann::json();
+}
+
+}  // namespace
+
+bool FindBenchGenerator(BenchGenerator* generator) {
+    const nlohmann::json bench = BenchInForce();
+    if (!bench.contains("generators") || bench["generators"].empty()) return false;
+    const auto& g = bench["generators"][0];
+    generator->serial = g.value("serial", 0u);
+    generator->cabledTo = g.value("cabledTo", 0);
+    generator->dut = g.contains("dut") ? g["dut"].dump() : R"({"kind": "thru"})";
+    return true;
+}
+
+void SwapDut(unsigned generator, const std::string& dut) {
+    using SetDut = int (*)(unsigned, const char*);
+    using LastError = const char* (*)();
+    const auto setDut = InstrumentCall<SetDut>("qorsim_set_dut");
+    if (setDut == nullptr) throw ToolError("the virtual instrument cannot swap the device under test");
+    if (setDut(generator, dut.c_str()) != 0) {
+        const auto lastError = InstrumentCall<LastError>("qorsim_last_error");
+        throw ToolError("device under test " + dut + ": " + (lastError ? lastError() : "refused"));
+    }
+}
+
 std::vector<InjectedSignal> InjectedSignals(int serial) {
     std::vector<InjectedSignal> signals;
-    const char* library = std::getenv("QOR_D2XX_LIBRARY");
-    if (library == nullptr) return signals;
-    // The library has loaded it already; this only finds the same instance.
-    void* handle = dlopen(library, RTLD_NOW | RTLD_NOLOAD);
-    if (handle == nullptr) return signals;
-    using BenchJson = const char* (*)();
-    auto benchJson = reinterpret_cast<BenchJson>(dlsym(handle, "qorsim_bench_json"));
-    if (benchJson != nullptr) {
-        const nlohmann::json bench = nlohmann::json::parse(benchJson(), nullptr, false);
-        if (bench.is_object() && bench.contains("units")) {
-            for (const auto& unit : bench["units"]) {
-                if (unit.value("serial", 0) != serial || !unit.contains("signals")) continue;
-                for (const auto& s : unit["signals"]) {
-                    signals.push_back({s.value("kind", "cw"), s.value("frequency", 0.0), s.value("level", 0.0)});
-                }
+    const nlohmann::json bench = BenchInForce();
+    if (bench.contains("units")) {
+        for (const auto& unit : bench["units"]) {
+            if (unit.value("serial", 0) != serial || !unit.contains("signals")) continue;
+            for (const auto& s : unit["signals"]) {
+                signals.push_back({s.value("kind", "cw"), s.value("frequency", 0.0), s.value("level", 0.0)});
             }
         }
     }
-    dlclose(handle);
     std::sort(signals.begin(), signals.end(),
               [](const InjectedSignal& a, const InjectedSignal& b) { return a.level > b.level; });
     return signals;

@@ -25,6 +25,20 @@ struct InjectedSignal {
 // strongest first; empty when the D2XX library in use is not the instrument.
 std::vector<InjectedSignal> InjectedSignals(int serial);
 
+// The bench's tracking generator, when the D2XX library in use is the
+// instrument and its bench has one: its serial, the analyzer it is cabled to
+// and its device under test (the bench's "dut" object as JSON).
+struct BenchGenerator {
+    unsigned serial = 0;
+    int cabledTo = 0;
+    std::string dut;
+};
+bool FindBenchGenerator(BenchGenerator* generator);
+
+// Puts `dut` (a "dut" object as JSON) between the bench's generator and its
+// analyzer, as a person swaps cables; throws ToolError when it cannot.
+void SwapDut(unsigned generator, const std::string& dut);
+
 }  // namespace qortool
 
 #endif

@@ -36,7 +36,12 @@ namespace simcontrol {
     X(ovenCurrent, qorsim_oven_current)                 \
     X(holdStream, qorsim_hold_stream_channel)           \
     X(replyFaults, qorsim_reply_faults)                 \
-    X(setTemperature, qorsim_set_temperature)
+    X(setTemperature, qorsim_set_temperature)          \
+    X(setDut, qorsim_set_dut)                           \
+    X(dutGain, qorsim_dut_gain)                         \
+    X(generatorLevel, qorsim_generator_level)           \
+    X(generatorReference, qorsim_generator_reference)  \
+    X(generatorEeprom, qorsim_generator_eeprom)
 
 struct Calls {
 #define QORSIM_MEMBER(member, function) decltype(&function) member;
