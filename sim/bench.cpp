@@ -21,6 +21,9 @@ SignalKind KindOf(const std::string& name) {
     if (name == "am") return SignalKind::Am;
     if (name == "fm") return SignalKind::Fm;
     if (name == "burst") return SignalKind::Burst;
+    if (name == "usb") return SignalKind::Usb;
+    if (name == "lsb") return SignalKind::Lsb;
+    if (name == "keyed") return SignalKind::Keyed;
     throw std::runtime_error("unknown signal kind \"" + name + "\"");
 }
 
@@ -34,6 +37,7 @@ SignalSpec ParseSignal(const json& j) {
     s.deviation = Get(j, "deviation", s.deviation);
     s.period = Get(j, "period", s.period);
     s.duration = Get(j, "duration", s.duration);
+    s.rise = Get(j, "rise", s.rise);
     s.phase = Get(j, "phase", s.phase);
     if (s.frequency < 0.0) throw std::runtime_error("negative signal frequency");
     return s;
