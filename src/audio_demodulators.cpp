@@ -36,6 +36,9 @@ public:
             audio[i] = static_cast<float>((m - mean) / mean);
         }
         level = mean;
+        // That turn is lost; silence keeps its 0 / 0 out of the memories of the
+        // filters behind, where it would stay for good.
+        if (!std::isfinite(level)) ippsZero_32f(audio, length);
         KeepFinite(level);
     }
 

@@ -17,7 +17,8 @@
 // The levels of AM, of the sidebands, of CW and FM's last phase outlive an
 // engine: the next one starts where the last one left them (AudioLevels,
 // one per device). A level that turned infinite or NaN restarts at 0.1 at
-// the end of the block that produced it.
+// the end of the block that produced it; AM's output of that block is
+// silence.
 #ifndef QOR_AUDIO_DEMODULATORS_H
 #define QOR_AUDIO_DEMODULATORS_H
 
