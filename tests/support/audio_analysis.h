@@ -22,14 +22,19 @@ namespace detail {
 
 constexpr double kTwoPi = 6.283185307179586476925286766559;
 
-// Magnitude of the Hann-windowed spectrum at `hz`.
-inline double WindowedMagnitude(const std::vector<float>& x, double rate, double hz) {
+// The samples under a Hann window.
+inline std::vector<double> Windowed(const std::vector<float>& x) {
     const std::size_t n = x.size();
+    std::vector<double> w(n);
+    for (std::size_t i = 0; i < n; ++i) w[i] = x[i] * (0.5 - 0.5 * std::cos(kTwoPi * (i + 0.5) / n));
+    return w;
+}
+
+// Magnitude of the spectrum of windowed samples at `hz`.
+inline double WindowedMagnitude(const std::vector<double>& w, double rate, double hz) {
     std::complex<double> sum, turn(1.0, 0.0);
     const std::complex<double> step = std::polar(1.0, -kTwoPi * hz / rate);
-    for (std::size_t i = 0; i < n; ++i, turn *= step) {
-        sum += turn * (x[i] * (0.5 - 0.5 * std::cos(kTwoPi * (i + 0.5) / n)));
-    }
+    for (std::size_t i = 0; i < w.size(); ++i, turn *= step) sum += turn * w[i];
     return std::abs(sum);
 }
 
@@ -76,10 +81,11 @@ inline double AmplitudeAt(const std::vector<float>& x, double rate, double hz) {
 
 // The strongest tone between `low` and `high` Hz.
 inline ToneFit FitTone(const std::vector<float>& x, double rate, double low, double high) {
-    constexpr double kStep = 2.0;
+    constexpr double kStep = 5.0;  // well inside the main lobe of 4096 samples' window (30 Hz)
+    const std::vector<double> w = detail::Windowed(x);
     double best = low, bestMagnitude = -1.0;
     for (double hz = low; hz <= high; hz += kStep) {
-        const double m = detail::WindowedMagnitude(x, rate, hz);
+        const double m = detail::WindowedMagnitude(w, rate, hz);
         if (m > bestMagnitude) bestMagnitude = m, best = hz;
     }
     // Golden-section search for the peak within a step on either side.
@@ -87,7 +93,7 @@ inline ToneFit FitTone(const std::vector<float>& x, double rate, double low, dou
     double a = best - kStep, b = best + kStep;
     while (b - a > 1e-3) {
         const double c = b - g * (b - a), d = a + g * (b - a);
-        if (detail::WindowedMagnitude(x, rate, c) > detail::WindowedMagnitude(x, rate, d)) {
+        if (detail::WindowedMagnitude(w, rate, c) > detail::WindowedMagnitude(w, rate, d)) {
             b = d;
         } else {
             a = c;
