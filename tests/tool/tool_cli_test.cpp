@@ -222,16 +222,16 @@ std::string SidebandBench() {
     return "--sim --bench " + path + " ";
 }
 
-// The WAV of two seconds of USB: its format and level as sox reads them, and
+// The WAV of 1.5 seconds of USB: its format and level as sox reads them, and
 // the tone in its last 4096 samples as read here.
 TEST_F(ToolCli, AudioWritesAWavOfTheTone) {
     const std::string wav = ::testing::TempDir() + "/qor_audio_usb.wav";
-    const ToolRun run = Qor("audio " + SidebandBench() + "--center 433.92M --mode usb --seconds 2 --wav " + wav);
+    const ToolRun run = Qor("audio " + SidebandBench() + "--center 433.92M --mode usb --seconds 1.5 --wav " + wav);
     ASSERT_EQ(run.exitCode, 0) << run.output;
 
     std::ifstream file(wav, std::ios::binary);
     const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    constexpr std::size_t kSamples = 60764, kHeader = 44;  // llround(2 x 30381.94)
+    constexpr std::size_t kSamples = 45573, kHeader = 44;  // llround(1.5 x 30381.94)
     ASSERT_EQ(bytes.size(), kHeader + 2 * kSamples);
     EXPECT_EQ(bytes.compare(0, 4, "RIFF"), 0);
     EXPECT_EQ(bytes.compare(36, 4, "data"), 0);
@@ -249,9 +249,9 @@ TEST_F(ToolCli, AudioWritesAWavOfTheTone) {
     const ToolRun info = testsupport::RunChild("sox --i " + wav);
     EXPECT_NE(info.output.find("Channels       : 1"), std::string::npos) << info.output;
     EXPECT_NE(info.output.find("Sample Rate    : 30382"), std::string::npos) << info.output;
-    EXPECT_NE(info.output.find("60764 samples"), std::string::npos) << info.output;
+    EXPECT_NE(info.output.find("45573 samples"), std::string::npos) << info.output;
     EXPECT_NE(info.output.find("16-bit Signed Integer PCM"), std::string::npos) << info.output;
-    // The last second alone: the level has found the carrier by then.
+    // The last half second alone: the level has found the carrier by then.
     const ToolRun stat = testsupport::RunChild("sox " + wav + " -n trim 1 stat 2>&1");
     const auto field = [&](const char* name) {
         const std::size_t at = stat.output.find(name);
