@@ -50,7 +50,8 @@ protected:
         simbench::Unit& unit = bench.units.emplace_back(kSerial, 2);
         unit.OnDeviceCalibration(true).NoiseFloor(-160.0);
         for (const Carrier& c : {kAm, kAmLow, kFm, kFmHigh, kUsb, kLsb, kPlain}) {
-            simbench::Signal s{c.kind, c.frequency, -50.0, {}, {}, {}};
+            simbench::Signal s = simbench::Cw(c.frequency, -50.0);
+            s.kind = c.kind;
             if (std::string(c.kind) == "am") s.depth = 0.5;
             if (std::string(c.kind) == "fm") s.deviation = 5000.0;
             if (c.tone > 0.0) s.tone = c.tone;

@@ -17,6 +17,9 @@ Value SignalJson(const Signal& s) {
     PutIfSet(out, "depth", s.depth);
     PutIfSet(out, "deviation", s.deviation);
     PutIfSet(out, "tone", s.tone);
+    PutIfSet(out, "period", s.period);
+    PutIfSet(out, "duration", s.duration);
+    PutIfSet(out, "rise", s.rise);
     return out;
 }
 

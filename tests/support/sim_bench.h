@@ -11,12 +11,15 @@
 namespace simbench {
 
 struct Signal {
-    std::string kind = "cw";  // "cw", "am" or "fm"
+    std::string kind = "cw";  // "cw", "am", "fm", "usb", "lsb", "burst" or "keyed"
     double frequency = 0.0;   // Hz
     double level = 0.0;       // dBm
     std::optional<double> depth;      // AM
     std::optional<double> deviation;  // FM, Hz
-    std::optional<double> tone;       // the modulating tone of AM and FM, Hz
+    std::optional<double> tone;       // the modulating tone of AM, FM, USB and LSB, Hz
+    std::optional<double> period;     // burst and keyed: repetition, s
+    std::optional<double> duration;   // burst and keyed: on-time, s
+    std::optional<double> rise;       // keyed: edge, s
 };
 
 Signal Cw(double frequency, double level);

@@ -214,7 +214,9 @@ TEST_F(ToolCli, SweepWarnsOfAnOverloadedIfAndGoesOn) {
 // A unit with an upper sideband 1200 Hz above 433.92 MHz, -40 dBm.
 std::string SidebandBench() {
     simbench::Bench bench;
-    simbench::Signal usb{"usb", kCenter, -40.0, {}, {}, 1200.0};
+    simbench::Signal usb = simbench::Cw(kCenter, -40.0);
+    usb.kind = "usb";
+    usb.tone = 1200.0;
     bench.units.push_back(simbench::Unit(15000005, 2).Add(usb));
     const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
     const std::string path = ::testing::TempDir() + "/" + test + ".bench.json";
