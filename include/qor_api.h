@@ -176,7 +176,11 @@ QOR_API qorStatus qorConfigRBWShape(int device, int rbwShape);
 QOR_API qorStatus qorConfigProcUnits(int device, int procUnits);
 /* decimation a power of two 1..128; bandwidth held to the decimation's limit. */
 QOR_API qorStatus qorConfigIQ(int device, int decimation, double bandwidth);
-/* audioType 0..4; the five values are stored as given, but must be finite. */
+/* audioType 0 AM, 1 FM, 2 USB, 3 LSB, 4 CW (a carrier at centerFreq sounds at
+   1040 Hz); bandwidth: the channel around centerFreq, Hz; audioLowPass at
+   486111.11 samples/s and audioHighPass at the audio rate, Hz; fmDeemphasis in
+   microseconds. Stored as given, but each must be finite (else -4). The audio mode keeps the attenuator, gain and
+   preamplifier that the engine before it chose. */
 QOR_API qorStatus qorConfigAudio(int device, int audioType, double centerFreq, double bandwidth,
                                  double audioLowPass, double audioHighPass, double fmDeemphasis);
 QOR_API qorStatus qorConfigRealTime(int device, double frameScale, int frameRate);
@@ -218,7 +222,9 @@ QOR_API qorStatus qorGetIQ(int device, void* iq, int iqCount, int purge);
 QOR_API qorStatus qorGetIQData(int device, IQPacket* packet);
 QOR_API qorStatus qorGetIQDataUnpacked(int device, void* iqData, int iqCount, int purge,
                                        int* dataRemaining, int* sampleLoss, int* sec, int* milli);
-/* 4096 audio samples. */
+/* 4096 audio samples at 30381.94 samples/s from a ring of 48 blocks (a reader
+   a whole ring behind loses it); AM and the sidebands normalised to their
+   carrier, FM scaled by the channel. -6 outside the audio mode. */
 QOR_API qorStatus qorGetAudio(int device, float* audio);
 
 /* ---- Tracking generator ------------------------------------------------ */

@@ -22,6 +22,9 @@ SignalKind KindOf(const std::string& name) {
     if (name == "fm") return SignalKind::Fm;
     if (name == "burst") return SignalKind::Burst;
     if (name == "hop") return SignalKind::Hop;
+    if (name == "usb") return SignalKind::Usb;
+    if (name == "lsb") return SignalKind::Lsb;
+    if (name == "keyed") return SignalKind::Keyed;
     throw std::runtime_error("unknown signal kind \"" + name + "\"");
 }
 
@@ -35,6 +38,7 @@ SignalSpec ParseSignal(const json& j) {
     s.deviation = Get(j, "deviation", s.deviation);
     s.period = Get(j, "period", s.period);
     s.duration = Get(j, "duration", s.duration);
+    s.rise = Get(j, "rise", s.rise);
     s.phase = Get(j, "phase", s.phase);
     s.delay = Get(j, "delay", s.delay);
     s.frequencies = Get(j, "frequencies", s.frequencies);

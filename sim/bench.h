@@ -10,7 +10,7 @@
 
 namespace qorsim {
 
-enum class SignalKind { Cw, Am, Fm, Burst, Hop };
+enum class SignalKind { Cw, Am, Fm, Burst, Hop, Usb, Lsb, Keyed };
 
 // One signal at an analyzer input. Levels in dBm (carrier power), frequencies in Hz.
 struct SignalSpec {
@@ -18,11 +18,12 @@ struct SignalSpec {
     double frequency = 0.0;
     double level = -200.0;
     double depth = 0.0;      // AM modulation depth, 0..1
-    double tone = 1000.0;    // AM or FM modulating frequency
+    double tone = 1000.0;    // AM, FM, USB or LSB modulating frequency
     double deviation = 0.0;  // FM peak deviation
-    double period = 0.01;    // burst repetition, seconds
-    double duration = 0.001; // burst on-time, seconds
+    double period = 0.01;    // burst and keyed repetition, seconds
+    double duration = 0.001; // burst and keyed on-time, seconds
     double delay = 0.0;      // burst: start of the first on-time, seconds
+    double rise = 0.005;     // keyed: raised-cosine edge, seconds
     std::vector<double> frequencies;  // hop: the carrier's channels in turn, Hz
     double dwell = 0.01;     // hop: time on each channel, seconds
     double phase = 0.0;      // starting phase, radians

@@ -25,6 +25,16 @@ double TurnsToRadians(long double cycles) {
     return kTwoPi * static_cast<double>(frac);
 }
 
+// The key of a keyed carrier at `t` seconds: on for `duration` of every
+// `period`, with raised-cosine edges of `rise` inside the on-time, so that
+// keying leaves no clicks far from the carrier. A rise of 0 is a hard key.
+double KeyEnvelope(double t, const SignalSpec& s, double rise) {
+    const double into = std::fmod(t, s.period);
+    if (into >= s.duration) return 0.0;
+    const double edge = std::min(into, s.duration - into);
+    return edge >= rise ? 1.0 : 0.5 - 0.5 * std::cos(kTwoPi * 0.5 * edge / rise);
+}
+
 }  // namespace
 
 Receiver::Receiver(const UnitModel& model, uint32_t seed)
@@ -75,11 +85,22 @@ void Receiver::AddSignal(const FrontEnd& fe, const SignalSpec& s, double amplitu
         }
         case SignalKind::Burst:
         case SignalKind::Hop:  // one burst per channel (RenderComplex)
-            for (int i = 0; i < kBlockSamples; ++i, carrier *= step) {
-                const double t = static_cast<double>(start + i) / fs - s.delay;
-                if (t >= 0.0 && std::fmod(t, s.period) < s.duration) out[i] += carrier;
-            }
+            for (int i = 0; i < kBlockSamples; ++i, carrier *= step)
+                out[i] += carrier * KeyEnvelope(static_cast<double>(start + i) / fs, s, 0.0);
             break;
+        case SignalKind::Keyed:
+            for (int i = 0; i < kBlockSamples; ++i, carrier *= step)
+                out[i] += carrier * KeyEnvelope(static_cast<double>(start + i) / fs, s, s.rise);
+            break;
+        case SignalKind::Usb:
+        case SignalKind::Lsb: {
+            // The suppressed carrier's one sideband: the tone above or below it
+            // (mirrored with the envelope when the band turns the spectrum over).
+            const double side = s.kind == SignalKind::Usb ? sign : -sign;
+            for (int i = 0; i < kBlockSamples; ++i, carrier *= step, tone *= toneStep)
+                out[i] += carrier * std::complex<double>(tone.real(), side * tone.imag());
+            break;
+        }
     }
 }
 

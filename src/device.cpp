@@ -6,6 +6,7 @@
 
 #include "engine_broadband.h"
 #include "engine_fast.h"
+#include "engine_audio.h"
 #include "engine_iq.h"
 #include "engine_realtime_image.h"
 #include "engine_midrange.h"
@@ -311,6 +312,7 @@ qorStatus Device::InitiateMode(int mode) {
         case ModeIQ:
             return InitiateIQ();
         case ModeAudio:
+            return InitiateAudio();
             return qorUnknownErr;  // no engine for this mode yet
         case ModeTGSweep:
             return InitiateTgSweep();
@@ -367,6 +369,17 @@ qorStatus Device::InitiateIQ() {
     m_sweepInfo.binSize = 390.625;
     m_link.TuneLO(m_settings.center + kStreamIf);
     Install(ModeIQ, std::make_shared<IQEngine>(&m_settings, &m_link, &m_calibration, &m_sweepInfo));
+    return qorNoError;
+}
+
+qorStatus Device::InitiateAudio() {
+    if (!m_calibration.corr) return qorUnknownErr;
+    constexpr double kStreamIf = 1.07e7;
+    m_sweepInfo.sweepLength = 512;
+    m_sweepInfo.binSize = 390.625;
+    m_link.TuneLO(m_settings.center + kStreamIf);
+    Install(ModeAudio, std::make_shared<AudioEngine>(&m_settings, &m_link, &m_calibration, &m_sweepInfo,
+                                                     &m_audioLevels));
     return qorNoError;
 }
 

@@ -23,6 +23,7 @@
 #include <mutex>
 
 #include "analyzer_link.h"
+#include "audio_demodulators.h"
 #include "calibration_store.h"
 #include "engine_rule.h"
 #include "rbw_filter.h"
@@ -95,6 +96,8 @@ public:
     // the core and the filter are freed (Abort).
     std::unique_ptr<RbwFilter> m_rbwFilter;
     std::unique_ptr<SpectrumCore> m_core;
+    // The automatic levels of the audio mode, carried from one engine to the next.
+    AudioLevels m_audioLevels;
 
 private:
     // Abort, with m_controlLock held.
@@ -104,6 +107,7 @@ private:
     qorStatus InitiateMode(int mode);
     qorStatus InitiateSweep();
     qorStatus InitiateIQ();
+    qorStatus InitiateAudio();
     std::shared_ptr<SweepEngine> BuildSweepEngine(SweepEngineKind kind);
     qorStatus InitiateRealTime();
     qorStatus InitiateTgSweep();

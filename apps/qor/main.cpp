@@ -1,9 +1,10 @@
-// qor: list the analyzers on the bus, show one, sweep a span, record I/Q or
-// image a span in real time.
+// qor: list the analyzers on the bus, show one, sweep a span, record I/Q,
+// image a span in real time, measure with the tracking generator or listen.
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
 
+#include "audio_command.h"
 #include "info_commands.h"
 #include "iq_command.h"
 #include "realtime_command.h"
@@ -149,6 +150,25 @@ int main(int argc, char** argv) {
         "Without --sim the tool asks you to connect the thru cable, then the device under test.\n"
         "A thru from a file is taken off the first pass; a thru stored in the same run also\n"
         "references the second pass of --high-range, which reaches some 20 dB deeper.");
+    qortool::AudioOptions audio;
+    CLI::App* audioCommand = app.add_subcommand(
+        "audio", "demodulate AM, FM, USB, LSB or CW: raw S16_LE mono at 30382 samples/s to stdout, or a WAV file");
+    audioCommand->add_option("--serial", audio.serial, "serial number (default: the first unit)");
+    audioCommand->add_option("--center", audio.center, "carrier frequency, e.g. 98.1M")->required();
+    audioCommand->add_option("--mode", audio.mode, "am, fm, usb, lsb or cw")
+        ->check(CLI::IsMember({"am", "fm", "usb", "lsb", "cw"}))
+        ->required();
+    audioCommand->add_option("--bandwidth", audio.bandwidth,
+                             "channel width, e.g. 10k (default: am 10k, fm 200k, usb and lsb 6k, cw 3k)");
+    audioCommand->add_option("--seconds", audio.seconds, "length in seconds (default: until interrupted)")
+        ->check(CLI::PositiveNumber);
+    audioCommand->add_option("--wav", audio.wav, "write a WAV file in place of raw samples on stdout");
+    audioCommand->add_option("--ref", audio.refLevel, "reference level in dBm, sets the level (default: the unit's preset)");
+    addSimOptions(audioCommand);
+    audioCommand->footer(
+        "Raw samples play with: qor audio --center 98.1M --mode fm | aplay -r 30382 -f S16_LE -t raw\n"
+        "A demodulated level of 1.0 is 6 dB below full scale. The sideband and AM levels follow the\n"
+        "carrier by themselves; FM is scaled by the channel width.");
 
     try {
         app.parse(argc, argv);
@@ -165,6 +185,7 @@ int main(int argc, char** argv) {
             tg.sim = sim;
             return qortool::RunTg(tg);
         }
+        if (*audioCommand) return qortool::RunAudio(audio);
         sweep.showInjected = sim;
         return qortool::RunSweep(sweep);
     } catch (const qortool::ToolError& e) {

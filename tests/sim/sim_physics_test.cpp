@@ -212,3 +212,47 @@ TEST(SimPhysics, HoppingCarrierTakesItsChannelsInTurn) {
     EXPECT_GT(carried, windows * 0.6);
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(on[k], carried / 3.0, carried * 0.06) << "channel " << k;
 }
+
+// A sideband signal is its tone alone, on its own side of the suppressed
+// carrier; a keyed carrier is on for its duration of each period, with soft edges.
+TEST(SimPhysics, SidebandAndKeyedCarriers) {
+    for (const char* kind : {"usb", "lsb"}) {
+        simbench::Signal sideband = Cw(1000.03e6, -30);
+        sideband.kind = kind;
+        sideband.tone = 1500;
+        LoadBench(PhysicsBench(-250.0, {sideband}, {}));
+        Unit u(kVelmB);
+        const double lo = TuneLo(u, 1010.7e6);
+        SetPath(u, 0, 1, true);
+        const auto x = Capture(u, 32);
+        const double b = kHighIfs - (lo - 1000.03e6);
+        const double side = std::string(kind) == "usb" ? 1500.0 : -1500.0;
+        const double full = -30.0 + qorsim_path_gain(kVelmB, 1000.03e6, 0, 1, 1, 0, b, -1, 31.5);
+        EXPECT_NEAR(ToneLevel(x, b + side), full, 0.3) << kind;
+        // The plain DFT of the capture leaks the tone some 45 dB into bins 1500 Hz away.
+        EXPECT_LT(ToneLevel(x, b - side), full - 40.0) << kind;
+        EXPECT_LT(ToneLevel(x, b), full - 40.0) << kind << ": the carrier is suppressed";
+    }
+    simbench::Signal keyed = Cw(1000.03e6, -30);
+    keyed.kind = "keyed";
+    keyed.period = 0.01;
+    keyed.duration = 0.005;
+    keyed.rise = 0.0005;
+    LoadBench(PhysicsBench(-250.0, {keyed}, {}));
+    Unit u(kVelmB);
+    TuneLo(u, 1010.7e6);
+    SetPath(u, 0, 1, true);
+    const auto x = Capture(u, 38);  // four periods
+    double peak = 0.0;
+    for (const auto& v : x) peak = std::max(peak, std::abs(v));
+    int on = 0, edge = 0;
+    for (const auto& v : x) {
+        on += std::abs(v) > 0.5 * peak;
+        edge += std::abs(v) > 0.1 * peak && std::abs(v) < 0.9 * peak;
+    }
+    // Above half the peak for the on-time less half an edge at either end.
+    EXPECT_NEAR(static_cast<double>(on) / x.size(), (0.005 - 0.0005) / 0.01, 0.01);
+    // Eight raised-cosine edges of 0.5 ms in the four periods, 0.59 of each
+    // between a tenth and nine tenths of the peak; a hard key would have none.
+    EXPECT_NEAR(edge, 8 * 0.59 * 0.0005 * 486111.1, 60.0);
+}

@@ -22,6 +22,7 @@ Value SignalJson(const Signal& s) {
     PutIfSet(out, "delay", s.delay);
     if (!s.frequencies.empty()) out["frequencies"] = s.frequencies;
     PutIfSet(out, "dwell", s.dwell);
+    PutIfSet(out, "rise", s.rise);
     return out;
 }
 

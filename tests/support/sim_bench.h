@@ -11,15 +11,16 @@
 namespace simbench {
 
 struct Signal {
-    std::string kind = "cw";  // "cw", "am", "fm", "burst" or "hop"
+    std::string kind = "cw";  // "cw", "am", "fm", "usb", "lsb", "burst", "keyed" or "hop"
     double frequency = 0.0;   // Hz
     double level = 0.0;       // dBm
     std::optional<double> depth;      // AM
     std::optional<double> deviation;  // FM, Hz
-    std::optional<double> tone;       // the modulating tone of AM and FM, Hz
-    std::optional<double> period;     // burst: repetition, s
-    std::optional<double> duration;   // burst: on-time, s
+    std::optional<double> tone;       // the modulating tone of AM, FM, USB and LSB, Hz
+    std::optional<double> period;     // burst and keyed: repetition, s
+    std::optional<double> duration;   // burst and keyed: on-time, s
     std::optional<double> delay;      // burst: start of the first on-time, s
+    std::optional<double> rise;       // keyed: edge, s
     std::vector<double> frequencies;  // hop: the channels, Hz
     std::optional<double> dwell;      // hop: time on each channel, s
 };

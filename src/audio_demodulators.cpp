@@ -1,0 +1,150 @@
+#include "audio_demodulators.h"
+
+#include <cmath>
+
+namespace qor {
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+// Decay per sample of the levels: AM's mean follows within 64000 samples
+// (0.13 s), the sidebands' peak falls within 100000 (0.2 s).
+const double kAmDecay = std::pow(2.71828, -1.5625e-05);
+const double kSidebandDecay = std::pow(2.71828, -1e-05);
+// FM: a phase step of 160000 / bandwidth rad per sample is full scale.
+constexpr double kFmScaleHz = 160000.0;
+// De-emphasis: 1 / (2 pi tau) relative to 486111.11 samples/s, tau in us.
+constexpr double kDeemphasisPerUs = 0.3275;
+// The quadrature filter: 2047 taps, delay 1023.
+constexpr int kHilbertTaps = 2047;
+constexpr int kHilbertDelay = 1023;
+constexpr double kTwoOverPi = 0.6366197723675394;
+
+void KeepFinite(double& level) {
+    if (!std::isfinite(level)) level = AudioLevels::kStart;
+}
+
+class AmDemodulator : public AudioDemodulator {
+public:
+    explicit AmDemodulator(double& level) : level(level) {}
+
+    void Run(const Ipp32fc* channel, Ipp32f* audio, int length) override {
+        ippsMagnitude_32fc(channel, audio, length);
+        double mean = level;
+        for (int i = 0; i < length; ++i) {
+            const double m = audio[i];
+            mean = m * (1.0 - kAmDecay) + mean * kAmDecay;
+            audio[i] = static_cast<float>((m - mean) / mean);
+        }
+        level = mean;
+        // That turn is lost; silence keeps its 0 / 0 out of the memories of the
+        // filters behind, where it would stay for good.
+        if (!std::isfinite(level)) ippsZero_32f(audio, length);
+        KeepFinite(level);
+    }
+
+private:
+    double& level;
+};
+
+class FmDemodulator : public AudioDemodulator {
+public:
+    FmDemodulator(float& previous, double bandwidthHz, double deemphasisUs)
+        : previous(previous),
+          scale(static_cast<float>(kFmScaleHz / bandwidthHz)),
+          deemphasis(kDeemphasisPerUs / deemphasisUs, 0.2, 1, ippButterworth, false) {}
+
+    void Run(const Ipp32fc* channel, Ipp32f* audio, int length) override {
+        ippsPhase_32fc(channel, audio, length);
+        float last = previous;
+        for (int i = 0; i < length; ++i) {
+            const float p = audio[i];
+            float delta = p - last;
+            if (delta > kPi) {
+                delta = static_cast<float>(delta - 2.0 * kPi);
+            } else if (delta < -kPi) {
+                delta = static_cast<float>(delta + 2.0 * kPi);
+            }
+            audio[i] = delta * scale;
+            last = p;
+        }
+        previous = last;
+        deemphasis.Run(audio, length);
+    }
+
+private:
+    float& previous;
+    const float scale;
+    AudioIirFilter deemphasis;
+};
+
+class SidebandDemodulator : public AudioDemodulator {
+public:
+    SidebandDemodulator(double& level, bool upper, int blockLength)
+        : level(level), sign(upper ? 1.0 : -1.0), realPart(blockLength), hilbertOut(blockLength),
+          quadratureDelay(kHilbertDelay) {
+        smart_array<Ipp64f> taps(kHilbertTaps);
+        // The odd-offset taps 2 / (pi n) of the ideal transformer, Blackman-windowed.
+        for (int i = 0; i < kHilbertTaps; ++i) {
+            taps[i] = i % 2 == 0 ? kTwoOverPi / (i - kHilbertDelay) : 0.0;
+        }
+        ippsWinBlackmanStd_64f_I(taps.get(), kHilbertTaps);
+        ippsFIRInitAlloc_64f(&hilbert, taps.get(), kHilbertTaps, nullptr);
+        ippsZero_64f(quadratureDelay.get(), kHilbertDelay);
+    }
+    ~SidebandDemodulator() override { ippsFIRFree_64f(hilbert); }
+    SidebandDemodulator(const SidebandDemodulator&) = delete;
+    SidebandDemodulator& operator=(const SidebandDemodulator&) = delete;
+
+    // `length` must be at least the transformer's delay.
+    void Run(const Ipp32fc* channel, Ipp32f* audio, int length) override {
+        ippsMagnitude_32fc(channel, audio, length);
+        double peak = level;
+        for (int i = 0; i < length; ++i) {
+            const float x = static_cast<float>(2.0 * audio[i]);
+            peak = x > peak ? x : (1.0 - kSidebandDecay) * x + kSidebandDecay * peak;
+        }
+        level = peak;
+        KeepFinite(level);
+
+        for (int i = 0; i < length; ++i) realPart[i] = sign * channel[i].re;
+        ippsFIR_64f(realPart.get(), hilbertOut.get(), length, hilbert);
+        // The imaginary path, 1023 samples late: the head of the block from the
+        // tail of the last one.
+        const int seam = length - kHilbertDelay;
+        for (int i = 0; i < kHilbertDelay; ++i) {
+            audio[i] = static_cast<float>((hilbertOut[i] + quadratureDelay[i]) / level);
+            quadratureDelay[i] = channel[i + seam].im;
+        }
+        for (int i = kHilbertDelay; i < length; ++i) {
+            audio[i] = static_cast<float>((hilbertOut[i] + channel[i - kHilbertDelay].im) / level);
+        }
+    }
+
+private:
+    double& level;
+    const double sign;  // of the real path: + passes the upper sideband, - the lower
+    smart_array<Ipp64f> realPart;
+    smart_array<Ipp64f> hilbertOut;
+    smart_array<Ipp64f> quadratureDelay;  // the last 1023 imaginary parts of the block before
+    IppsFIRState_64f* hilbert = nullptr;
+};
+
+}  // namespace
+
+std::unique_ptr<AudioDemodulator> MakeAudioDemodulator(int type, AudioLevels& levels, double bandwidthHz,
+                                                       double deemphasisUs, int blockLength) {
+    switch (type) {
+        case AudioFM:
+            return std::make_unique<FmDemodulator>(levels.previousPhase, bandwidthHz, deemphasisUs);
+        case AudioUSB:
+            return std::make_unique<SidebandDemodulator>(levels.sideband, true, blockLength);
+        case AudioLSB:
+            return std::make_unique<SidebandDemodulator>(levels.sideband, false, blockLength);
+        case AudioCW:
+            return std::make_unique<SidebandDemodulator>(levels.cw, false, blockLength);
+        default:
+            return std::make_unique<AmDemodulator>(levels.am);
+    }
+}
+
+}  // namespace qor

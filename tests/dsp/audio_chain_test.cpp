@@ -1,0 +1,91 @@
+// The audio chain below the engine: the channel filter's length at the
+// borders of the bandwidth, the sideband seam across turns, and a level that
+// overflowed restarting for the next turn.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "audio_analysis.h"
+#include "audio_chain.h"
+#include "settings.h"
+
+namespace {
+
+using qor::AudioChain;
+
+constexpr double kRate = 486111.1111111111;
+
+qor::Settings AudioSettings(int type, double bandwidth) {
+    qor::Settings s;
+    s.audioType = type;
+    s.audioBandwidth = bandwidth;
+    s.audioLowPass = 6000.0;
+    s.audioHighPass = 100.0;
+    return s;
+}
+
+// `turns` turns of a complex tone at `hz` from the tuning, into audio.
+std::vector<float> Demodulate(AudioChain& chain, double hz, int turns, double amplitude = 0.05) {
+    std::vector<Ipp64fc> read(AudioChain::kReadSamples);
+    std::vector<float> audio;
+    std::vector<float> block(AudioChain::kBlockSamples);
+    long long n = 0;
+    for (int t = 0; t < turns; ++t) {
+        bool full = false;
+        while (!full) {
+            for (auto& x : read) {
+                const double phase = 2 * M_PI * hz * static_cast<double>(n++) / kRate;
+                x = {amplitude * std::cos(phase), amplitude * std::sin(phase)};
+            }
+            full = chain.Take(read.data());
+        }
+        chain.Run(block.data());
+        audio.insert(audio.end(), block.begin(), block.end());
+    }
+    return audio;
+}
+
+TEST(AudioChain, ChannelFilterLengthAtTheBandwidthBorders) {
+    const struct {
+        double bandwidth;
+        int taps;
+    } cases[] = {{999.0, 4096}, {1000.0, 2048}, {1999.0, 2048}, {2000.0, 1024}};
+    for (const auto& c : cases) {
+        qor::AudioLevels levels;
+        AudioChain chain(AudioSettings(qor::AudioUSB, c.bandwidth), 0.0, levels);
+        EXPECT_EQ(chain.ChannelTaps(), c.taps) << c.bandwidth << " Hz";
+    }
+}
+
+// A tone 1500 Hz above the tuning in USB is one sine across the seams of the
+// turns: two turns fit as one clean tone. (Its peak, twice 0.05, is the level
+// the sidebands start from, so no turn is louder than the next.)
+TEST(AudioChain, SidebandToneRunsOnAcrossTheSeam) {
+    qor::AudioLevels levels;
+    AudioChain chain(AudioSettings(qor::AudioUSB, 6000.0), 0.0, levels);
+    const std::vector<float> audio = Demodulate(chain, 1500.0, 8);
+    const std::vector<float> lastTwo(audio.end() - 2 * AudioChain::kBlockSamples, audio.end());
+    const audiotest::ToneFit fit = audiotest::FitTone(lastTwo, AudioChain::kAudioRate, 1000.0, 2000.0);
+    EXPECT_NEAR(fit.frequency, 1500.0, 0.01);
+    EXPECT_GT(fit.sinadDb, 60.0);
+}
+
+// A turn whose AM level turned infinite or NaN: its own output is silence,
+// the level starts again at 0.1 and the next turn is audio again.
+TEST(AudioChain, AnOverflowedLevelRestartsAtTheStart) {
+    for (double broken : {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN()}) {
+        qor::AudioLevels levels;
+        levels.am = broken;
+        AudioChain chain(AudioSettings(qor::AudioAM, 10000.0), 0.0, levels);
+        const std::vector<float> lost = Demodulate(chain, 0.0, 1);
+        EXPECT_EQ(levels.am, qor::AudioLevels::kStart);
+        const std::vector<float> next = Demodulate(chain, 0.0, 1);
+        for (std::size_t i = 0; i < lost.size(); ++i) {
+            ASSERT_TRUE(std::isfinite(lost[i]) && std::isfinite(next[i])) << "sample " << i;
+        }
+    }
+}
+
+}  // namespace
