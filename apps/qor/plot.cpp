@@ -79,7 +79,7 @@ bool WriteTracePng(const std::string& path, const Trace& trace, const std::vecto
     const double last = trace.startFreq + trace.binSize * static_cast<double>(std::max<std::size_t>(trace.max.size(), 2) - 1);
     const Frame f{trace.startFreq, last > trace.startFreq ? last : trace.startFreq + 1.0, low, high};
     const bool single = !levelAxis.empty();
-    DrawGrid(cr, f, single ? levelAxis : trace.millivolts ? "Level (mV)" : "Level (dBm)", kGridGrey);
+    DrawGrid(cr, f, single ? levelAxis.c_str() : trace.millivolts ? "Level (mV)" : "Level (dBm)", kGridGrey);
 
     cairo_save(cr);
     cairo_rectangle(cr, kLeft, kTop, kWidth - kLeft - kRight, kHeight - kTop - kBottom);

@@ -32,6 +32,13 @@ inline qorStatus GetIq(int device) {
     return qorGetIQData(device, &packet);
 }
 
+inline qorStatus GetFrame(int device) { return qorGetRealTimeFrame(device, nullptr, nullptr, nullptr); }
+
+inline qorStatus GetAudio(int device) {
+    std::vector<float> audio(4096);
+    return qorGetAudio(device, audio.data());
+}
+
 inline std::function<qorStatus(int)> SweepOf(Sweep s) {
     return [s](int device) { return Initiate(device, s); };
 }
@@ -53,6 +60,26 @@ inline const std::vector<ModeCase>& AllModes() {
              return qorInitiate(d, ModeIQ);
          },
          GetIq},
+        {"real time", 2,
+         [](int d) {
+             qorConfigCenterSpan(d, 1e9, 100e3);
+             qorConfigSweepCoupling(d, 1e3, 1e3, false);
+             return qorInitiate(d, ModeRealTime);
+         },
+         GetFrame},
+        {"audio", 2,
+         [](int d) {
+             qorConfigAudio(d, 0, 1e9, 100e3, 10e3, 100.0, 75.0);
+             return qorInitiate(d, ModeAudio);
+         },
+         GetAudio},
+        {"tracking generator", 4,
+         [](int d) {
+             qorConfigCenterSpan(d, 1e9, 100e6);
+             qorConfigTgSweep(d, 100, false, false);
+             return qorInitiate(d, ModeTGSweep);
+         },
+         GetSweep},
     };
     return modes;
 }
