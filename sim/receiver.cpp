@@ -29,6 +29,8 @@ double TurnsToRadians(long double cycles) {
 // `period`, with raised-cosine edges of `rise` inside the on-time, so that
 // keying leaves no clicks far from the carrier. A rise of 0 is a hard key.
 double KeyEnvelope(double t, const SignalSpec& s, double rise) {
+    t -= s.delay;
+    if (t < 0.0) return 0.0;
     const double into = std::fmod(t, s.period);
     if (into >= s.duration) return 0.0;
     const double edge = std::min(into, s.duration - into);
