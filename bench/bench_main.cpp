@@ -97,15 +97,18 @@ private:
             const char* name;
             const char* prefix;
             const char* counter;
+            double goal = 100.0;
         };
         const Engine engines[] = {
             {"slow, capture processing", "BM_SlowSpectrum/", "x_realtime"},
             {"slow, through the C API", "BM_SlowSweep/", "host_x"},
             {"fast, through the C API", "BM_FastSweep/", "host_x"},
             {"midrange, frame processing", "BM_MidrangeFrame/", "x_realtime"},
+            {"real time, spectra at N = 256", "BM_RealTimeSpectra/N:256", "x_realtime", 20.0},
             {"I/Q, through the C API", "BM_IQStream/", "host_x"},
+            {"audio, signal path", "BM_AudioTurn/", "x_realtime"},
         };
-        std::printf("\nHost processing, each engine's worst case, x real time on one core (goal: at least 100):\n");
+        std::printf("\nHost processing, each engine's worst case, x real time on one core, against its goal:\n");
         for (const Engine& engine : engines) {
             const std::string* worstName = nullptr;
             double worst = 0.0;
@@ -118,7 +121,8 @@ private:
                 }
             }
             if (!worstName) continue;
-            std::printf("  %-28s %7.1f  %-8s %s\n", engine.name, worst, worst >= 100.0 ? "met" : "missed",
+            std::printf("  %-28s %7.1f  goal %4.0f  %-7s %s\n", engine.name, worst, engine.goal,
+                        worst >= engine.goal ? "met" : "missed",
                         worstName->c_str());
         }
     }
