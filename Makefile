@@ -5,7 +5,7 @@ TSAN_BUILD ?= build-tsan
 FUZZ_BUILD ?= build-fuzz
 # Seconds each fuzz target runs in `make fuzz`; longer by hand.
 FUZZ_SECONDS ?= 10
-FUZZERS    := fuzz_stream_frames fuzz_command_framing fuzz_calibration_blocks fuzz_download_body \
+FUZZERS    := fuzz_stream_frames fuzz_command_framing fuzz_calibration_blocks fuzz_generator_memory fuzz_download_body \
               fuzz_sim_bench fuzz_api_sequence
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
