@@ -7,6 +7,7 @@
 #include "iq_command.h"
 #include "session.h"
 #include "sweep_command.h"
+#include "view_command.h"
 #include "virtual_instrument.h"
 
 int main(int argc, char** argv) {
@@ -98,6 +99,14 @@ int main(int argc, char** argv) {
         ->needs(iqAtten);
     addSimOptions(iqCommand);
 
+    qortool::ViewOptions view;
+    CLI::App* viewCommand = app.add_subcommand("view", "show a unit live on a web page: trace, waterfall, markers");
+    viewCommand->add_option("--serial", view.serial, "serial number (default: the first unit)");
+    viewCommand->add_option("--port", view.port, "TCP port, 0 for any free one")->check(CLI::Range(0, 65535))->capture_default_str();
+    viewCommand->add_option("--listen", view.listen, "address to serve; other than loopback, the page needs the printed token")
+        ->capture_default_str();
+    addSimOptions(viewCommand);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -108,6 +117,7 @@ int main(int argc, char** argv) {
         if (*list) return qortool::RunList();
         if (*info) return qortool::RunInfo(infoSerial);
         if (*iqCommand) return qortool::RunIq(iq);
+        if (*viewCommand) return qortool::RunView(view);
         sweep.showInjected = sim;
         return qortool::RunSweep(sweep);
     } catch (const qortool::ToolError& e) {
