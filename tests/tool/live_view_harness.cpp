@@ -28,15 +28,18 @@ bool ReadSome(int fd, std::string* into, Clock::time_point deadline) {
     return true;
 }
 
-void Stop(pid_t pid) {
-    if (pid <= 0) return;
+// SIGTERM, then SIGKILL after 10 s; the exit status, or -1.
+int Stop(pid_t pid) {
+    if (pid <= 0) return -1;
     kill(pid, SIGTERM);
-    for (int i = 0; i < 100; ++i) {
-        if (waitpid(pid, nullptr, WNOHANG) == pid) return;
+    int status = 0;
+    for (int i = 0; i < 200; ++i) {
+        if (waitpid(pid, &status, WNOHANG) == pid) return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     kill(pid, SIGKILL);
     waitpid(pid, nullptr, 0);
+    return -1;
 }
 
 std::string DecodeBase64(const std::string& text) {
@@ -84,7 +87,13 @@ ViewProcess::ViewProcess(const std::string& arguments) {
     token = url.substr(url.find("token=") + 6);
 }
 
-ViewProcess::~ViewProcess() { Stop(pid_); }
+int ViewProcess::Stop() {
+    const int status = liveview::Stop(pid_);
+    pid_ = -1;
+    return status;
+}
+
+ViewProcess::~ViewProcess() { Stop(); }
 
 HeadlessBrowser::HeadlessBrowser(int width, int height) : width_(width), height_(height) {
     const char* named = std::getenv("QOR_CHROMIUM");
@@ -176,6 +185,10 @@ bool HeadlessBrowser::WaitFor(const std::string& condition, std::chrono::millise
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     return false;
+}
+
+void HeadlessBrowser::Mouse(const std::string& type, double x, double y) {
+    Call("Input.dispatchMouseEvent", {{"type", type}, {"x", x}, {"y", y}, {"button", "left"}, {"clickCount", 1}});
 }
 
 std::string HeadlessBrowser::Screenshot() {

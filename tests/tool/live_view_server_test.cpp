@@ -18,6 +18,9 @@ class LiveViewServer : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { view_ = new liveview::ViewProcess(); }
     static void TearDownTestSuite() {
+        if (!view_->url.empty()) {
+            EXPECT_EQ(view_->Stop(), 0) << "qor view did not end cleanly";
+        }
         delete view_;
         view_ = nullptr;
     }

@@ -9,7 +9,7 @@
   const WATERFALL_ROWS = 300;
   const COLORS = {
     grid: '#26303c', axis: '#56657a', text: '#9aa6b6', label: '#d5dbe3',
-    max: '#f2c94c', band: 'rgba(242, 201, 76, 0.22)',
+    max: '#f2c94c', band: 'rgba(242, 201, 76, 0.13)',
     peak: '#ff5d8f', next: '#ff9f43', mouse: '#4fd1c5', delta: '#a78bfa', sweep: '#ffffff',
   };
 
@@ -578,12 +578,13 @@
     put('peak', view.peak);
     put('next', view.nextPeak);
     put('mouse', view.mouse);
+    put('delta', view.delta);
     if (view.delta && view.peak) {
       const df = view.delta.frequency - view.peak.frequency;
-      $('delta-f').textContent = `${df >= 0 ? '+' : '-'}${formatHz(Math.abs(df), 6)}`;
-      $('delta-l').textContent = `${(view.delta.level - view.peak.level).toFixed(2)} dB`;
+      $('offset-f').textContent = `${df >= 0 ? '+' : '-'}${formatHz(Math.abs(df), 6)}`;
+      $('offset-l').textContent = `${(view.delta.level - view.peak.level).toFixed(2)} dB`;
     } else {
-      put('delta', null);
+      put('offset', null);
     }
   }
 
