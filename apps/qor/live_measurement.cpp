@@ -122,6 +122,7 @@ void LiveMeasurement::Apply(const ViewSettings& wanted) {
     lastAccepted_ = accepted;
     if (accepted || measuring_) error_.clear();
     ++generation_;
+    latest_.reset();  // a page gets no more traces of the settings before
     applied_ = requested_;
     changed_.notify_all();
 }

@@ -76,10 +76,11 @@ void ViewServer::Stop() { server_.stop(); }
 // The name in `Host` must be one this server answers to, and the port its own:
 // a page of another site that a resolver points here (DNS rebinding) names its own.
 bool ViewServer::HostAllowed(const std::string& host) const {
+    // Without a port the name stands for port 80.
     const std::size_t colon = host.rfind(':');
-    if (colon == std::string::npos || host.back() == ']') return false;
-    const std::string name = host.substr(0, colon);
-    if (host.substr(colon + 1) != std::to_string(options_.port)) return false;
+    const bool hasPort = colon != std::string::npos && host.back() != ']';
+    const std::string name = hasPort ? host.substr(0, colon) : host;
+    if ((hasPort ? host.substr(colon + 1) : "80") != std::to_string(options_.port)) return false;
     const std::string& listen = options_.listen;
     if (listen == "0.0.0.0" || listen == "::") return true;
     return name == listen || name == "[" + listen + "]" || IsLoopback(name);

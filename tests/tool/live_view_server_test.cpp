@@ -141,21 +141,50 @@ TEST_F(LiveViewServer, RefusedSettingsShowTheLibrarysTextAndTheMeasurementGoesOn
 // The frames of a stream as the client has them so far.
 struct FrameReader {
     std::string bytes;
+    std::string last;  // the newest whole frame
     std::vector<std::uint32_t> sequences;
     void Take(const char* data, std::size_t size) {
         bytes.append(data, size);
         while (bytes.size() >= 8) {
-            std::uint32_t magic = 0, length = 0, sequence = 0;
-            std::memcpy(&magic, bytes.data(), 4);
-            std::memcpy(&length, bytes.data() + 4, 4);
+            const std::uint32_t magic = At<std::uint32_t>(bytes, 0), length = At<std::uint32_t>(bytes, 4);
             EXPECT_EQ(magic, 0x56524f51u);
             if (magic != 0x56524f51u || bytes.size() < length) return;
-            std::memcpy(&sequence, bytes.data() + 8, 4);
-            sequences.push_back(sequence);
+            sequences.push_back(At<std::uint32_t>(bytes, 8));
+            last = bytes.substr(0, length);
             bytes.erase(0, length);
         }
     }
+    template <typename T>
+    static T At(const std::string& frame, std::size_t offset) {
+        T value;
+        std::memcpy(&value, frame.data() + offset, sizeof value);
+        return value;
+    }
 };
+
+TEST_F(LiveViewServer, StreamsWholeSweepsWithTheirPeaks) {
+    ASSERT_EQ(Post(R"({"serial": 0, "center": 100e6, "span": 40e6, "mode": "sweep"})")->status, 200);
+    FrameReader reader;
+    httplib::Client stream("127.0.0.1", view_->port);
+    stream.Get("/api/stream", Token(), [&](const char* data, std::size_t size) {
+        reader.Take(data, size);
+        return reader.last.empty() || FrameReader::At<std::uint32_t>(reader.last, 28) <
+                                          FrameReader::At<std::uint32_t>(reader.last, 24);
+    });
+    ASSERT_FALSE(reader.last.empty());
+    const std::string& f = reader.last;
+    const auto bins = FrameReader::At<std::uint32_t>(f, 24);
+    const double start = FrameReader::At<double>(f, 32), bin = FrameReader::At<double>(f, 40);
+    EXPECT_EQ(FrameReader::At<std::uint32_t>(f, 20), 0u);  // a sweep
+    EXPECT_EQ(f.size(), 80 + 8 * std::size_t{bins});
+    EXPECT_NEAR(start, 80e6, bin);
+    EXPECT_NEAR(start + bin * bins, 120e6, bin);
+    // The first unit's carrier at 100 MHz, -30 dBm, and its FM carrier at 98.1 MHz, -50 dBm.
+    EXPECT_NEAR(FrameReader::At<double>(f, 56), 100e6, 2 * bin);
+    EXPECT_NEAR(FrameReader::At<float>(f, 72), -30.0f, 1.0f);
+    EXPECT_NEAR(FrameReader::At<double>(f, 64), 98.1e6, 30e3);
+    EXPECT_NEAR(FrameReader::At<float>(f, 76), -50.0f, 3.0f);
+}
 
 TEST_F(LiveViewServer, APageThatFallsBehindGetsTheNewestTrace) {
     if (e2e::kAnySanitizer) GTEST_SKIP() << "paced by the real clock";
