@@ -103,7 +103,7 @@ int main(int argc, char** argv) {
     CLI::App* viewCommand = app.add_subcommand("view", "show a unit live on a web page: trace, waterfall, markers");
     viewCommand->add_option("--serial", view.serial, "serial number (default: the first unit)");
     viewCommand->add_option("--port", view.port, "TCP port, 0 for any free one")->check(CLI::Range(0, 65535))->capture_default_str();
-    viewCommand->add_option("--listen", view.listen, "address to serve; other than loopback, the page needs the printed token")
+    viewCommand->add_option("--listen", view.listen, "address to listen on: loopback by default, 0.0.0.0 to serve other machines")
         ->capture_default_str();
     addSimOptions(viewCommand);
 

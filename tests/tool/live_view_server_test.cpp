@@ -186,6 +186,40 @@ TEST_F(LiveViewServer, StreamsWholeSweepsWithTheirPeaks) {
     EXPECT_NEAR(FrameReader::At<float>(f, 76), -50.0f, 3.0f);
 }
 
+TEST_F(LiveViewServer, StreamsRealTimeFramesWithThePersistenceImage) {
+    const auto started = Post(R"({"serial": 0, "center": 100e6, "span": 200e3, "rbw": 1e3, "vbw": 1e3, "mode": "realtime"})");
+    ASSERT_TRUE(started);
+    if (started->status == 422) {
+        GTEST_SKIP() << "the library refuses real time: " << json::parse(started->body)["refused"].dump();
+    }
+    ASSERT_EQ(started->status, 200) << started->body;
+    FrameReader reader;
+    httplib::Client stream("127.0.0.1", view_->port);
+    stream.Get("/api/stream", Token(), [&](const char* data, std::size_t size) {
+        reader.Take(data, size);
+        return reader.sequences.size() < 3;
+    });
+    ASSERT_FALSE(reader.last.empty());
+    const std::string& f = reader.last;
+    const auto bins = FrameReader::At<std::uint32_t>(f, 24);
+    const auto width = FrameReader::At<std::uint32_t>(f, 48), height = FrameReader::At<std::uint32_t>(f, 52);
+    const double bin = FrameReader::At<double>(f, 40);
+    EXPECT_EQ(FrameReader::At<std::uint32_t>(f, 20), 1u);
+    EXPECT_EQ(height, 256u);
+    ASSERT_GT(width, 0u);
+    ASSERT_EQ(f.size(), 80 + 8 * std::size_t{bins} + (std::size_t{width} * height + 3) / 4 * 4);
+    EXPECT_NEAR(FrameReader::At<double>(f, 56), 100e6, 2 * bin);
+    EXPECT_NEAR(FrameReader::At<float>(f, 72), -30.0f, 1.5f);
+    // The carrier's column is hit, near the top of the image (-30 dBm of -120 to -20).
+    const std::size_t column = static_cast<std::size_t>((100e6 - FrameReader::At<double>(f, 32)) / bin * width / bins);
+    int hitRow = -1;
+    for (std::size_t row = 0; row < height; ++row) {
+        if (f[80 + 8 * std::size_t{bins} + row * width + column] != 0) hitRow = static_cast<int>(row);
+    }
+    EXPECT_NEAR(hitRow, 230, 8);
+    EXPECT_EQ(Post(R"({"span": 40e6, "rbw": 30e3, "vbw": 30e3, "mode": "sweep"})")->status, 200);
+}
+
 TEST_F(LiveViewServer, APageThatFallsBehindGetsTheNewestTrace) {
     if (e2e::kAnySanitizer) GTEST_SKIP() << "paced by the real clock";
     ASSERT_EQ(Post(R"({"serial": 0, "center": 100e6, "span": 40e6, "mode": "sweep"})")->status, 200);

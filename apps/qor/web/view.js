@@ -553,7 +553,8 @@
     if (view.state) {
       ctx.fillStyle = COLORS.text;
       ctx.textAlign = 'left'; ctx.textBaseline = 'bottom';
-      ctx.fillText(`${(g.bottom).toFixed(0)} … ${(g.top).toFixed(0)} dBm   last ${WATERFALL_ROWS} sweeps`,
+      const rows = view.state.settings.mode === 'realtime' ? 'frames' : 'sweeps';
+      ctx.fillText(`${(g.bottom).toFixed(0)} … ${(g.top).toFixed(0)} dBm   last ${WATERFALL_ROWS} ${rows}`,
                    barX + barW + 8, height);
     }
   }
