@@ -11,6 +11,7 @@
 #include "session.h"
 #include "sweep_command.h"
 #include "tg_command.h"
+#include "view_command.h"
 #include "virtual_instrument.h"
 
 int main(int argc, char** argv) {
@@ -169,6 +170,13 @@ int main(int argc, char** argv) {
         "Raw samples play with: qor audio --center 98.1M --mode fm | aplay -r 30382 -f S16_LE -t raw\n"
         "A demodulated level of 1.0 is 6 dB below full scale. The sideband and AM levels follow the\n"
         "carrier by themselves; FM is scaled by the channel width.");
+    qortool::ViewOptions view;
+    CLI::App* viewCommand = app.add_subcommand("view", "show a unit live on a web page: trace, waterfall, markers");
+    viewCommand->add_option("--serial", view.serial, "serial number (default: the first unit)");
+    viewCommand->add_option("--port", view.port, "TCP port, 0 for any free one")->check(CLI::Range(0, 65535))->capture_default_str();
+    viewCommand->add_option("--listen", view.listen, "address to listen on: loopback by default, 0.0.0.0 to serve other machines")
+        ->capture_default_str();
+    addSimOptions(viewCommand);
 
     try {
         app.parse(argc, argv);
@@ -186,6 +194,7 @@ int main(int argc, char** argv) {
             return qortool::RunTg(tg);
         }
         if (*audioCommand) return qortool::RunAudio(audio);
+        if (*viewCommand) return qortool::RunView(view);
         sweep.showInjected = sim;
         return qortool::RunSweep(sweep);
     } catch (const qortool::ToolError& e) {
