@@ -1,15 +1,13 @@
 // Audio through the C API on the virtual instrument: each demodulator on a
 // clean carrier modulated by a tone gives that tone (within 1 Hz) with the
 // signal to noise and distortion it must have, the sidebands reject each
-// other, CW sounds a carrier at 1040 Hz however often it is started, and the
-// get call's refusals and its wake-up when the mode is left.
+// other, CW sounds a carrier at 1040 Hz however often it is started, the get
+// call's refusals, and a stalled stream.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "audio_analysis.h"
@@ -81,7 +79,7 @@ protected:
 
     // The measurements of the signal path run its filters for 50 blocks and
     // more, half a minute under the thread sanitizer; the engine's threads are
-    // checked there by the wake-up and the stall below.
+    // checked there by the stall below and the tests of every engine.
     static bool SkipMeasurement() { return e2e::kThreadSanitizer; }
 
     // Starts `type` at `center` and returns the block after the settling ones.
@@ -158,32 +156,6 @@ TEST_F(Audio, GetOutsideTheModeIsRefusedWithMinus6) {
     qorAbort(device_);
     EXPECT_EQ(qorConfigAudio(device_, 5, 1e8, 1e4, kLowPass, kHighPass, kDeemphasisUs), qorInvalidParameterErr);
     EXPECT_EQ(qorGetAudio(device_, nullptr), qorNullPtrErr);
-}
-
-// A caller waiting for the first block while another thread aborts or closes:
-// it gets its block, or -6, or -3 when the close came first.
-TEST_F(Audio, LeavingTheModeWakesAWaitingCaller) {
-    int woken = 0;
-    for (int round = 0; round < 10; ++round) {
-        ASSERT_EQ(qorConfigAudio(device_, round % 5, kAm.frequency, 10e3, kLowPass, kHighPass, kDeemphasisUs),
-                  qorNoError);
-        ASSERT_EQ(qorInitiate(device_, ModeAudio), qorNoError);
-        std::vector<float> block(kBlock);
-        std::atomic<qorStatus> status{qorNoError};
-        std::thread waiter([&] { status = qorGetAudio(device_, block.data()); });
-        std::this_thread::sleep_for(std::chrono::milliseconds(round % 3));
-        const bool close = round % 5 == 4;
-        EXPECT_EQ(close ? qorCloseDevice(device_) : qorAbort(device_), qorNoError);
-        waiter.join();
-        const qorStatus got = status;
-        EXPECT_TRUE(got == qorNoError || got == qorNotConfiguredErr || got == qorDeviceNotOpenErr) << got;
-        woken += got == qorNotConfiguredErr;
-        if (close) {
-            device_ = e2e::Open(kSerial);
-            ASSERT_GE(device_, 0);
-        }
-    }
-    EXPECT_GT(woken, 0) << "no caller was ever waiting when the mode was left";
 }
 
 // A stream that stalls under a running audio mode: the get returns -11 with

@@ -1,15 +1,13 @@
 // The real-time mode through the C API on the virtual instrument: a tone's
 // level and frequency in the frame sweep on both families over the RBWs and
 // spans of the mode, a burst's density in the persistence image, the fade of
-// the alpha image after a hopping carrier leaves, the frame rate in real
-// time, and a caller waiting for frames while the mode is left or the unit
-// unplugged.
+// the alpha image after a hopping carrier leaves, and the frame rate in real
+// time.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <thread>
 #include <vector>
 
 #include "e2e_bench.h"
@@ -22,7 +20,6 @@ constexpr double kRate = 486111.1111111111;
 constexpr unsigned kVelm = 43000002;
 constexpr unsigned kOrsk = 43000004;
 constexpr unsigned kBurstUnit = 43000012;
-constexpr unsigned kUnplugged = 43000022;
 constexpr double kBurstHz = 433.92e6;
 constexpr double kBurstLevel = -40.0;
 
@@ -62,7 +59,7 @@ simbench::Signal Burst(double frequency, double level, double period, double dur
 
 const std::vector<e2e::BenchUnit>& Scene() {
     static const std::vector<e2e::BenchUnit> units = [] {
-        std::vector<e2e::BenchUnit> all = {{kVelm, 2, {}}, {kOrsk, 4, {}}, {kUnplugged, 2, {{200e6, -30.0}}}};
+        std::vector<e2e::BenchUnit> all = {{kVelm, 2, {}}, {kOrsk, 4, {}}};
         for (const ToneCase& c : ToneCases()) all[c.serial == kVelm ? 0 : 1].tones.push_back({ToneOf(c), c.level});
         return all;
     }();
@@ -219,58 +216,6 @@ TEST_F(RealTime, BurstDensityInThePersistenceImage) {
     EXPECT_NEAR(total, 0.975, 1e-4);
     EXPECT_GT(atBurst, 0.1 * 0.975 / 1.5);
     EXPECT_LT(atBurst, 0.1 * 0.975 * 1.5);
-}
-
-// A caller waiting for frames while another thread leaves the mode comes
-// back with -6 (or -3 when the device closed before it looked) promptly, by
-// abort and the last time by close.
-TEST_F(RealTime, LeavingTheModeWakesAWaitingCaller) {
-    const auto prompt = std::chrono::milliseconds(e2e::kAnySanitizer ? 1000 : 100);
-    const int kRounds = e2e::kAnySanitizer ? 3 : 5;
-    for (int round = 0; round < kRounds; ++round) {
-        const bool close = round == kRounds - 1;
-        const int device = devices_.at(kVelm);
-        Frames f = Start(device, 1e9, 20e3, 300.0, -20.0, 0, 0.25, 4);
-        ASSERT_EQ(f.initiate, qorNoError);
-        ASSERT_EQ(f.Next(device), qorNoError);
-        qorStatus status = qorNoError;
-        Clock::time_point returned;
-        std::thread waiter([&] {
-            while (status == qorNoError) status = f.Next(device);
-            returned = Clock::now();
-        });
-        std::this_thread::sleep_for(std::chrono::milliseconds(10 + round));
-        const auto left = Clock::now();
-        if (close) {
-            qorCloseDevice(device);
-        } else {
-            qorAbort(device);
-        }
-        waiter.join();
-        EXPECT_TRUE(status == qorNotConfiguredErr || (close && status == qorDeviceNotOpenErr)) << status;
-        EXPECT_LT(returned - left, prompt) << "round " << round;
-        if (close) devices_[kVelm] = e2e::Open(kVelm);
-    }
-}
-
-// A caller waiting for a frame of an unplugged unit learns it within a
-// second, and the mode is then left promptly.
-TEST_F(RealTime, UnplugGivesAUsbErrorAndAPromptAbort) {
-    // The instrumented engines take longer than a second over the read under way.
-    const auto prompt = std::chrono::seconds(e2e::kAnySanitizer ? 5 : 1);
-    const int device = devices_.at(kUnplugged);
-    Frames f = Start(device, 200e6, 100e3, 1e3, -20.0);
-    ASSERT_EQ(f.initiate, qorNoError);
-    ASSERT_EQ(f.Next(device), qorNoError);
-    ASSERT_EQ(e2e::TheSim()->unplug(kUnplugged, 0.0), 0);
-    const auto unplugged = Clock::now();
-    qorStatus status = qorNoError;
-    while (status == qorNoError && Clock::now() - unplugged < 2 * prompt) status = f.Next(device);
-    EXPECT_EQ(status, qorUsbCommErr);
-    EXPECT_LT(Clock::now() - unplugged, prompt);
-    const auto abort = Clock::now();
-    qorAbort(device);
-    EXPECT_LT(Clock::now() - abort, prompt);
 }
 
 // ---- In real time --------------------------------------------------------------
