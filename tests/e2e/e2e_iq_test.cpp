@@ -232,7 +232,7 @@ protected:
 
     static void SetUpTestSuite() {
         if (e2e::kThreadSanitizer) return;
-        device_ = e2e::OpenRealTimeUnit(kSerial, kCenter + kOffset, -30.0);
+        device_ = e2e::OpenRealTimeUnit(kSerial, simbench::Cw(kCenter + kOffset, -30.0));
         if (device_ >= 0) started_ = StartIq(device_, kCenter, kDecimation, -20.0);
     }
     static void TearDownTestSuite() {

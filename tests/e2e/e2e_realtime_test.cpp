@@ -49,42 +49,18 @@ std::vector<ToneCase> ToneCases() {
     };
 }
 
-simbench::Signal Burst(double frequency, double level, double period, double duration) {
-    simbench::Signal s = simbench::Cw(frequency, level);
-    s.kind = "burst";
-    s.period = period;
-    s.duration = duration;
-    return s;
-}
-
+// The tones of the cases, and a unit with a burst on for 10% of the time.
 const std::vector<e2e::BenchUnit>& Scene() {
     static const std::vector<e2e::BenchUnit> units = [] {
-        std::vector<e2e::BenchUnit> all = {{kVelm, 2, {}}, {kOrsk, 4, {}}};
+        std::vector<e2e::BenchUnit> all = {{kVelm, 2, {}}, {kOrsk, 4, {}}, {kBurstUnit, 2, {}}};
         for (const ToneCase& c : ToneCases()) all[c.serial == kVelm ? 0 : 1].tones.push_back({ToneOf(c), c.level});
+        simbench::Signal& burst = all[2].signals.emplace_back(simbench::Cw(kBurstHz, kBurstLevel));
+        burst.kind = "burst";
+        burst.period = 0.05;
+        burst.duration = 0.005;
         return all;
     }();
     return units;
-}
-
-// The scene's units and one with a burst on for 10% of the time.
-std::string OpenScene(std::map<unsigned, int>* devices) {
-    const e2e::Sim* sim = e2e::TheSim();
-    if (!sim) return "no virtual instrument";
-    simbench::Bench bench;
-    for (const e2e::BenchUnit& unit : Scene()) {
-        simbench::Unit& u = bench.units.emplace_back(unit.serial, unit.type).OnDeviceCalibration(true).NoiseFloor(-160.0);
-        for (const e2e::Tone& tone : unit.tones) u.Add(simbench::Cw(tone.frequency, tone.level));
-    }
-    bench.units.emplace_back(kBurstUnit, 2).OnDeviceCalibration(true).NoiseFloor(-160.0).Add(
-        Burst(kBurstHz, kBurstLevel, 0.05, 0.005));
-    if (sim->loadBenchJson(simbench::Json(bench).c_str()) != 0) return sim->lastError();
-    e2e::CalibrationFolder().UseAsCalibrationCache();
-    for (const simbench::Unit& u : bench.units) {
-        const int device = e2e::Open(u.serial);
-        if (device < 0) return "open " + std::to_string(u.serial);
-        (*devices)[u.serial] = device;
-    }
-    return "";
 }
 
 struct Frames {
@@ -123,21 +99,7 @@ Frames Start(int device, double center, double span, double rbw, double refLevel
     return f;
 }
 
-class RealTime : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() { failure_ = OpenScene(&devices_); }
-    static void TearDownTestSuite() {
-        for (const auto& [serial, device] : devices_) qorCloseDevice(device);
-        devices_.clear();
-    }
-    void SetUp() override {
-        if (!e2e::TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
-        ASSERT_EQ(failure_, "");
-    }
-
-    static inline std::string failure_;
-    static inline std::map<unsigned, int> devices_;
-};
+using RealTime = e2e::SceneSuite<Scene>;
 
 // The frame sweep's strongest bin near the tone is the tone's bin and reads
 // its level; the detector and overlap vary from case to case.
@@ -228,19 +190,12 @@ constexpr double kHopLevel = -40.0;
 class RealTimePaced : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        const e2e::Sim* sim = e2e::TheSim();
-        if (!sim || e2e::kAnySanitizer) return;
-        simbench::Bench bench;
-        bench.clock = "real";
-        bench.pacing = "realtime";
+        if (e2e::kAnySanitizer) return;
         simbench::Signal hop = simbench::Cw(0.0, kHopLevel);
         hop.kind = "hop";
         hop.frequencies.assign(std::begin(kHops), std::end(kHops));
         hop.dwell = kDwell;
-        bench.units.emplace_back(kPacedUnit, 2).OnDeviceCalibration(true).NoiseFloor(-160.0).Add(hop);
-        if (sim->loadBenchJson(simbench::Json(bench).c_str()) != 0) return;
-        e2e::CalibrationFolder().UseAsCalibrationCache();
-        device_ = e2e::Open(kPacedUnit);
+        device_ = e2e::OpenRealTimeUnit(kPacedUnit, hop);
     }
     static void TearDownTestSuite() {
         if (device_ >= 0) qorCloseDevice(device_);
