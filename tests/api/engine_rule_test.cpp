@@ -74,12 +74,6 @@ TEST(EngineRule, VideoRatioLimits) {
     EXPECT_FALSE(limited);
 }
 
-TEST(EngineRule, SampleCountIsWholeBlocks) {
-    EXPECT_EQ(qor::SweepSampleCount(256, 1), 512);
-    EXPECT_EQ(qor::SweepSampleCount(1024, 1), 1536);
-    EXPECT_EQ(qor::SweepSampleCount(512, 3), 2048);
-}
-
 TEST(EngineRule, RealTimeSpanAndBandwidth) {
     qor::Settings s = Sweep(1e9, 1e9 + 1e5, 50.0);
     EXPECT_EQ(qor::ChooseRealTime(s).status, qorBandwidthClamped);

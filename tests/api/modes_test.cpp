@@ -124,15 +124,6 @@ TEST_F(Modes, InitiateAbortsCopiesAndDispatches) {
     EXPECT_EQ(slot.device().m_mode, ModeIdle);
 }
 
-TEST_F(Modes, AbortLeavesTheDeviceOpenAndIdle) {
-    Run(ModeAudio, 4);
-    EXPECT_EQ(qorAbort(1), qorNoError);
-    EXPECT_EQ(slot.device().m_mode, ModeIdle);
-    EXPECT_TRUE(slot.device().m_open);
-    float f[4096];
-    EXPECT_EQ(qorGetAudio(1, f), qorNotConfiguredErr);
-}
-
 TEST(Lifecycle, CallsWithoutADevice) {
     EXPECT_EQ(qorGetSerialNumberList(nullptr, nullptr), qorNullPtrErr);
     int serials[8];

@@ -71,18 +71,6 @@ TEST_F(Config, AcquisitionAndScale) {
     EXPECT_TRUE(s.logScale);
 }
 
-TEST_F(Config, IqDecimationAndBandwidthLimits) {
-    for (int bad : {0, 3, 256, -2}) EXPECT_EQ(qorConfigIQ(4, bad, 1e3), qorInvalidParameterErr) << bad;
-    EXPECT_EQ(s.iqDecimationLog2, 1);
-    EXPECT_EQ(qorConfigIQ(4, 16, 1e6), qorNoError);
-    EXPECT_EQ(s.iqDecimationLog2, 4);
-    EXPECT_EQ(s.iqBandwidth, 20000.0);
-    EXPECT_EQ(qorConfigIQ(4, 16, 50.0), qorNoError);
-    EXPECT_EQ(s.iqBandwidth, 100.0);
-    EXPECT_EQ(qorConfigIQ(4, 128, 1e6), qorNoError);
-    EXPECT_EQ(s.iqBandwidth, 3000.0);
-}
-
 TEST_F(Config, EnumeratedValues) {
     EXPECT_EQ(qorConfigRBWShape(4, 0), qorInvalidParameterErr);
     EXPECT_EQ(qorConfigRBWShape(4, 3), qorInvalidParameterErr);

@@ -22,6 +22,13 @@ TEST(StatusText, EveryCodeHasItsTextAndOthersTheFallback) {
     for (int status : known) {
         EXPECT_STRNE(qorGetErrorString(static_cast<qorStatus>(status)), "Invalid Status Code") << status;
     }
+    // A static text for every status: the same pointer each time, never empty.
+    for (int s = -1000; s <= 1000; ++s) {
+        const char* text = qorGetErrorString(static_cast<qorStatus>(s));
+        ASSERT_NE(text, nullptr) << s;
+        EXPECT_NE(text[0], '\0') << s;
+        EXPECT_EQ(text, qorGetErrorString(static_cast<qorStatus>(s))) << s;
+    }
 }
 
 TEST(SmartArray, AlignedEmptyAndRefusedLengths) {

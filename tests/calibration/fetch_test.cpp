@@ -57,19 +57,6 @@ protected:
     qor::CalibrationStore store;
 };
 
-TEST_F(FetchTest, MissingTableIsDownloadedAndBothFilesRewritten) {
-    WriteWhole(File(kUnitName), UnitBytes());
-    ServeTable(458624);
-    ASSERT_EQ(Fetch(2), 0);
-    EXPECT_EQ(server.Requests().size(), 1u);
-    EXPECT_EQ(ReadWhole(File(kUnitName)), UnitBytes());
-    EXPECT_EQ(ReadWhole(File(kTableName)), PatternBody(458624));
-    EXPECT_EQ(caltest::Entries(folder), (std::set<std::string>{kUnitName, kTableName}));
-    ASSERT_TRUE(store.corr);
-    EXPECT_EQ(store.corr->family.Type(), 2);
-    EXPECT_DOUBLE_EQ(store.corr->timebaseFactor, 1.0 + 250e-9);  // Load ran on the cached unit block
-}
-
 // A download that fails or brings less than the family's whole table writes
 // nothing and loads no corrections (Load would set the timebase from the
 // unit block, or send a 12.4 GHz unit its oven trim); the next open asks again.
@@ -120,16 +107,6 @@ TEST_F(FetchTest, ATableFileOfAnotherLengthIsDownloadedAgain) {
         ASSERT_EQ(Fetch(row.type), 0);
         EXPECT_EQ(server.Requests().size(), requests);
     }
-}
-
-// The blocks of a slot still hold the unit opened in it before.
-TEST_F(FetchTest, FirstModelDownloadsNothingAndCachesAZeroTable) {
-    WriteWhole(File(kUnitName), UnitBytes());
-    std::fill(store.tableBlock.get(), store.tableBlock.get() + 768000, 0xAB);
-    ASSERT_EQ(Fetch(1), 0);
-    EXPECT_TRUE(server.Requests().empty());
-    EXPECT_EQ(ReadWhole(File(kTableName)), std::vector<uint8_t>(458624, 0));
-    EXPECT_EQ(ReadWhole(File(kUnitName)), UnitBytes());
 }
 
 TEST_F(FetchTest, AFolderInPlaceOfATableFileCountsAsMissing) {

@@ -33,15 +33,6 @@ TEST(FastSweepPlan, LowStepsBelowTheLowestLo) {
     EXPECT_EQ(PlanFastSweep(100.0, 100e6 + 100.0, 100e6, 256, 1.0, false).lowSteps, 0);
 }
 
-TEST(FastSweepPlan, WideRbwsTakeFewBinsPerStep) {
-    const FastSweepPlan direct = PlanFastSweep(1e9, 2e9, 1e9, 1, 1.0, false);
-    EXPECT_EQ(direct.binsPerStep, 1);
-    EXPECT_DOUBLE_EQ(direct.binSize, 200000.0);
-    EXPECT_EQ(direct.sweepLength, 5000);
-    EXPECT_EQ(PlanFastSweep(1e9, 2e9, 1e9, 8, 1.0, false).binsPerStep, 3);
-    EXPECT_EQ(PlanFastSweep(1e9, 2e9, 1e9, 16, 1.0, false).binsPerStep, 7);
-}
-
 TEST(FastSweepPlan, TimebaseFactorScalesTheReportedGrid) {
     const double ratio = 1.000002;
     const FastSweepPlan p = PlanFastSweep(1e9, 1.2e9, 2e8, 256, ratio, false);

@@ -107,15 +107,6 @@ TEST(SpectrumCore, ToneLandsOnItsBinAtItsLevel) {
     }
 }
 
-TEST(SpectrumCore, ConjugateChangesTheBlockInPlace) {
-    RbwFilter filter(30000.0, 1, kSampleRate, 0, false);
-    SpectrumCore core(&filter, 0, 1.0, 512, false);
-    Block block(512, Ipp64fc{0.25, 0.5});
-    std::vector<double> min(filter.fftSize), max(filter.fftSize);
-    core.Process(block.data(), min.data(), max.data(), true);
-    EXPECT_EQ(block[511].im, -0.5);
-}
-
 // The moving sums against a plain computation from the single frames, in
 // every video unit; a ratio of 1 takes the extremes of single frames. (The
 // detectors and units on noise are measured end to end.)

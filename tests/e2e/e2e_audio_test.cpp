@@ -1,15 +1,13 @@
 // Audio through the C API on the virtual instrument: each demodulator on a
 // clean carrier modulated by a tone gives that tone (within 1 Hz) with the
 // signal to noise and distortion it must have, the sidebands reject each
-// other, CW sounds a carrier at 1040 Hz however often it is started, and the
-// get call's refusals and its wake-up when the mode is left.
+// other, CW sounds a carrier at 1040 Hz however often it is started, the get
+// call's refusals, and a stalled stream.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "audio_analysis.h"
@@ -24,6 +22,7 @@ constexpr int kSettleBlocks = 6;
 constexpr double kLowPass = 6000.0;
 constexpr double kHighPass = 100.0;
 constexpr double kDeemphasisUs = 75.0;
+constexpr double kAudioRate = 30381.944444444445;
 
 struct Carrier {
     const char* kind;
@@ -40,27 +39,23 @@ const Carrier kUsb{"usb", 120e6, 1200.0};
 const Carrier kLsb{"lsb", 130e6, 2000.0};
 const Carrier kPlain{"cw", 140e6, 0.0};
 
-// The bench is made here, not by SceneSuite: its signals are modulated.
 class Audio : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        const e2e::Sim* sim = e2e::TheSim();
-        if (!sim) return;
-        simbench::Bench bench;
-        simbench::Unit& unit = bench.units.emplace_back(kSerial, 2);
-        unit.OnDeviceCalibration(true).NoiseFloor(-160.0);
+        if (!e2e::TheSim()) return;
+        e2e::BenchUnit unit{kSerial, 2, {}};
         for (const Carrier& c : {kAm, kAmLow, kFm, kFmHigh, kUsb, kLsb, kPlain}) {
-            simbench::Signal s = simbench::Cw(c.frequency, -50.0);
+            simbench::Signal& s = unit.signals.emplace_back(simbench::Cw(c.frequency, -50.0));
             s.kind = c.kind;
-            if (std::string(c.kind) == "am") s.depth = 0.5;
-            if (std::string(c.kind) == "fm") s.deviation = 5000.0;
+            if (s.kind == "am") s.depth = 0.5;
+            if (s.kind == "fm") s.deviation = 5000.0;
             if (c.tone > 0.0) s.tone = c.tone;
-            unit.Add(s);
         }
-        failure_ = sim->loadBenchJson(simbench::Json(bench).c_str()) == 0 ? "" : sim->lastError();
-        e2e::CalibrationFolder().UseAsCalibrationCache();
-        if (failure_.empty()) device_ = e2e::Open(kSerial);
-        if (device_ >= 0) ChooseLevel();
+        std::map<unsigned, int> devices;
+        failure_ = e2e::OpenUnits({unit}, &devices);
+        if (!failure_.empty()) return;
+        device_ = devices.at(kSerial);
+        ChooseLevel();
     }
     // The audio mode keeps the level the last engine chose: an I/Q stream for
     // a reference level of -50 dBm chooses one for the carriers.
@@ -81,7 +76,7 @@ protected:
 
     // The measurements of the signal path run its filters for 50 blocks and
     // more, half a minute under the thread sanitizer; the engine's threads are
-    // checked there by the wake-up and the stall below.
+    // checked there by the stall below and the tests of every engine.
     static bool SkipMeasurement() { return e2e::kThreadSanitizer; }
 
     // Starts `type` at `center` and returns the block after the settling ones.
@@ -118,7 +113,7 @@ TEST_F(Audio, EachTypeGivesItsToneCleanly) {
     for (const DemodCase& c : cases) {
         SCOPED_TRACE(c.name);
         const audiotest::ToneFit fit = audiotest::FitTone(Listen(c.type, c.carrier.frequency, c.bandwidth),
-                                                          30381.944444444445, 100.0, 5000.0);
+                                                          kAudioRate, 100.0, 5000.0);
         EXPECT_NEAR(fit.frequency, c.heard, 1.0);
         EXPECT_GE(fit.sinadDb, c.sinadDb);
     }
@@ -132,8 +127,8 @@ TEST_F(Audio, SidebandsRejectEachOther) {
     const Carrier signals[] = {kUsb, kLsb};
     for (const Carrier& s : signals) {
         const bool upper = std::string(s.kind) == "usb";
-        const double own = audiotest::AmplitudeAt(Listen(upper ? 2 : 3, s.frequency, 6e3), 30381.944444444445, s.tone);
-        const double other = audiotest::AmplitudeAt(Listen(upper ? 3 : 2, s.frequency, 6e3), 30381.944444444445, s.tone);
+        const double own = audiotest::AmplitudeAt(Listen(upper ? 2 : 3, s.frequency, 6e3), kAudioRate, s.tone);
+        const double other = audiotest::AmplitudeAt(Listen(upper ? 3 : 2, s.frequency, 6e3), kAudioRate, s.tone);
         EXPECT_GT(20 * std::log10(own / other), 30.0) << s.kind;
     }
 }
@@ -144,7 +139,7 @@ TEST_F(Audio, CwNoteDoesNotWanderAcrossInitiates) {
     if (SkipMeasurement()) GTEST_SKIP() << "a measurement too slow under the thread sanitizer";
     for (int round = 0; round < 2; ++round) {
         const audiotest::ToneFit fit =
-            audiotest::FitTone(Listen(4, kPlain.frequency, 3e3), 30381.944444444445, 100.0, 5000.0);
+            audiotest::FitTone(Listen(4, kPlain.frequency, 3e3), kAudioRate, 100.0, 5000.0);
         EXPECT_NEAR(fit.frequency, 1040.0, 1.0) << "round " << round;
     }
 }
@@ -158,32 +153,6 @@ TEST_F(Audio, GetOutsideTheModeIsRefusedWithMinus6) {
     qorAbort(device_);
     EXPECT_EQ(qorConfigAudio(device_, 5, 1e8, 1e4, kLowPass, kHighPass, kDeemphasisUs), qorInvalidParameterErr);
     EXPECT_EQ(qorGetAudio(device_, nullptr), qorNullPtrErr);
-}
-
-// A caller waiting for the first block while another thread aborts or closes:
-// it gets its block, or -6, or -3 when the close came first.
-TEST_F(Audio, LeavingTheModeWakesAWaitingCaller) {
-    int woken = 0;
-    for (int round = 0; round < 10; ++round) {
-        ASSERT_EQ(qorConfigAudio(device_, round % 5, kAm.frequency, 10e3, kLowPass, kHighPass, kDeemphasisUs),
-                  qorNoError);
-        ASSERT_EQ(qorInitiate(device_, ModeAudio), qorNoError);
-        std::vector<float> block(kBlock);
-        std::atomic<qorStatus> status{qorNoError};
-        std::thread waiter([&] { status = qorGetAudio(device_, block.data()); });
-        std::this_thread::sleep_for(std::chrono::milliseconds(round % 3));
-        const bool close = round % 5 == 4;
-        EXPECT_EQ(close ? qorCloseDevice(device_) : qorAbort(device_), qorNoError);
-        waiter.join();
-        const qorStatus got = status;
-        EXPECT_TRUE(got == qorNoError || got == qorNotConfiguredErr || got == qorDeviceNotOpenErr) << got;
-        woken += got == qorNotConfiguredErr;
-        if (close) {
-            device_ = e2e::Open(kSerial);
-            ASSERT_GE(device_, 0);
-        }
-    }
-    EXPECT_GT(woken, 0) << "no caller was ever waiting when the mode was left";
 }
 
 // A stream that stalls under a running audio mode: the get returns -11 with

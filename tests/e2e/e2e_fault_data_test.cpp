@@ -27,14 +27,11 @@ class FaultData : public e2e::SceneSuite<Scene> {};
 TEST_F(FaultData, DroppedBytesDoNotOutliveTheirMode) {
     const int device = devices_.at(kVelmB);
     const e2e::Sweep sweep = e2e::Between(400e6, 600e6, 100e3);
-    ASSERT_GE(e2e::Initiate(device, sweep), 0);
+    e2e::Trace t = e2e::Start(device, sweep);
+    ASSERT_GE(t.initiate, 0);
     e2e::TheSim()->dropStreamBytes(kVelmB, 100000, 3);
-    int length = 0;
-    double start = 0.0, bin = 0.0;
-    qorQuerySweepInfo(device, &length, &start, &bin);
-    std::vector<double> min(static_cast<std::size_t>(length)), max(min.size());
     for (int k = 0; k < 3; ++k) {
-        const qorStatus status = qorGetSweep_64f(device, min.data(), max.data());
+        const qorStatus status = e2e::Take(device, t);
         EXPECT_TRUE(status == qorNoError || status == qorCompression || status == qorUsbCommErr) << status;
     }
     qorAbort(device);
@@ -47,14 +44,11 @@ TEST_F(FaultData, DroppedBytesDoNotOutliveTheirMode) {
 // back the sweep before as new, with status 0; it says -11.
 TEST_F(FaultData, AfterAnUnplugThePreviousSweepIsNotHandedBack) {
     const int device = devices_.at(kVelmB);
-    ASSERT_GE(e2e::Initiate(device, e2e::Between(400e6, 600e6, 100e3)), 0);
-    int length = 0;
-    double start = 0.0, bin = 0.0;
-    qorQuerySweepInfo(device, &length, &start, &bin);
-    std::vector<float> min(static_cast<std::size_t>(length)), max(min.size());
-    for (int k = 0; k < 5; ++k) ASSERT_EQ(qorGetSweep_32f(device, min.data(), max.data()), qorNoError);
+    e2e::Trace t = e2e::Start(device, e2e::Between(400e6, 600e6, 100e3));
+    ASSERT_GE(t.initiate, 0);
+    for (int k = 0; k < 5; ++k) ASSERT_EQ(e2e::Take(device, t), qorNoError);
     e2e::TheSim()->unplug(kVelmB, 0.0);
-    EXPECT_EQ(qorGetSweep_32f(device, min.data(), max.data()), qorUsbCommErr);
+    EXPECT_EQ(e2e::Take(device, t), qorUsbCommErr);
     EXPECT_EQ(qorCloseDevice(device), qorNoError);
     e2e::TheSim()->replug(kVelmB);
     devices_[kVelmB] = e2e::Open(kVelmB);

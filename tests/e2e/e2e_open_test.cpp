@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "e2e_bench.h"
@@ -218,24 +217,6 @@ TEST_F(OpenTest, TemperatureAndSupplyReadOuts) {
     EXPECT_EQ(0.0f, value);
     EXPECT_EQ(0, sim->commandCount(0)) << "none of these reached a unit";
     EXPECT_EQ(qorNullPtrErr, qorQueryTemperature(velm, nullptr));
-}
-
-TEST_F(OpenTest, UnitsOpenOnSeveralThreadsAtOnce) {
-    const unsigned serials[] = {kVelm, kVelmB, kOrskA, kOrskB};
-    int devices[4] = {-1, -1, -1, -1};
-    qorStatus statuses[4] = {};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back([&, i] { statuses[i] = qorOpenDeviceBySerialNumber(&devices[i], serials[i]); });
-    for (auto& thread : threads) thread.join();
-    for (int i = 0; i < 4; ++i) {
-        SCOPED_TRACE(serials[i]);
-        ASSERT_EQ(qorNoError, statuses[i]);
-        int serial = 0;
-        qorGetSerialNumber(devices[i], &serial);
-        EXPECT_EQ(static_cast<int>(serials[i]), serial) << "each thread has its own unit";
-    }
-    EXPECT_TRUE(List().empty());
 }
 
 }  // namespace

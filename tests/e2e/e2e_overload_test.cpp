@@ -45,18 +45,15 @@ TEST_F(Overload, AToneAboveTheReferenceLevelIsReportedInEverySweepEngineThatRead
         e2e::Sweep sweep = e2e::Between(c.start, c.stop, c.rbw);
         sweep.refLevel = kReference;
         const int device = devices_.at(c.serial);
-        ASSERT_GE(e2e::Initiate(device, sweep), 0);
-        int length = 0;
-        double start = 0.0, bin = 0.0;
-        qorQuerySweepInfo(device, &length, &start, &bin);
-        std::vector<double> min(static_cast<std::size_t>(length)), max(min);
+        e2e::Trace t = e2e::Start(device, sweep);
+        ASSERT_GE(t.initiate, 0);
         // The mark belongs to the unit, not to one trace: a free-running
         // engine may raise it for the next sweep before the first get has
         // read it. So a strong tone must be reported by some of the gets, a
         // weak one by none.
         int reported = 0;
         for (int k = 0; k < 3; ++k) {
-            const qorStatus got = qorGetSweep_64f(device, min.data(), max.data());
+            const qorStatus got = e2e::Take(device, t);
             ASSERT_TRUE(got == qorNoError || got == qorCompression) << got;
             reported += got == qorCompression;
         }

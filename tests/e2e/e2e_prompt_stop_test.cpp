@@ -20,7 +20,7 @@ constexpr unsigned kSerial = 45000002;
 class PromptStop : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        if (!e2e::kThreadSanitizer) device_ = e2e::OpenRealTimeUnit(kSerial, 100.01e6, -30.0);
+        if (!e2e::kThreadSanitizer) device_ = e2e::OpenRealTimeUnit(kSerial, simbench::Cw(100.01e6, -30.0));
     }
     static void TearDownTestSuite() {
         if (device_ >= 0) qorCloseDevice(device_);

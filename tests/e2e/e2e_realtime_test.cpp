@@ -1,15 +1,13 @@
 // The real-time mode through the C API on the virtual instrument: a tone's
 // level and frequency in the frame sweep on both families over the RBWs and
 // spans of the mode, a burst's density in the persistence image, the fade of
-// the alpha image after a hopping carrier leaves, the frame rate in real
-// time, and a caller waiting for frames while the mode is left or the unit
-// unplugged.
+// the alpha image after a hopping carrier leaves, and the frame rate in real
+// time.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <thread>
 #include <vector>
 
 #include "e2e_bench.h"
@@ -22,7 +20,6 @@ constexpr double kRate = 486111.1111111111;
 constexpr unsigned kVelm = 43000002;
 constexpr unsigned kOrsk = 43000004;
 constexpr unsigned kBurstUnit = 43000012;
-constexpr unsigned kUnplugged = 43000022;
 constexpr double kBurstHz = 433.92e6;
 constexpr double kBurstLevel = -40.0;
 
@@ -52,42 +49,18 @@ std::vector<ToneCase> ToneCases() {
     };
 }
 
-simbench::Signal Burst(double frequency, double level, double period, double duration) {
-    simbench::Signal s = simbench::Cw(frequency, level);
-    s.kind = "burst";
-    s.period = period;
-    s.duration = duration;
-    return s;
-}
-
+// The tones of the cases, and a unit with a burst on for 10% of the time.
 const std::vector<e2e::BenchUnit>& Scene() {
     static const std::vector<e2e::BenchUnit> units = [] {
-        std::vector<e2e::BenchUnit> all = {{kVelm, 2, {}}, {kOrsk, 4, {}}, {kUnplugged, 2, {{200e6, -30.0}}}};
+        std::vector<e2e::BenchUnit> all = {{kVelm, 2, {}}, {kOrsk, 4, {}}, {kBurstUnit, 2, {}}};
         for (const ToneCase& c : ToneCases()) all[c.serial == kVelm ? 0 : 1].tones.push_back({ToneOf(c), c.level});
+        simbench::Signal& burst = all[2].signals.emplace_back(simbench::Cw(kBurstHz, kBurstLevel));
+        burst.kind = "burst";
+        burst.period = 0.05;
+        burst.duration = 0.005;
         return all;
     }();
     return units;
-}
-
-// The scene's units and one with a burst on for 10% of the time.
-std::string OpenScene(std::map<unsigned, int>* devices) {
-    const e2e::Sim* sim = e2e::TheSim();
-    if (!sim) return "no virtual instrument";
-    simbench::Bench bench;
-    for (const e2e::BenchUnit& unit : Scene()) {
-        simbench::Unit& u = bench.units.emplace_back(unit.serial, unit.type).OnDeviceCalibration(true).NoiseFloor(-160.0);
-        for (const e2e::Tone& tone : unit.tones) u.Add(simbench::Cw(tone.frequency, tone.level));
-    }
-    bench.units.emplace_back(kBurstUnit, 2).OnDeviceCalibration(true).NoiseFloor(-160.0).Add(
-        Burst(kBurstHz, kBurstLevel, 0.05, 0.005));
-    if (sim->loadBenchJson(simbench::Json(bench).c_str()) != 0) return sim->lastError();
-    e2e::CalibrationFolder().UseAsCalibrationCache();
-    for (const simbench::Unit& u : bench.units) {
-        const int device = e2e::Open(u.serial);
-        if (device < 0) return "open " + std::to_string(u.serial);
-        (*devices)[u.serial] = device;
-    }
-    return "";
 }
 
 struct Frames {
@@ -126,21 +99,7 @@ Frames Start(int device, double center, double span, double rbw, double refLevel
     return f;
 }
 
-class RealTime : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() { failure_ = OpenScene(&devices_); }
-    static void TearDownTestSuite() {
-        for (const auto& [serial, device] : devices_) qorCloseDevice(device);
-        devices_.clear();
-    }
-    void SetUp() override {
-        if (!e2e::TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
-        ASSERT_EQ(failure_, "");
-    }
-
-    static inline std::string failure_;
-    static inline std::map<unsigned, int> devices_;
-};
+using RealTime = e2e::SceneSuite<Scene>;
 
 // The frame sweep's strongest bin near the tone is the tone's bin and reads
 // its level; the detector and overlap vary from case to case.
@@ -221,58 +180,6 @@ TEST_F(RealTime, BurstDensityInThePersistenceImage) {
     EXPECT_LT(atBurst, 0.1 * 0.975 * 1.5);
 }
 
-// A caller waiting for frames while another thread leaves the mode comes
-// back with -6 (or -3 when the device closed before it looked) promptly, by
-// abort and the last time by close.
-TEST_F(RealTime, LeavingTheModeWakesAWaitingCaller) {
-    const auto prompt = std::chrono::milliseconds(e2e::kAnySanitizer ? 1000 : 100);
-    const int kRounds = e2e::kAnySanitizer ? 3 : 5;
-    for (int round = 0; round < kRounds; ++round) {
-        const bool close = round == kRounds - 1;
-        const int device = devices_.at(kVelm);
-        Frames f = Start(device, 1e9, 20e3, 300.0, -20.0, 0, 0.25, 4);
-        ASSERT_EQ(f.initiate, qorNoError);
-        ASSERT_EQ(f.Next(device), qorNoError);
-        qorStatus status = qorNoError;
-        Clock::time_point returned;
-        std::thread waiter([&] {
-            while (status == qorNoError) status = f.Next(device);
-            returned = Clock::now();
-        });
-        std::this_thread::sleep_for(std::chrono::milliseconds(10 + round));
-        const auto left = Clock::now();
-        if (close) {
-            qorCloseDevice(device);
-        } else {
-            qorAbort(device);
-        }
-        waiter.join();
-        EXPECT_TRUE(status == qorNotConfiguredErr || (close && status == qorDeviceNotOpenErr)) << status;
-        EXPECT_LT(returned - left, prompt) << "round " << round;
-        if (close) devices_[kVelm] = e2e::Open(kVelm);
-    }
-}
-
-// A caller waiting for a frame of an unplugged unit learns it within a
-// second, and the mode is then left promptly.
-TEST_F(RealTime, UnplugGivesAUsbErrorAndAPromptAbort) {
-    // The instrumented engines take longer than a second over the read under way.
-    const auto prompt = std::chrono::seconds(e2e::kAnySanitizer ? 5 : 1);
-    const int device = devices_.at(kUnplugged);
-    Frames f = Start(device, 200e6, 100e3, 1e3, -20.0);
-    ASSERT_EQ(f.initiate, qorNoError);
-    ASSERT_EQ(f.Next(device), qorNoError);
-    ASSERT_EQ(e2e::TheSim()->unplug(kUnplugged, 0.0), 0);
-    const auto unplugged = Clock::now();
-    qorStatus status = qorNoError;
-    while (status == qorNoError && Clock::now() - unplugged < 2 * prompt) status = f.Next(device);
-    EXPECT_EQ(status, qorUsbCommErr);
-    EXPECT_LT(Clock::now() - unplugged, prompt);
-    const auto abort = Clock::now();
-    qorAbort(device);
-    EXPECT_LT(Clock::now() - abort, prompt);
-}
-
 // ---- In real time --------------------------------------------------------------
 
 constexpr unsigned kPacedUnit = 43000032;
@@ -283,19 +190,12 @@ constexpr double kHopLevel = -40.0;
 class RealTimePaced : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        const e2e::Sim* sim = e2e::TheSim();
-        if (!sim || e2e::kAnySanitizer) return;
-        simbench::Bench bench;
-        bench.clock = "real";
-        bench.pacing = "realtime";
+        if (e2e::kAnySanitizer) return;
         simbench::Signal hop = simbench::Cw(0.0, kHopLevel);
         hop.kind = "hop";
         hop.frequencies.assign(std::begin(kHops), std::end(kHops));
         hop.dwell = kDwell;
-        bench.units.emplace_back(kPacedUnit, 2).OnDeviceCalibration(true).NoiseFloor(-160.0).Add(hop);
-        if (sim->loadBenchJson(simbench::Json(bench).c_str()) != 0) return;
-        e2e::CalibrationFolder().UseAsCalibrationCache();
-        device_ = e2e::Open(kPacedUnit);
+        device_ = e2e::OpenRealTimeUnit(kPacedUnit, hop);
     }
     static void TearDownTestSuite() {
         if (device_ >= 0) qorCloseDevice(device_);

@@ -388,32 +388,20 @@ TEST_F(TgBase, WithoutGeneratorTheModeRunsAndTheCallsSayNotFound) {
     for (double v : trace) EXPECT_LT(v, -50.0);  // nothing but the analyzer's own floor
 }
 
-// Unplugs `serial` during a wide sweep: -11 on a following get, then a prompt abort and close.
-void ExpectUnplugReported(unsigned serial, int device) {
-    ASSERT_EQ(0, TheSim()->unplug(serial, 2));
-    qorStatus status = qorNoError;
-    std::vector<double> a(4096), b(4096);
-    for (int k = 0; k < 5 && status == qorNoError; ++k) status = qorGetSweep_64f(device, a.data(), b.data());
-    EXPECT_EQ(qorUsbCommErr, status);
-    const auto before = Clock::now();
-    EXPECT_EQ(qorNoError, qorAbort(device));
-    EXPECT_EQ(qorNoError, qorCloseDevice(device));
-    EXPECT_LT(std::chrono::duration<double>(Clock::now() - before).count(), 1.0);
-}
-
-TEST_F(TgBase, UnpluggedAnalyzerGivesUsbError) {
-    LoadAttached(kVelm);
-    Start(100e6, 1100e6, 400);
-    ASSERT_EQ(qorNoError, Take());
-    ExpectUnplugReported(family.analyzer, device);
-    device = -1;
-}
-
+// A generator unplugged during a wide sweep: -11 on a following get, then a
+// prompt abort and close. (The analyzer's unplug is tested with every engine.)
 TEST_F(TgBase, UnpluggedGeneratorGivesUsbError) {
     LoadAttached(kOrsk);
     Start(1e9, 3e9, 400);
     ASSERT_EQ(qorNoError, Take());
-    ExpectUnplugReported(family.generator, device);
+    ASSERT_EQ(0, TheSim()->unplug(family.generator, 2));
+    qorStatus status = qorNoError;
+    for (int k = 0; k < 5 && status == qorNoError; ++k) status = Take();
+    EXPECT_EQ(qorUsbCommErr, status);
+    const auto before = Clock::now();
+    EXPECT_EQ(qorNoError, qorAbort(device));
+    EXPECT_EQ(qorNoError, qorCloseDevice(device));
+    EXPECT_LT(Clock::now() - before, std::chrono::seconds(1));
     device = -1;
 }
 

@@ -52,6 +52,7 @@ struct BenchUnit {
     double noiseFloor = -160.0;  // dBm/Hz; NaN: the bench's own
     bool onDeviceCalibration = true;
     double temperature = NAN;  // NaN: the bench's own
+    std::vector<simbench::Signal> signals = {};  // beyond the CW tones: bursts, hops, modulated carriers
 };
 
 // A fast-clock, immediate-pacing bench of `units`, each with a scene of CW tones.
@@ -63,6 +64,7 @@ inline std::string BenchJson(const std::vector<BenchUnit>& units) {
         if (!std::isnan(unit.temperature)) u.Temperature(unit.temperature);
         if (!std::isnan(unit.noiseFloor)) u.NoiseFloor(unit.noiseFloor);
         for (const Tone& tone : unit.tones) u.Add(simbench::Cw(tone.frequency, tone.level));
+        for (const simbench::Signal& signal : unit.signals) u.Add(signal);
     }
     return simbench::Json(bench);
 }
@@ -175,16 +177,16 @@ inline int Open(unsigned serial) {
     return qorOpenDeviceBySerialNumber(&device, static_cast<int>(serial)) == qorNoError ? device : -1;
 }
 
-// A bench of one type 2 unit with one CW tone whose clock runs in real time
+// A bench of one type 2 unit with one signal whose clock runs in real time
 // and whose stream is paced as the unit delivers it (read limits of a second,
 // as with hardware); the unit opened on it, or -1.
-inline int OpenRealTimeUnit(unsigned serial, double toneHz, double level) {
+inline int OpenRealTimeUnit(unsigned serial, const simbench::Signal& signal) {
     const Sim* sim = TheSim();
     if (!sim) return -1;
     simbench::Bench bench;
     bench.clock = "real";
     bench.pacing = "realtime";
-    bench.units.emplace_back(serial, 2).OnDeviceCalibration(true).Add(simbench::Cw(toneHz, level));
+    bench.units.emplace_back(serial, 2).OnDeviceCalibration(true).NoiseFloor(-160.0).Add(signal);
     if (sim->loadBenchJson(simbench::Json(bench).c_str()) != 0) return -1;
     CalibrationFolder().UseAsCalibrationCache();
     return Open(serial);
@@ -284,15 +286,25 @@ inline qorStatus Initiate(int device, const Sweep& s) {
     return qorInitiate(device, ModeSweep);
 }
 
-// Starts the sweep mode, takes `sweeps` traces (the last one is kept) and stops.
-inline Trace Measure(int device, const Sweep& s, int sweeps = 1) {
+// Starts the sweep mode and sizes the traces to its grid.
+inline Trace Start(int device, const Sweep& s) {
     Trace t;
     t.initiate = Initiate(device, s);
     if (t.initiate < 0) return t;
     qorQuerySweepInfo(device, &t.length, &t.startFreq, &t.binSize);
     t.min.assign(static_cast<std::size_t>(std::max(t.length, 0)), 0.0);
     t.max = t.min;
-    for (int k = 0; k < sweeps; ++k) t.get = qorGetSweep_64f(device, t.min.data(), t.max.data());
+    return t;
+}
+
+// Takes the next sweep into the traces; its status.
+inline qorStatus Take(int device, Trace& t) { return t.get = qorGetSweep_64f(device, t.min.data(), t.max.data()); }
+
+// Starts the sweep mode, takes `sweeps` traces (the last one is kept) and stops.
+inline Trace Measure(int device, const Sweep& s, int sweeps = 1) {
+    Trace t = Start(device, s);
+    if (t.initiate < 0) return t;
+    for (int k = 0; k < sweeps; ++k) Take(device, t);
     qorAbort(device);
     return t;
 }

@@ -132,16 +132,19 @@ TEST_F(ToolCli, RealTimeWritesThePersistenceImageAndTheFrameSweep) {
 constexpr double kCenter = 433.92e6, kToneOffset = 10e3, kToneLevel = -40.0;
 constexpr double kRate = 486111.1111111111 / 8;  // at --decimation 8
 
-// `--sim --bench` with that unit alone, its tone at `level`.
-std::string ToneBench(double level = kToneLevel) {
+// `--sim --bench` with unit 15000005 alone, carrying `signal`.
+std::string BenchWith(const simbench::Signal& signal) {
     simbench::Bench bench;
-    bench.units.push_back(simbench::Unit(15000005, 2).Add(simbench::Cw(kCenter + kToneOffset, level)));
+    bench.units.push_back(simbench::Unit(15000005, 2).Add(signal));
     // One file per test: ctest runs the tests side by side.
     const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
     const std::string path = ::testing::TempDir() + "/" + test + ".bench.json";
     std::ofstream(path) << simbench::Json(bench);
     return "--sim --bench " + path + " ";
 }
+
+// That unit with its tone at `level`.
+std::string ToneBench(double level = kToneLevel) { return BenchWith(simbench::Cw(kCenter + kToneOffset, level)); }
 
 std::string ToneRecording() { return "iq " + ToneBench() + "--center 433.92M --decimation 8 "; }
 
@@ -232,15 +235,10 @@ TEST_F(ToolCli, SweepWarnsOfAnOverloadedIfAndGoesOn) {
 
 // A unit with an upper sideband 1200 Hz above 433.92 MHz, -40 dBm.
 std::string SidebandBench() {
-    simbench::Bench bench;
     simbench::Signal usb = simbench::Cw(kCenter, -40.0);
     usb.kind = "usb";
     usb.tone = 1200.0;
-    bench.units.push_back(simbench::Unit(15000005, 2).Add(usb));
-    const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-    const std::string path = ::testing::TempDir() + "/" + test + ".bench.json";
-    std::ofstream(path) << simbench::Json(bench);
-    return "--sim --bench " + path + " ";
+    return BenchWith(usb);
 }
 
 // The WAV of 1.5 seconds of USB: its format and level as sox reads them, and
