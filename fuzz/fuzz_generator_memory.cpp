@@ -39,7 +39,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         eeprom[(data[at] | (data[at + 1] & 0x0F) << 8) % eeprom.size()] = data[at + 2];
     }
     const qor::TgMemory memory{eeprom.data(), (data[0] & 2) == 0, orsk};
-    const double amplitude = -40.0 + (data[0] >> 2);  // -40 to +23 dBm
+    // The levels the library asks for: qorSetTg and the sweeps hold them to -30..-10 dBm.
+    const double amplitude = -30.0 + (data[0] >> 2) * (20.0 / 63.0);
     const double top = orsk ? 12.4e9 : 4.4e9;
     int previous = -1;
     for (double f = 1e5; f < top; f *= 1.21) previous = qor::TgAmplitudeCode(memory, f, amplitude, previous);
