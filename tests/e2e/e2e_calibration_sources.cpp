@@ -146,6 +146,23 @@ TEST_F(CalibrationSources, FromTheUnitThenFromTheCache) {
     EXPECT_EQ(Requests(kPageOnly), 0);
 }
 
+// A calibration path of 4 KiB names no folder that can exist: the open takes
+// the calibration from the unit all the same, writes nothing and measures
+// right; so do a null and an empty path (the default folder).
+TEST_F(CalibrationSources, PathsOfAnyLengthStillMeasure) {
+    const std::string long4k = "/" + std::string(4095, 'x');
+    for (const char* path : {long4k.c_str(), static_cast<const char*>(nullptr), ""}) {
+        SCOPED_TRACE(path ? std::to_string(std::string(path).size()) + " bytes" : "null");
+        ASSERT_EQ(qorSetCalFilePath(path), qorNoError);
+        const int device = e2e::Open(kOnBoard[1].serial);
+        ASSERT_GE(device, 0);
+        const e2e::Trace trace = e2e::Measure(device, e2e::Between(999.9e6, 1000.1e6, 1e3));
+        qorCloseDevice(device);
+        ASSERT_EQ(trace.get, qorNoError);
+        EXPECT_NEAR(trace.max[trace.PeakBin()], kTone.level, 0.5);
+    }
+}
+
 TEST_F(CalibrationSources, FromTheDownloadEndpointThenFromTheCache) {
     for (const Unit& u : kDownload) {
         Publish(u);
