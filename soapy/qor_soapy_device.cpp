@@ -261,8 +261,11 @@ std::vector<double> QorDevice::listSampleRates(const int, const size_t) const {
 }
 
 SoapySDR::RangeList QorDevice::getSampleRateRange(const int direction, const size_t channel) const {
+    // The rates are fractions of 486111.11...: a rate written to the Hz
+    // (243055.56, say, as GNU Radio users type it) counts as the rate itself,
+    // and setSampleRate takes the nearest.
     SoapySDR::RangeList ranges;
-    for (double rate : listSampleRates(direction, channel)) ranges.emplace_back(rate, rate);
+    for (double rate : listSampleRates(direction, channel)) ranges.emplace_back(rate - 1.0, rate + 1.0);
     return ranges;
 }
 
