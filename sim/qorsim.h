@@ -41,6 +41,9 @@ QORSIM_API double qorsim_clock_scale(void);
 QORSIM_API int qorsim_unplug(unsigned serial, double afterMs);
 /* Plug it in again, as a fresh unit (handles from before stay dead). */
 QORSIM_API int qorsim_replug(unsigned serial);
+/* With chance `chance` (0..1) each read of the stream channel hands over only
+ * part of what was asked although more is queued, as a driver may. */
+QORSIM_API int qorsim_short_reads(unsigned serial, double chance);
 /* A stalled stream channel delivers nothing until released; commands still work. */
 QORSIM_API int qorsim_stall_stream(unsigned serial, int stalled);
 /* Drop, or corrupt (XOR 0xA5), `count` bytes of the stream channel, starting

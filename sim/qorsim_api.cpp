@@ -109,6 +109,10 @@ int qorsim_replug(unsigned serial) {
     return WithDevice(serial, [](qorsim::UsbDevice& d) { d.Replug(); });
 }
 
+int qorsim_short_reads(unsigned serial, double chance) {
+    return WithAnalyzer(serial, [&](Analyzer& a) { a.SetShortReads(Analyzer::kStreamChannel, chance); });
+}
+
 int qorsim_stall_stream(unsigned serial, int stalled) {
     return WithAnalyzer(serial, [&](Analyzer& a) { a.SetStalled(stalled != 0); });
 }

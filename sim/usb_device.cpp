@@ -75,9 +75,13 @@ uint32_t UsbDevice::Read(int channel, uint64_t epoch, uint8_t* data, uint32_t co
     for (;;) {
         if (epoch != epoch_ || !PluggedLocked(now)) return FT_IO_ERROR;
         const size_t queued = Pending(channel, now, count - got);
-        got += Take(channel, data + got, std::min<size_t>(queued, count - got));
+        size_t taken = std::min<size_t>(queued, count - got);
+        const bool cut = taken > 1 && shortReadChance_[channel] > 0.0 &&
+                         std::uniform_real_distribution<double>(0.0, 1.0)(shortReadDraw_) < shortReadChance_[channel];
+        if (cut) taken = 1 + shortReadDraw_() % (taken - 1);
+        got += Take(channel, data + got, taken);
         *read = static_cast<uint32_t>(got);
-        if (got == count) return FT_OK;
+        if (got == count || cut) return FT_OK;
         // Data on its way is waited for even past the time-out: a read of a
         // running stream never comes back short. Nothing coming: the time-out.
         const TimePoint next = NextArrival(channel, now);
@@ -87,6 +91,11 @@ uint32_t UsbDevice::Read(int channel, uint64_t epoch, uint8_t* data, uint32_t co
         arrived_.wait_until(lock, until);
         now = SteadyClock::now();
     }
+}
+
+void UsbDevice::SetShortReads(int channel, double chance) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (channel >= 0 && channel < kMaxChannels) shortReadChance_[channel] = chance;
 }
 
 uint32_t UsbDevice::QueueStatus(int channel, uint64_t epoch, uint32_t* queued) {

@@ -11,6 +11,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <random>
 #include <string>
 
 #include "sim_clock.h"
@@ -62,6 +63,9 @@ public:
     virtual void Replug();
     void SetHeldElsewhere(bool held);
     void SetTiming(const Timing& timing);
+    // With this chance a read of the channel hands over only part of what is
+    // asked, though more is queued, as a driver may (0: never).
+    void SetShortReads(int channel, double chance);
 
 protected:
     static constexpr int kMaxChannels = 2;
@@ -98,6 +102,8 @@ private:
     TimePoint unplugAt_ = TimePoint::max();
     TimePoint presentFrom_{};
     std::array<uint32_t, kMaxChannels> readTimeoutMs_{{1000, 1000}};
+    std::array<double, kMaxChannels> shortReadChance_{};
+    std::minstd_rand shortReadDraw_{7};
 };
 
 }  // namespace qorsim

@@ -292,9 +292,16 @@ DWORD AnalyzerLink::StreamQueued() {
 void AnalyzerLink::PurgeStream(ULONG mask) { Ft().Purge(streamChannel, mask); }
 
 DWORD AnalyzerLink::ReadStreamBytes(void* out, DWORD count) {
-    DWORD received = 0;
-    Ft().Read(streamChannel, out, count, &received);
-    return std::min(received, count);
+    // A driver may hand over less than asked though the rest is on its way:
+    // read on until the count is met or a read brings nothing (its time-out).
+    auto* bytes = static_cast<uint8_t*>(out);
+    DWORD total = 0;
+    while (total < count) {
+        DWORD received = 0;
+        if (Ft().Read(streamChannel, bytes + total, count - total, &received) != FT_OK || received == 0) break;
+        total += std::min(received, count - total);
+    }
+    return total;
 }
 
 bool AnalyzerLink::WaitForStream(DWORD bytes, uint32_t limitMs, uint32_t pollMs) {

@@ -26,6 +26,7 @@ namespace simcontrol {
     X(unplug, qorsim_unplug)                            \
     X(replug, qorsim_replug)                            \
     X(stallStream, qorsim_stall_stream)                 \
+    X(shortReads, qorsim_short_reads)                   \
     X(loseFrameHeaders, qorsim_lose_frame_headers)      \
     X(wrongSizeFrames, qorsim_wrong_size_frames)        \
     X(corruptStreamBytes, qorsim_corrupt_stream_bytes)  \
