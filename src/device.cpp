@@ -362,22 +362,23 @@ std::shared_ptr<SweepEngine> Device::BuildSweepEngine(SweepEngineKind kind) {
     }
 }
 
-qorStatus Device::InitiateIQ() {
-    if (!m_calibration.corr) return qorUnknownErr;
+void Device::PrepareStream() {
     constexpr double kStreamIf = 1.07e7;
     m_sweepInfo.sweepLength = 512;
     m_sweepInfo.binSize = 390.625;
     m_link.TuneLO(m_settings.center + kStreamIf);
+}
+
+qorStatus Device::InitiateIQ() {
+    if (!m_calibration.corr) return qorUnknownErr;
+    PrepareStream();
     Install(ModeIQ, std::make_shared<IQEngine>(&m_settings, &m_link, &m_calibration, &m_sweepInfo));
     return qorNoError;
 }
 
 qorStatus Device::InitiateAudio() {
     if (!m_calibration.corr) return qorUnknownErr;
-    constexpr double kStreamIf = 1.07e7;
-    m_sweepInfo.sweepLength = 512;
-    m_sweepInfo.binSize = 390.625;
-    m_link.TuneLO(m_settings.center + kStreamIf);
+    PrepareStream();
     Install(ModeAudio, std::make_shared<AudioEngine>(&m_settings, &m_link, &m_calibration, &m_sweepInfo,
                                                      &m_audioLevels));
     return qorNoError;

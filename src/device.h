@@ -106,6 +106,9 @@ private:
     qorStatus CheckOven();
     qorStatus InitiateMode(int mode);
     qorStatus InitiateSweep();
+    // The streaming modes start with the LO on the high IF above the centre
+    // and report a nominal sweep info.
+    void PrepareStream();
     qorStatus InitiateIQ();
     qorStatus InitiateAudio();
     std::shared_ptr<SweepEngine> BuildSweepEngine(SweepEngineKind kind);
