@@ -2,18 +2,9 @@
 
 #include <vector>
 
+#include "stream_lowpass.h"
+
 namespace qor {
-namespace {
-
-// The windowed-sinc low pass of the streams, in double precision. A cut-off
-// the design refuses (a bandwidth of 0 or less) leaves the taps zero: silence.
-std::vector<double> LowPassTaps(double cutoff, int tapCount) {
-    std::vector<double> taps(static_cast<std::size_t>(tapCount), 0.0);
-    ippsFIRGenLowpass_64f(cutoff, taps.data(), tapCount, ippWinBlackman, ippTrue);
-    return taps;
-}
-
-}  // namespace
 
 AudioIirFilter::AudioIirFilter(double cutoff, double ripple, int order, int family, bool highPass)
     : taps(2 * order + 2) {
@@ -34,7 +25,7 @@ AudioIirFilter::AudioIirFilter(double cutoff, double ripple, int order, int fami
 }
 
 AudioFirFilter::AudioFirFilter(double cutoff) : taps(kTaps) {
-    const std::vector<double> design = LowPassTaps(cutoff, kTaps);
+    const std::vector<double> design = StreamLowpassTaps(cutoff, kTaps);
     ippsConvert_64f32f(design.data(), taps.get(), kTaps);
     int bytes = 0;
     ippsFIRGetStateSize_32f(kTaps, &bytes);
@@ -43,7 +34,7 @@ AudioFirFilter::AudioFirFilter(double cutoff) : taps(kTaps) {
 }
 
 AudioChannelFilter::AudioChannelFilter(double cutoff, int tapCount) : taps(tapCount) {
-    const std::vector<double> design = LowPassTaps(cutoff, tapCount);
+    const std::vector<double> design = StreamLowpassTaps(cutoff, tapCount);
     for (int i = 0; i < tapCount; ++i) taps[i] = {static_cast<float>(design[i]), 0.0f};
     int bytes = 0;
     ippsFIRGetStateSize_32fc(tapCount, &bytes);

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "rbw_filter.h"
+#include "stream_lowpass.h"
 
 namespace qor {
 namespace {
@@ -18,8 +19,7 @@ constexpr double kWindowDb = 3.0;      // what the corrections take off for a wi
 }  // namespace
 
 IQDecimator::Stage::Stage(int tapCount, double cutoff) : tapCount(tapCount), taps(tapCount) {
-    std::vector<double> real(static_cast<std::size_t>(tapCount));
-    ippsFIRGenLowpass_64f(cutoff, real.data(), tapCount, ippWinBlackman, ippTrue);
+    const std::vector<double> real = StreamLowpassTaps(cutoff, tapCount);
     for (int i = 0; i < tapCount; ++i) taps[i] = {real[i], 0.0};
     int bytes = 0;
     ippsFIRGetStateSize_64fc(tapCount, &bytes);

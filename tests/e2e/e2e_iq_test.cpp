@@ -223,7 +223,7 @@ TEST_F(IqStream, CallsRefuseWhatTheyCannotServe) {
 // A stream paced as the unit delivers it, on a unit whose clock runs in real
 // time (its read limits then hold as they do with hardware): what the
 // application sees when it reads slowly, or in pieces.
-class IqPaced : public ::testing::Test {
+class IqPaced : public e2e::RealClockSuite<IqPaced> {
 protected:
     static constexpr unsigned kSerial = 42000012;
     static constexpr double kCenter = 100e6;
@@ -234,10 +234,6 @@ protected:
         if (e2e::kThreadSanitizer) return;
         device_ = e2e::OpenRealTimeUnit(kSerial, simbench::Cw(kCenter + kOffset, -30.0));
         if (device_ >= 0) started_ = StartIq(device_, kCenter, kDecimation, -20.0);
-    }
-    static void TearDownTestSuite() {
-        if (device_ >= 0) qorCloseDevice(device_);
-        device_ = -1;
     }
     void SetUp() override {
         if (!e2e::TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
@@ -255,7 +251,6 @@ protected:
         }
     }
 
-    static inline int device_ = -1;
     static inline qorStatus started_ = qorUnknownErr;
 };
 

@@ -25,14 +25,10 @@ double ProcessCpuSeconds() {
 
 constexpr unsigned kSerial = 45000002;
 
-class PromptStop : public ::testing::Test {
+class PromptStop : public e2e::RealClockSuite<PromptStop> {
 protected:
     static void SetUpTestSuite() {
         if (!e2e::kThreadSanitizer) device_ = e2e::OpenRealTimeUnit(kSerial, simbench::Cw(100.01e6, -30.0));
-    }
-    static void TearDownTestSuite() {
-        if (device_ >= 0) qorCloseDevice(device_);
-        device_ = -1;
     }
     void SetUp() override {
         if (!e2e::TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
@@ -41,8 +37,6 @@ protected:
         if (e2e::kThreadSanitizer) GTEST_SKIP() << "the engines' work needs a build without the thread sanitizer";
         ASSERT_GE(device_, 0);
     }
-
-    static inline int device_ = -1;
 };
 
 TEST_F(PromptStop, AbortReturnsWithinASecondOnAStalledStream) {

@@ -187,7 +187,7 @@ const double kHops[] = {250.15e6, 250.2e6, 250.3e6, 250.35e6};
 constexpr double kDwell = 0.5;
 constexpr double kHopLevel = -40.0;
 
-class RealTimePaced : public ::testing::Test {
+class RealTimePaced : public e2e::RealClockSuite<RealTimePaced> {
 protected:
     static void SetUpTestSuite() {
         if (e2e::kAnySanitizer) return;
@@ -197,18 +197,12 @@ protected:
         hop.dwell = kDwell;
         device_ = e2e::OpenRealTimeUnit(kPacedUnit, hop);
     }
-    static void TearDownTestSuite() {
-        if (device_ >= 0) qorCloseDevice(device_);
-        device_ = -1;
-    }
     void SetUp() override {
         if (!e2e::TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
         // The instrumented engines cannot keep the unit's real rate.
         if (e2e::kAnySanitizer) GTEST_SKIP() << "real-time pacing under a sanitizer";
         ASSERT_GE(device_, 0);
     }
-
-    static inline int device_ = -1;
 };
 
 // Frames come at the configured rate: the samples of spectraPerFrame hops.

@@ -192,6 +192,19 @@ inline int OpenRealTimeUnit(unsigned serial, const simbench::Signal& signal) {
     return Open(serial);
 }
 
+// A suite on one unit of OpenRealTimeUnit, opened once for the suite (its
+// open pauses take seconds) by the suite's SetUpTestSuite and closed after it.
+template <typename Suite>
+class RealClockSuite : public ::testing::Test {
+protected:
+    static void TearDownTestSuite() {
+        if (device_ >= 0) qorCloseDevice(device_);
+        device_ = -1;
+    }
+
+    static inline int device_ = -1;
+};
+
 // LoadBench, then opens every unit: `devices` maps serials to device indices.
 // Empty, or why it failed.
 inline std::string OpenUnits(const std::vector<BenchUnit>& units, std::map<unsigned, int>* devices) {
