@@ -11,6 +11,7 @@ using PowerKernel = void (*)(const Ipp64fc* src, Ipp64f* dst, int length);
 
 void MulGeneric(const Ipp64fc* a, const Ipp64fc* b, Ipp64fc* d, int length);
 void MulAvx2(const Ipp64fc* a, const Ipp64fc* b, Ipp64fc* d, int length);
+void MulAvx512(const Ipp64fc* a, const Ipp64fc* b, Ipp64fc* d, int length);
 void PowerGeneric(const Ipp64fc* src, Ipp64f* dst, int length);
 void PowerAvx2(const Ipp64fc* src, Ipp64f* dst, int length);
 

@@ -33,7 +33,7 @@ size_t StockhamTwiddleCount(int order) {
 
 int ColumnOrder(int order) { return order / 2; }
 
-const DispatchRow<const FftKernels*> kKernelRow(&kFftKernelsGeneric, &kFftKernelsAvx2);
+const DispatchRow<const FftKernels*> kKernelRow(&kFftKernelsGeneric, &kFftKernelsAvx2, &kFftKernelsAvx512);
 
 void FillStockham(Ipp64fc* twiddles, int order, const TwiddleSource& source, int sourceOrder) {
     const int shift = sourceOrder - order;

@@ -24,6 +24,7 @@ struct FftKernels {
 
 extern const FftKernels kFftKernelsGeneric;
 extern const FftKernels kFftKernelsAvx2;
+extern const FftKernels kFftKernelsAvx512;
 
 }  // namespace qor_prim
 

@@ -17,6 +17,8 @@ struct FirKernels {
 
 extern const FirKernels kFirKernelsGeneric;
 extern const FirKernels kFirKernelsAvx2;
+// The AVX2 sums with the 512-bit spectrum product.
+extern const FirKernels kFirKernelsAvx2Wide;
 
 }  // namespace qor_prim
 

@@ -72,5 +72,6 @@ QOR_TARGET_AVX2 void DirectComplex(const Ipp64fc* line, const Ipp64fc* reversed,
 }  // namespace
 
 const FirKernels kFirKernelsAvx2 = {DirectReal, DirectComplex, MulAvx2};
+const FirKernels kFirKernelsAvx2Wide = {DirectReal, DirectComplex, MulAvx512};
 
 }  // namespace qor_prim

@@ -4,7 +4,15 @@
 
 namespace qor_prim {
 int g_cpuIndex = ippCpuSSE3;
+bool g_wideVectors = false;
+
+bool WideVectorsDetected() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq");
 }
+
+void SetWideVectors(bool on) { g_wideVectors = on && WideVectorsDetected(); }
+}  // namespace qor_prim
 
 namespace {
 
@@ -21,7 +29,10 @@ int DetectCpuIndex() {
 
 // Runs before the ordinary static constructors of the library, so that no
 // primitive can run on the unset index.
-__attribute__((constructor(101))) void FixCpuIndexAtLoad() { qor_prim::g_cpuIndex = DetectCpuIndex(); }
+__attribute__((constructor(101))) void FixCpuIndexAtLoad() {
+    qor_prim::g_cpuIndex = DetectCpuIndex();
+    qor_prim::g_wideVectors = qor_prim::WideVectorsDetected();
+}
 
 }  // namespace
 

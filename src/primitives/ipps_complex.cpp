@@ -25,7 +25,8 @@ void PowerGeneric(const Ipp64fc* src, Ipp64f* dst, int length) {
 
 namespace {
 
-constexpr qor_prim::DispatchRow<qor_prim::MulKernel> kMul(qor_prim::MulGeneric, qor_prim::MulAvx2);
+constexpr qor_prim::DispatchRow<qor_prim::MulKernel> kMul(qor_prim::MulGeneric, qor_prim::MulAvx2,
+                                                                qor_prim::MulAvx512);
 constexpr qor_prim::DispatchRow<qor_prim::PowerKernel> kPower(qor_prim::PowerGeneric, qor_prim::PowerAvx2);
 
 }  // namespace

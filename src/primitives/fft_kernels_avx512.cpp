@@ -1,0 +1,162 @@
+// The FFT passes on four complex doubles per 512-bit register. The arithmetic
+// is that of the AVX2 passes; passes too short to fill a register (fewer
+// than four butterflies per twiddle or per stride) are left to them.
+#include <immintrin.h>
+
+#include "dispatch_row.h"
+#include "fft_kernels.h"
+
+namespace qor_prim {
+
+namespace {
+
+// The masked forms with every lane written: the plain ones leave GCC 12
+// warning of an undefined source.
+QOR_TARGET_AVX512 inline __m512d SwapParts(__m512d v) { return _mm512_mask_permute_pd(v, 0xFF, v, 0x55); }
+QOR_TARGET_AVX512 inline __m512d RealParts(__m512d v) { return _mm512_mask_movedup_pd(v, 0xFF, v); }
+QOR_TARGET_AVX512 inline __m512d ImagParts(__m512d v) { return _mm512_mask_permute_pd(v, 0xFF, v, 0xFF); }
+// Two complex values of a, chosen by Select, then two of b.
+template <int Select>
+QOR_TARGET_AVX512 inline __m512d PickPairs(__m512d a, __m512d b) {
+    return _mm512_mask_shuffle_f64x2(a, 0xFF, a, b, Select);
+}
+
+// v x (wr + j wi) with wr, wi broadcast over each complex; conj(w) for the inverse.
+template <bool Inverse>
+QOR_TARGET_AVX512 inline __m512d Twiddle(__m512d v, __m512d wr, __m512d wi) {
+    const __m512d cross = _mm512_mul_pd(SwapParts(v), wi);
+    return Inverse ? _mm512_fmsubadd_pd(v, wr, cross) : _mm512_fmaddsub_pd(v, wr, cross);
+}
+
+template <bool Inverse>
+QOR_TARGET_AVX512 inline __m512d TwiddleLoaded(__m512d v, __m512d w) {
+    return Twiddle<Inverse>(v, RealParts(w), ImagParts(w));
+}
+
+// -j u forward, +j u inverse.
+template <bool Inverse>
+QOR_TARGET_AVX512 inline __m512d RotateQuarter(__m512d u) {
+    const __m512d sign = Inverse ? _mm512_setr_pd(-0.0, 0.0, -0.0, 0.0, -0.0, 0.0, -0.0, 0.0)
+                                 : _mm512_setr_pd(0.0, -0.0, 0.0, -0.0, 0.0, -0.0, 0.0, -0.0);
+    return _mm512_xor_pd(SwapParts(u), sign);
+}
+
+struct Four {
+    __m512d y0, y1, y2, y3;
+};
+
+template <bool Inverse>
+QOR_TARGET_AVX512 inline Four Butterfly(__m512d a, __m512d b, __m512d c, __m512d d) {
+    const __m512d t0 = _mm512_add_pd(a, c), t1 = _mm512_sub_pd(a, c);
+    const __m512d t2 = _mm512_add_pd(b, d), t3 = RotateQuarter<Inverse>(_mm512_sub_pd(b, d));
+    return {_mm512_add_pd(t0, t2), _mm512_add_pd(t1, t3), _mm512_sub_pd(t0, t2), _mm512_sub_pd(t1, t3)};
+}
+
+inline const double* D(const Ipp64fc* p) { return &p->re; }
+inline double* D(Ipp64fc* p) { return &p->re; }
+
+// The first pass (stride 1): four neighbouring p share a register, and the
+// four outputs of each p are regrouped by a 4 x 4 transpose of complex values.
+template <bool Inverse>
+QOR_TARGET_AVX512 void Radix4Stride1(int n, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w) {
+    const int m = n / 4;
+    constexpr int kEven = _MM_SHUFFLE(2, 0, 2, 0), kOdd = _MM_SHUFFLE(3, 1, 3, 1);
+    for (int p = 0; p < m; p += 4) {
+        const __m512d a = _mm512_loadu_pd(D(x + p)), b = _mm512_loadu_pd(D(x + p + m));
+        const __m512d c = _mm512_loadu_pd(D(x + p + 2 * m)), d = _mm512_loadu_pd(D(x + p + 3 * m));
+        const Four f = Butterfly<Inverse>(a, b, c, d);
+        const __m512d y1 = TwiddleLoaded<Inverse>(f.y1, _mm512_loadu_pd(D(w + p)));
+        const __m512d y2 = TwiddleLoaded<Inverse>(f.y2, _mm512_loadu_pd(D(w + m + p)));
+        const __m512d y3 = TwiddleLoaded<Inverse>(f.y3, _mm512_loadu_pd(D(w + 2 * m + p)));
+        const __m512d t0 = PickPairs<kEven>(f.y0, y1), t1 = PickPairs<kOdd>(f.y0, y1);
+        const __m512d t2 = PickPairs<kEven>(y2, y3), t3 = PickPairs<kOdd>(y2, y3);
+        double* out = D(y + 4 * p);
+        _mm512_storeu_pd(out, PickPairs<kEven>(t0, t2));
+        _mm512_storeu_pd(out + 8, PickPairs<kEven>(t1, t3));
+        _mm512_storeu_pd(out + 16, PickPairs<kOdd>(t0, t2));
+        _mm512_storeu_pd(out + 24, PickPairs<kOdd>(t1, t3));
+    }
+}
+
+// Later passes (stride a multiple of 4): one twiddle per p, broadcast.
+template <bool Inverse>
+QOR_TARGET_AVX512 void Radix4Strided(int n, int s, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w) {
+    const int m = n / 4;
+    const long sm = static_cast<long>(s) * m;
+    for (int p = 0; p < m; ++p) {
+        const __m512d w1r = _mm512_set1_pd(w[p].re), w1i = _mm512_set1_pd(w[p].im);
+        const __m512d w2r = _mm512_set1_pd(w[m + p].re), w2i = _mm512_set1_pd(w[m + p].im);
+        const __m512d w3r = _mm512_set1_pd(w[2 * m + p].re), w3i = _mm512_set1_pd(w[2 * m + p].im);
+        const Ipp64fc* xp = x + static_cast<long>(s) * p;
+        Ipp64fc* yp = y + 4L * s * p;
+        for (int q = 0; q < s; q += 4) {
+            const __m512d a = _mm512_loadu_pd(D(xp + q)), b = _mm512_loadu_pd(D(xp + q + sm));
+            const __m512d c = _mm512_loadu_pd(D(xp + q + 2 * sm)), d = _mm512_loadu_pd(D(xp + q + 3 * sm));
+            const Four f = Butterfly<Inverse>(a, b, c, d);
+            _mm512_storeu_pd(D(yp + q), f.y0);
+            _mm512_storeu_pd(D(yp + q + s), Twiddle<Inverse>(f.y1, w1r, w1i));
+            _mm512_storeu_pd(D(yp + q + 2 * s), Twiddle<Inverse>(f.y2, w2r, w2i));
+            _mm512_storeu_pd(D(yp + q + 3 * s), Twiddle<Inverse>(f.y3, w3r, w3i));
+        }
+    }
+}
+
+QOR_TARGET_AVX512 void Radix4Pass(int n, int s, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w, bool inverse) {
+    if (s == 1 && n >= 16) {
+        inverse ? Radix4Stride1<true>(n, x, y, w) : Radix4Stride1<false>(n, x, y, w);
+    } else if (s >= 4) {
+        inverse ? Radix4Strided<true>(n, s, x, y, w) : Radix4Strided<false>(n, s, x, y, w);
+    } else {
+        kFftKernelsAvx2.radix4(n, s, x, y, w, inverse);
+    }
+}
+
+template <bool Inverse>
+QOR_TARGET_AVX512 void Radix4Last(int s, const Ipp64fc* x, Ipp64fc* y, double scale) {
+    const __m512d k = _mm512_set1_pd(scale);
+    for (int q = 0; q < s; q += 4) {
+        const __m512d a = _mm512_loadu_pd(D(x + q)), b = _mm512_loadu_pd(D(x + q + s));
+        const __m512d c = _mm512_loadu_pd(D(x + q + 2 * s)), d = _mm512_loadu_pd(D(x + q + 3 * s));
+        const Four f = Butterfly<Inverse>(a, b, c, d);
+        _mm512_storeu_pd(D(y + q), _mm512_mul_pd(f.y0, k));
+        _mm512_storeu_pd(D(y + q + s), _mm512_mul_pd(f.y1, k));
+        _mm512_storeu_pd(D(y + q + 2 * s), _mm512_mul_pd(f.y2, k));
+        _mm512_storeu_pd(D(y + q + 3 * s), _mm512_mul_pd(f.y3, k));
+    }
+}
+
+QOR_TARGET_AVX512 void Radix4LastPass(int s, const Ipp64fc* x, Ipp64fc* y, double scale, bool inverse) {
+    if (s < 4) {
+        kFftKernelsAvx2.radix4Last(s, x, y, scale, inverse);
+        return;
+    }
+    inverse ? Radix4Last<true>(s, x, y, scale) : Radix4Last<false>(s, x, y, scale);
+}
+
+QOR_TARGET_AVX512 void Radix2LastPass(int s, const Ipp64fc* x, Ipp64fc* y, double scale) {
+    if (s < 4) {
+        kFftKernelsAvx2.radix2Last(s, x, y, scale);
+        return;
+    }
+    const __m512d k = _mm512_set1_pd(scale);
+    for (int q = 0; q < s; q += 4) {
+        const __m512d a = _mm512_loadu_pd(D(x + q)), b = _mm512_loadu_pd(D(x + q + s));
+        _mm512_storeu_pd(D(y + q), _mm512_mul_pd(_mm512_add_pd(a, b), k));
+        _mm512_storeu_pd(D(y + q + s), _mm512_mul_pd(_mm512_sub_pd(a, b), k));
+    }
+}
+
+QOR_TARGET_AVX512 void TwiddleMultiply(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc* d, int length, bool inverse) {
+    int i = 0;
+    for (; i + 4 <= length; i += 4) {
+        const __m512d v = _mm512_loadu_pd(D(a + i)), t = _mm512_loadu_pd(D(w + i));
+        _mm512_storeu_pd(D(d + i), inverse ? TwiddleLoaded<true>(v, t) : TwiddleLoaded<false>(v, t));
+    }
+    if (i < length) kFftKernelsAvx2.twiddle(a + i, w + i, d + i, length - i, inverse);
+}
+
+}  // namespace
+
+const FftKernels kFftKernelsAvx512 = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply};
+
+}  // namespace qor_prim
