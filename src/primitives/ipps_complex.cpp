@@ -21,6 +21,10 @@ void PowerGeneric(const Ipp64fc* src, Ipp64f* dst, int length) {
     for (int i = 0; i < length; ++i) dst[i] = src[i].re * src[i].re + src[i].im * src[i].im;
 }
 
+void PhaseGeneric_32fc(const Ipp32fc* src, Ipp32f* dst, int length) {
+    for (int i = 0; i < length; ++i) dst[i] = std::atan2(src[i].im, src[i].re);
+}
+
 }  // namespace qor_prim
 
 namespace {
@@ -28,6 +32,7 @@ namespace {
 constexpr qor_prim::DispatchRow<qor_prim::MulKernel> kMul(qor_prim::MulGeneric, qor_prim::MulAvx2,
                                                                 qor_prim::MulAvx512);
 constexpr qor_prim::DispatchRow<qor_prim::PowerKernel> kPower(qor_prim::PowerGeneric, qor_prim::PowerAvx2);
+constexpr qor_prim::DispatchRow<qor_prim::PhaseKernel> kPhase(qor_prim::PhaseGeneric_32fc, qor_prim::PhaseAvx2_32fc);
 
 }  // namespace
 
@@ -74,6 +79,6 @@ IppStatus ippsPowerSpectr_64fc(const Ipp64fc* src, Ipp64f* dst, int length) {
 
 IppStatus ippsPhase_32fc(const Ipp32fc* src, Ipp32f* dst, int length) {
     if (IppStatus s = CheckVector(length, src, dst)) return s;
-    for (int i = 0; i < length; ++i) dst[i] = std::atan2(src[i].im, src[i].re);
+    kPhase.Pick()(src, dst, length);
     return ippStsNoErr;
 }

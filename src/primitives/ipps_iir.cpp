@@ -10,6 +10,22 @@ constexpr int kMaxOrder = 12;
 constexpr uint64_t kIirMagic = 0x11A5C0DE32F00001ULL;
 constexpr uintptr_t kAlign = 64;
 
+// The first order written as y = (b0 x + b1 x') - a1 y': one product and one
+// difference on the path from one output to the next, instead of the three
+// operations of the transposed form, which is the state kept between calls.
+void FirstOrder(const Ipp32f* src, Ipp32f* dst, int length, const double* b, double a1, double& z) {
+    double x = src[0];
+    double y = b[0] * x + z;
+    dst[0] = static_cast<Ipp32f>(y);
+    for (int n = 1; n < length; ++n) {
+        const double next = src[n];
+        y = (b[0] * next + b[1] * x) - a1 * y;
+        x = next;
+        dst[n] = static_cast<Ipp32f>(y);
+    }
+    z = b[1] * x - a1 * y;
+}
+
 }  // namespace
 
 struct IppsIIRState_32f {
@@ -54,6 +70,10 @@ IppStatus ippsIIR_32f(const Ipp32f* src, Ipp32f* dst, int length, IppsIIRState_3
     double* z = state->z;
     const double* b = state->b;
     const double* a = state->a;
+    if (order == 1) {
+        FirstOrder(src, dst, length, b, a[1], z[0]);
+        return ippStsNoErr;
+    }
     for (int n = 0; n < length; ++n) {
         const double x = src[n];
         const double y = b[0] * x + z[0];

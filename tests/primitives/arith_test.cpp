@@ -159,6 +159,25 @@ TEST(Complex, ProductsPowersAndAnglesOnEveryPath) {
         std::vector<Ipp64fc> inPlace = b;
         EXPECT_EQ(ippsMul_64fc_I(a.data(), inPlace.data(), 37), ippStsNoErr);
         EXPECT_NEAR(inPlace[36].im, d[36].im, 1e-15 * 9);
+        // Angles in every octant, of every scale, with the axes, zeros and a NaN among them.
+        std::vector<Ipp32fc> z(1003);
+        for (size_t i = 0; i < z.size(); ++i) {
+            const double scale = std::pow(10.0, static_cast<double>(i % 13) - 6.0);
+            z[i] = {static_cast<float>(u(rng) * scale), static_cast<float>(u(rng) * scale)};
+        }
+        z[5] = {0.0f, -0.0f}, z[17] = {-0.0f, 0.0f}, z[40] = {-2.0f, 0.0f}, z[41] = {0.0f, 3.0f};
+        z[99] = {NAN, 1.0f}, z[100] = {INFINITY, -INFINITY};
+        std::vector<Ipp32f> angle(z.size());
+        EXPECT_EQ(ippsPhase_32fc(z.data(), angle.data(), static_cast<int>(z.size())), ippStsNoErr);
+        for (size_t i = 0; i < z.size(); ++i) {
+            const double ref = std::atan2(static_cast<double>(z[i].im), static_cast<double>(z[i].re));
+            if (std::isnan(ref)) {
+                EXPECT_TRUE(std::isnan(angle[i])) << i;
+            } else {
+                EXPECT_NEAR(angle[i], ref, 4e-7) << i;
+                EXPECT_EQ(std::signbit(angle[i]), std::signbit(ref)) << i;
+            }
+        }
     });
     std::vector<Ipp64fc> c{{3.0, -4.0}, {-1.0, 0.0}};
     EXPECT_EQ(ippsConj_64fc(c.data(), c.data(), 2), ippStsNoErr);
