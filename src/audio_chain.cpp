@@ -46,10 +46,9 @@ void AudioChain::Run(Ipp32f* block) {
     filled = 0;
     channelFilter.Run(channel.get(), kTurnSamples);
     demodulator->Run(channel.get(), audioWide.get(), kTurnSamples);
-    lowPass.Run(audioWide.get(), kTurnSamples);
-    int length = 0;
+    // The low pass computes only the outputs that the sampling down keeps.
     int phase = 0;
-    ippsSampleDown_32f(audioWide.get(), kTurnSamples, block, &length, kDownFactor, &phase);
+    lowPass.RunDown(audioWide.get(), kTurnSamples, block, kDownFactor, &phase);
     assert(phase == 0);
     highPass.Run(block, kBlockSamples);
 }

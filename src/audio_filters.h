@@ -31,7 +31,12 @@ class AudioFirFilter {
 public:
     static constexpr int kTaps = 2048;
     explicit AudioFirFilter(double cutoff);
-    void Run(Ipp32f* samples, int length) { ippsFIR_32f(samples, samples, length, state); }
+    // Filters `length` samples and keeps every factor-th output from *phase
+    // on in `out`; *phase moves on as the sampling down does.
+    void RunDown(const Ipp32f* samples, int length, Ipp32f* out, int factor, int* phase) {
+        int written = 0;
+        ippsFIRSampleDown_32f(samples, length, out, &written, factor, phase, state);
+    }
 
 private:
     smart_array<Ipp32f> taps;

@@ -51,22 +51,16 @@ void IQDecimator::ApplyCorrections(const double* table) {
 }
 
 void IQDecimator::Process(const Ipp64fc* source, Ipp64fc* destination) {
-    if (scratchA.empty()) {
-        scratchA.Allocate(kBlockSamples);
-        scratchB.Allocate(kBlockSamples);
-    }
+    // Each filter computes only the outputs that its sampling down keeps.
     int length = 0;
     if (order <= kSingleStageOrders) {
-        ippsFIR_64fc(source, scratchA.get(), kBlockSamples, first.state);
-        ippsSampleDown_64fc(scratchA.get(), kBlockSamples, destination, &length, 1 << order, &firstPhase);
+        ippsFIRSampleDown_64fc(source, kBlockSamples, destination, &length, 1 << order, &firstPhase, first.state);
         return;
     }
-    constexpr int kAfterFirst = kBlockSamples / 8;
-    ippsFIR_64fc(source, scratchB.get(), kBlockSamples, first.state);
-    ippsSampleDown_64fc(scratchB.get(), kBlockSamples, scratchA.get(), &length, 8, &firstPhase);
-    ippsFIR_64fc(scratchA.get(), scratchB.get(), kAfterFirst, second->state);
-    ippsSampleDown_64fc(scratchB.get(), kAfterFirst, destination, &length, 1 << (order - kSingleStageOrders),
-                        &secondPhase);
+    if (between.empty()) between.Allocate(kAfterFirst);
+    ippsFIRSampleDown_64fc(source, kBlockSamples, between.get(), &length, 8, &firstPhase, first.state);
+    ippsFIRSampleDown_64fc(between.get(), kAfterFirst, destination, &length, 1 << (order - kSingleStageOrders),
+                           &secondPhase, second->state);
 }
 
 }  // namespace qor

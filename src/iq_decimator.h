@@ -54,7 +54,8 @@ private:
     std::unique_ptr<Stage> second;  // above D = 8
     int firstPhase = 0;
     int secondPhase = 0;
-    smart_array<Ipp64fc> scratchA, scratchB;
+    static constexpr int kAfterFirst = kBlockSamples / 8;
+    smart_array<Ipp64fc> between;  // the first stage's output, above D = 8
 };
 
 }  // namespace qor

@@ -191,6 +191,13 @@ void FftRunScaled(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* d
     }
 }
 
+void FftRunShorter(const IppsFFTSpec_C_64fc& spec, int order, const Ipp64fc* src, Ipp64fc* dst, void* work,
+                   bool inverse, double scale) {
+    const Ipp64fc* twiddles = spec.whole.twiddles;
+    for (int o = spec.order; o > order; o -= 2) twiddles += 3 * (size_t{1} << (o - 2));
+    RunStockham({order, twiddles}, *spec.kernels, src, dst, AlignPointer<Ipp64fc>(work), scale, inverse);
+}
+
 void FftRun(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, bool inverse) {
     FftRunScaled(spec, src, dst, work, inverse, inverse ? spec.inverseScale : spec.forwardScale);
 }

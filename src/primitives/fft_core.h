@@ -64,6 +64,12 @@ void FftRun(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, vo
 void FftRunScaled(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, bool inverse,
                   double scale);
 
+// The transform of 2^order points on the tables of a larger unsplit one,
+// whose order exceeds it by an even number: the passes of the shorter
+// transform are the later passes of the larger.
+void FftRunShorter(const IppsFFTSpec_C_64fc& spec, int order, const Ipp64fc* src, Ipp64fc* dst, void* work,
+                   bool inverse, double scale);
+
 constexpr uint64_t kFftMagic = 0x71FF7C64A11C0DE5ULL;
 
 }  // namespace qor_prim

@@ -6,6 +6,7 @@
 #include "fft_core.h"
 #include "fir_kernels.h"
 #include "ipp_check.h"
+#include "ipps_arith.h"
 #include "ipp_memory.h"
 
 namespace {
@@ -36,7 +37,7 @@ struct Layout {
     bool fast;
     int order;  // of the FFT
     int chunk;  // samples handled per step
-    size_t reversed, line, out, realLine, spectrum, freq, fftSpec, fftWork, total;
+    size_t reversed, line, out, realLine, spectrum, freq, fftSpec, fftHalfSpec, fftWork, total;
 };
 
 Layout PlanLayout(int taps, bool complex);
@@ -52,6 +53,7 @@ struct FirCore {
     const qor_prim::FirKernels* kernels;
     void* block;  // what ippsFIRInitAlloc_64f allocated, else null
     IppsFFTSpec_C_64fc* fft;
+    IppsFFTSpec_C_64fc* fftHalf;  // of half the points: with fft, the tables of every shorter transform
     char* base;   // the aligned start that the layout offsets count from
 
     template <typename T>
@@ -94,6 +96,7 @@ Layout PlanLayout(int taps, bool complex) {
         l.spectrum = take(n * sizeof(Ipp64fc));
         l.freq = take(n * sizeof(Ipp64fc));
         l.fftSpec = take(sizes.spec);
+        l.fftHalfSpec = take(qor_prim::FftMemorySizes(l.order - 1).spec);
         l.fftWork = take(sizes.work);
     }
     l.total = at + kAlign;
@@ -135,48 +138,86 @@ bool DirectIsCheaper(const FirCore& c, int count) {
     return static_cast<long long>(count) * c.taps <= (static_cast<long long>(c.layout.order) << c.layout.order) / 2;
 }
 
-// Circular convolution of the line with the taps, into freq.
-void Convolve(const FirCore& c) {
+int Log2(int v) {
+    int order = 0;
+    while ((2 << order) <= v) ++order;
+    return order;
+}
+
+// Circular convolution of the line with the taps, into freq: output i is the
+// filter's output for line[keep + i] (the taps' spectrum is that of the taps
+// turned back by keep). With a factor above 1, only every factor-th output:
+// the spectrum folded onto n / factor bins, whose inverse transform is the
+// sampled output, at a fraction of the cost of the whole.
+void Convolve(const FirCore& c, int factor) {
     const int n = 1 << c.layout.order;
     Ipp64fc* freq = c.At<Ipp64fc>(c.layout.freq);
     void* work = c.At<void>(c.layout.fftWork);
     qor_prim::FftRunScaled(*c.fft, c.At<Ipp64fc>(c.layout.line), freq, work, false, 1.0);
     c.kernels->multiply(freq, c.At<Ipp64fc>(c.layout.spectrum), freq, n);
-    qor_prim::FftRunScaled(*c.fft, freq, freq, work, true, 1.0);
+    if (factor == 1) {
+        qor_prim::FftRunScaled(*c.fft, freq, freq, work, true, 1.0);
+        return;
+    }
+    const int bins = n / factor;
+    for (int r = 1; r < factor; ++r) ippsAdd_64f(&freq[r * bins].re, &freq[0].re, &freq[0].re, 2 * bins);
+    const int order = c.layout.order - Log2(factor);
+    const IppsFFTSpec_C_64fc& spec = (c.layout.order - order) % 2 == 0 ? *c.fft : *c.fftHalf;
+    qor_prim::FftRunShorter(spec, order, freq, freq, work, true, 1.0);
 }
 
+// Every factor-th of count outputs, from phase on, into dst; phase moves on
+// to the next chunk. Returns how many were written.
+template <typename Get, typename S>
+int PutEvery(Get get, int count, S* dst, int factor, int& phase) {
+    int written = 0;
+    int i = phase;
+    for (; i < count; i += factor) Put(get(i), dst + written++);
+    phase = i - count;
+    return written;
+}
+
+// Filters count samples and writes every factor-th output from phase on
+// (all of them for factor 1); `fresh` is the most a real chunk's half holds.
+// Returns how many outputs were written.
 template <typename S>
-void FilterChunk(const FirCore& c, const S* src, S* dst, int count) {
+int FilterChunk(const FirCore& c, const S* src, S* dst, int count, int fresh, int factor, int& phase) {
     using D = typename Traits<S>::Domain;
     const int keep = c.taps - 1;
     D* line = History<D>(c);
     for (int i = 0; i < count; ++i) line[keep + i] = Widen(src[i]);
+    int written = 0;
     if (!c.layout.fast || DirectIsCheaper(c, count)) {
         D* out = c.layout.fast ? c.At<D>(c.layout.freq) : c.At<D>(c.layout.out);
         Direct(c, line, count, out);
-        for (int i = 0; i < count; ++i) Put(out[i], dst + i);
+        written = PutEvery([out](int i) { return out[i]; }, count, dst, factor, phase);
     } else if constexpr (sizeof(D) == sizeof(Ipp64fc)) {
         const int n = 1 << c.layout.order;
         for (int i = keep + count; i < n; ++i) line[i] = {0.0, 0.0};
-        Convolve(c);
-        const Ipp64fc* y = c.At<Ipp64fc>(c.layout.freq) + keep;
-        for (int i = 0; i < count; ++i) Put(y[i], dst + i);
+        const bool fold = phase == 0 && count % factor == 0;
+        Convolve(c, fold ? factor : 1);
+        const Ipp64fc* y = c.At<Ipp64fc>(c.layout.freq);
+        written = fold ? PutEvery([y](int i) { return y[i]; }, count / factor, dst, 1, phase)
+                       : PutEvery([y](int i) { return y[i]; }, count, dst, factor, phase);
     } else {
         // Two real chunks ride in one complex transform: the first in the real
         // parts, the next (with its own history) in the imaginary parts.
         const int n = 1 << c.layout.order;
-        const int fresh = c.layout.chunk / 2;
         const int first = count < fresh ? count : fresh, second = count - first;
         Ipp64fc* packed = c.At<Ipp64fc>(c.layout.line);
         for (int i = 0; i < n; ++i) {
             packed[i] = {i < keep + first ? line[i] : 0.0, i < keep + second ? line[fresh + i] : 0.0};
         }
-        Convolve(c);
-        const Ipp64fc* y = c.At<Ipp64fc>(c.layout.freq) + keep;
-        for (int i = 0; i < first; ++i) Put(y[i].re, dst + i);
-        for (int i = 0; i < second; ++i) Put(y[i].im, dst + fresh + i);
+        const bool fold = phase == 0 && first % factor == 0 && second % factor == 0;
+        Convolve(c, fold ? factor : 1);
+        const Ipp64fc* y = c.At<Ipp64fc>(c.layout.freq);
+        const int step = fold ? 1 : factor;
+        written = PutEvery([y](int i) { return y[i].re; }, fold ? first / factor : first, dst, step, phase);
+        written += PutEvery([y](int i) { return y[i].im; }, fold ? second / factor : second, dst + written, step,
+                            phase);
     }
     std::memmove(static_cast<void*>(line), line + count, sizeof(D) * keep);
+    return written;
 }
 
 template <typename S>
@@ -212,8 +253,12 @@ IppStatus Init(typename Traits<S>::State** state, const S* taps, int tapCount, c
         // The frequency buffer is free until the first call: scratch for the twiddles.
         core->fft = qor_prim::FftBuild(core->layout.order, 1.0, 1.0, core->At<void>(core->layout.fftSpec),
                                        core->At<void>(core->layout.freq));
+        core->fftHalf = qor_prim::FftBuild(core->layout.order - 1, 1.0, 1.0, core->At<void>(core->layout.fftHalfSpec),
+                                           core->At<void>(core->layout.freq));
+        // The taps turned back by tapCount - 1, so that the output of the chunk's first sample comes first.
         Ipp64fc* spectrum = core->At<Ipp64fc>(core->layout.spectrum);
-        for (int i = 0; i < n; ++i) spectrum[i] = i < tapCount ? ToComplex(Widen(taps[i])) : Ipp64fc{0.0, 0.0};
+        for (int i = 0; i < n; ++i) spectrum[i] = {0.0, 0.0};
+        for (int i = 0; i < tapCount; ++i) spectrum[(i - (tapCount - 1) + n) % n] = ToComplex(Widen(taps[i]));
         // Scaled by 1 / N here, so that the inverse transform of each chunk needs no scaling.
         qor_prim::FftRunScaled(*core->fft, spectrum, spectrum, core->At<void>(core->layout.fftWork), false, 1.0 / n);
     }
@@ -222,15 +267,33 @@ IppStatus Init(typename Traits<S>::State** state, const S* taps, int tapCount, c
 }
 
 template <typename S>
-IppStatus Filter(const S* src, S* dst, int length, typename Traits<S>::State* state) {
+IppStatus FilterDown(const S* src, S* dst, int length, int* dstLength, int factor, int* phase,
+                     typename Traits<S>::State* state) {
     if (IppStatus s = qor_prim::CheckVector(length, src, dst, state)) return s;
+    if (qor_prim::AnyNull(dstLength, phase)) return ippStsNullPtrErr;
+    if (factor < 1) return ippStsSampleFactorErr;
+    if (*phase < 0 || *phase >= factor) return ippStsSamplePhaseErr;
     const FirCore& core = state->core;
     if (core.magic != kFirMagic || core.kind != Traits<S>::kKind) return ippStsContextMatchErr;
-    for (int pos = 0; pos < length; pos += core.layout.chunk) {
-        const int count = length - pos < core.layout.chunk ? length - pos : core.layout.chunk;
-        FilterChunk(core, src + pos, dst + pos, count);
+    // Chunks (and the halves of a real chunk) of a multiple of the factor keep
+    // the phase at 0 from chunk to chunk, where the folded transform serves.
+    const bool complex = sizeof(typename Traits<S>::Domain) == sizeof(Ipp64fc);
+    int fresh = complex ? core.layout.chunk : core.layout.chunk / 2;
+    if (core.layout.fast && fresh >= factor) fresh -= fresh % factor;
+    const int chunk = complex ? fresh : 2 * fresh;
+    int written = 0;
+    for (int pos = 0; pos < length; pos += chunk) {
+        const int count = length - pos < chunk ? length - pos : chunk;
+        written += FilterChunk(core, src + pos, dst + written, count, fresh, factor, *phase);
     }
+    *dstLength = written;
     return ippStsNoErr;
+}
+
+template <typename S>
+IppStatus Filter(const S* src, S* dst, int length, typename Traits<S>::State* state) {
+    int written = 0, phase = 0;
+    return FilterDown(src, dst, length, &written, 1, &phase, state);
 }
 
 }  // namespace
@@ -285,4 +348,13 @@ IppStatus ippsFIR_64f(const Ipp64f* src, Ipp64f* dst, int length, IppsFIRState_6
 }
 IppStatus ippsFIR_64fc(const Ipp64fc* src, Ipp64fc* dst, int length, IppsFIRState_64fc* state) {
     return Filter(src, dst, length, state);
+}
+
+IppStatus ippsFIRSampleDown_32f(const Ipp32f* src, int srcLength, Ipp32f* dst, int* dstLength, int factor, int* phase,
+                                IppsFIRState_32f* state) {
+    return FilterDown(src, dst, srcLength, dstLength, factor, phase, state);
+}
+IppStatus ippsFIRSampleDown_64fc(const Ipp64fc* src, int srcLength, Ipp64fc* dst, int* dstLength, int factor,
+                                 int* phase, IppsFIRState_64fc* state) {
+    return FilterDown(src, dst, srcLength, dstLength, factor, phase, state);
 }

@@ -46,4 +46,14 @@ IppStatus ippsFIR_32fc(const Ipp32fc* src, Ipp32fc* dst, int length, IppsFIRStat
 IppStatus ippsFIR_64f(const Ipp64f* src, Ipp64f* dst, int length, IppsFIRState_64f* state);
 IppStatus ippsFIR_64fc(const Ipp64fc* src, Ipp64fc* dst, int length, IppsFIRState_64fc* state);
 
+// The filter followed by ippsSampleDown: the same outputs as the two calls
+// in turn, but a fast filter computes only the outputs kept, when the
+// pattern starts each chunk afresh (a phase of 0 and blocks of a multiple of
+// the factor, as a stream sampled down block by block has them).
+// Status: as ippsFIR_*, plus -59 factor below 1, -60 phase outside 0 to factor - 1.
+IppStatus ippsFIRSampleDown_32f(const Ipp32f* src, int srcLength, Ipp32f* dst, int* dstLength, int factor, int* phase,
+                                IppsFIRState_32f* state);
+IppStatus ippsFIRSampleDown_64fc(const Ipp64fc* src, int srcLength, Ipp64fc* dst, int* dstLength, int factor,
+                                 int* phase, IppsFIRState_64fc* state);
+
 #endif

@@ -120,6 +120,74 @@ TYPED_TEST(FirTest, NullDelayLineStartsFromZeros) {
     for (int n = 300; n < 1000; ++n) EXPECT_NEAR(std::abs(ToLong(y[n])), 0.0, 1e-6);
 }
 
+// Filtering and sampling down in one call gives what the two calls give, in
+// stream blocks of a multiple of the factor (the folded transform) and in
+// ragged ones with a running phase (the whole output, sampled).
+TEST(Fir, SampledDownEqualsFilterThenSampleDown) {
+    std::mt19937_64 rng(3);
+    std::vector<Ipp64fc> h(2048), x(40000);
+    std::vector<Ipp32f> hr(2048), xr(40000);
+    for (auto& v : h) v = Random<Ipp64fc>(rng);
+    for (auto& v : x) v = Random<Ipp64fc>(rng);
+    for (auto& v : hr) v = Random<Ipp32f>(rng);
+    for (auto& v : xr) v = Random<Ipp32f>(rng);
+    qor_test::OnEachCodePath([&](int) {
+        for (int factor : {1, 2, 8, 16, 128}) {
+            for (bool ragged : {false, true}) {
+                SCOPED_TRACE(testing::Message() << "factor " << factor << (ragged ? ", ragged blocks" : ""));
+                Fir<Ipp64fc> plain, fused;
+                Fir<Ipp32f> plainReal, fusedReal;
+                ASSERT_EQ(plain.Init(h.data(), 2048, nullptr), ippStsNoErr);
+                ASSERT_EQ(fused.Init(h.data(), 2048, nullptr), ippStsNoErr);
+                ASSERT_EQ(plainReal.Init(hr.data(), 2048, nullptr), ippStsNoErr);
+                ASSERT_EQ(fusedReal.Init(hr.data(), 2048, nullptr), ippStsNoErr);
+                std::vector<Ipp64fc> full(x.size()), expected(x.size()), got(x.size());
+                std::vector<Ipp32f> fullReal(x.size()), expectedReal(x.size()), gotReal(x.size());
+                int phases[4] = {0, 0, 0, 0}, produced[4] = {0, 0, 0, 0};
+                for (int at = 0, len = 16384; at < static_cast<int>(x.size()); at += len) {
+                    if (ragged) len = 1000 + (at * 7) % 9001;
+                    const int n = std::min(len, static_cast<int>(x.size()) - at);
+                    int count = 0;
+                    ASSERT_EQ(plain.Run(x.data() + at, full.data(), n), ippStsNoErr);
+                    ippsSampleDown_64fc(full.data(), n, expected.data() + produced[0], &count, factor, &phases[0]);
+                    produced[0] += count;
+                    ASSERT_EQ(ippsFIRSampleDown_64fc(x.data() + at, n, got.data() + produced[1], &count, factor,
+                                                     &phases[1], fused.state),
+                              ippStsNoErr);
+                    produced[1] += count;
+                    ASSERT_EQ(plainReal.Run(xr.data() + at, fullReal.data(), n), ippStsNoErr);
+                    ippsSampleDown_32f(fullReal.data(), n, expectedReal.data() + produced[2], &count, factor,
+                                       &phases[2]);
+                    produced[2] += count;
+                    ASSERT_EQ(ippsFIRSampleDown_32f(xr.data() + at, n, gotReal.data() + produced[3], &count, factor,
+                                                    &phases[3], fusedReal.state),
+                              ippStsNoErr);
+                    produced[3] += count;
+                }
+                ASSERT_EQ(produced[1], produced[0]);
+                ASSERT_EQ(produced[3], produced[2]);
+                EXPECT_EQ(phases[1], phases[0]);
+                double worst = 0.0, worstReal = 0.0;
+                for (int i = 0; i < produced[0]; ++i) {
+                    worst = std::max(worst, static_cast<double>(std::abs(ToLong(got[i]) - ToLong(expected[i]))));
+                }
+                for (int i = 0; i < produced[2]; ++i) {
+                    worstReal = std::max(worstReal, std::fabs(gotReal[i] - expectedReal[i]) / 1.0);
+                }
+                EXPECT_LE(worst, 1e-11);
+                EXPECT_LE(worstReal, 2e-5);
+            }
+        }
+    });
+    Fir<Ipp64fc> fir;
+    ASSERT_EQ(fir.Init(h.data(), 2048, nullptr), ippStsNoErr);
+    int count = 0, phase = 0;
+    EXPECT_EQ(ippsFIRSampleDown_64fc(x.data(), 100, x.data(), &count, 0, &phase, fir.state), ippStsSampleFactorErr);
+    phase = 4;
+    EXPECT_EQ(ippsFIRSampleDown_64fc(x.data(), 100, x.data(), &count, 4, &phase, fir.state), ippStsSamplePhaseErr);
+    EXPECT_EQ(ippsFIRSampleDown_64fc(x.data(), 100, x.data(), nullptr, 4, &phase, fir.state), ippStsNullPtrErr);
+}
+
 TEST(Fir, RefusesBadArguments) {
     int size = 0;
     EXPECT_EQ(ippsFIRGetStateSize_64fc(0, &size), ippStsFIRLenErr);
