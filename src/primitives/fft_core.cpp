@@ -54,9 +54,12 @@ void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* s
         return;
     }
     const int twiddled = (plan.order - 1) / 2;
+    // Sweeps through memory: the twiddled passes (two at a time where the
+    // kernels fuse them), then the last pass.
+    const int sweeps = (k.radix4Twice ? twiddled / 2 + twiddled % 2 : twiddled) + 1;
     const Ipp64fc* in = src;
     Ipp64fc* out;
-    if ((twiddled + 1) % 2 == 0) {
+    if (sweeps % 2 == 0) {
         out = scratch;
     } else if (src != dst) {
         out = dst;
@@ -68,11 +71,21 @@ void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* s
     }
     int len = 1 << plan.order, stride = 1;
     const Ipp64fc* twiddles = plan.twiddles;
-    for (int t = 0; t < twiddled; ++t) {
-        k.radix4(len, stride, in, out, twiddles, inverse);
-        twiddles += 3 * (len / 4);
-        len /= 4;
-        stride *= 4;
+    for (int t = 0; t < twiddled;) {
+        if (k.radix4Twice && t + 1 < twiddled) {
+            const Ipp64fc* next = twiddles + 3 * (len / 4);
+            k.radix4Twice(len, stride, in, out, twiddles, next, inverse);
+            twiddles = next + 3 * (len / 16);
+            len /= 16;
+            stride *= 16;
+            t += 2;
+        } else {
+            k.radix4(len, stride, in, out, twiddles, inverse);
+            twiddles += 3 * (len / 4);
+            len /= 4;
+            stride *= 4;
+            t += 1;
+        }
         in = out;
         out = out == dst ? scratch : dst;
     }

@@ -20,6 +20,11 @@ struct FftKernels {
     void (*radix2Last)(int s, const Ipp64fc* x, Ipp64fc* y, double scale);
     // d[i] = a[i] x w[i] (x conj(w[i]) for the inverse), the middle twiddles of the large sizes.
     void (*twiddle)(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc* d, int length, bool inverse);
+    // Two twiddled passes in one sweep through memory: (n, s) with twiddles w
+    // and (n / 4, 4 s) with twiddles w2, n >= 32. Null where the registers
+    // are too few to hold sixteen inputs.
+    void (*radix4Twice)(int n, int s, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w, const Ipp64fc* w2,
+                        bool inverse);
 };
 
 extern const FftKernels kFftKernelsGeneric;

@@ -111,6 +111,98 @@ QOR_TARGET_AVX512 void Radix4Pass(int n, int s, const Ipp64fc* x, Ipp64fc* y, co
     }
 }
 
+// Two passes in one sweep. The first pass's butterflies at p, p + n / 16,
+// p + n / 8 and p + 3 n / 16 feed, output by output, the second pass's
+// butterfly at p: sixteen inputs in, sixteen outputs out, all in registers.
+// Inputs x[q + s (p + (k + 4 j) n / 16)]; outputs y[q + s (16 p + 4 l2 + l)].
+template <bool Inverse>
+QOR_TARGET_AVX512 void Radix16Strided(int n, int s, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w,
+                                      const Ipp64fc* w2) {
+    const int m = n / 4, m2 = n / 16;
+    const long s2 = static_cast<long>(s) * m2;
+    for (int p = 0; p < m2; ++p) {
+        const Ipp64fc* xp = x + static_cast<long>(s) * p;
+        Ipp64fc* yp = y + 16L * s * p;
+        for (int q = 0; q < s; q += 4) {
+            __m512d r[4][4];  // [k][l]: output l of the first pass's butterfly at p + k m2
+            for (int k = 0; k < 4; ++k) {
+                const Ipp64fc* xk = xp + q + k * s2;
+                const Four f = Butterfly<Inverse>(_mm512_loadu_pd(D(xk)), _mm512_loadu_pd(D(xk + 4 * s2)),
+                                                  _mm512_loadu_pd(D(xk + 8 * s2)), _mm512_loadu_pd(D(xk + 12 * s2)));
+                const Ipp64fc* wk = w + p + k * m2;
+                r[k][0] = f.y0;
+                r[k][1] = Twiddle<Inverse>(f.y1, _mm512_set1_pd(wk[0].re), _mm512_set1_pd(wk[0].im));
+                r[k][2] = Twiddle<Inverse>(f.y2, _mm512_set1_pd(wk[m].re), _mm512_set1_pd(wk[m].im));
+                r[k][3] = Twiddle<Inverse>(f.y3, _mm512_set1_pd(wk[2 * m].re), _mm512_set1_pd(wk[2 * m].im));
+            }
+            for (int l = 0; l < 4; ++l) {
+                const Four g = Butterfly<Inverse>(r[0][l], r[1][l], r[2][l], r[3][l]);
+                Ipp64fc* out = yp + q + static_cast<long>(s) * l;
+                _mm512_storeu_pd(D(out), g.y0);
+                _mm512_storeu_pd(D(out + 4L * s),
+                                 Twiddle<Inverse>(g.y1, _mm512_set1_pd(w2[p].re), _mm512_set1_pd(w2[p].im)));
+                _mm512_storeu_pd(D(out + 8L * s), Twiddle<Inverse>(g.y2, _mm512_set1_pd(w2[m2 + p].re),
+                                                                   _mm512_set1_pd(w2[m2 + p].im)));
+                _mm512_storeu_pd(D(out + 12L * s), Twiddle<Inverse>(g.y3, _mm512_set1_pd(w2[2 * m2 + p].re),
+                                                                    _mm512_set1_pd(w2[2 * m2 + p].im)));
+            }
+        }
+    }
+}
+
+// The same for stride 1, four neighbouring p per register; the sixteen
+// outputs of each p are regrouped by 4 x 4 transposes of complex values.
+template <bool Inverse>
+QOR_TARGET_AVX512 void Radix16Stride1(int n, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w, const Ipp64fc* w2) {
+    const int m = n / 4, m2 = n / 16;
+    constexpr int kEven = _MM_SHUFFLE(2, 0, 2, 0), kOdd = _MM_SHUFFLE(3, 1, 3, 1);
+    for (int p = 0; p < m2; p += 4) {
+        __m512d r[4][4];
+        for (int k = 0; k < 4; ++k) {
+            const Ipp64fc* xk = x + p + k * m2;
+            const Four f = Butterfly<Inverse>(_mm512_loadu_pd(D(xk)), _mm512_loadu_pd(D(xk + 4 * m2)),
+                                              _mm512_loadu_pd(D(xk + 8 * m2)), _mm512_loadu_pd(D(xk + 12 * m2)));
+            const Ipp64fc* wk = w + p + k * m2;
+            r[k][0] = f.y0;
+            r[k][1] = TwiddleLoaded<Inverse>(f.y1, _mm512_loadu_pd(D(wk)));
+            r[k][2] = TwiddleLoaded<Inverse>(f.y2, _mm512_loadu_pd(D(wk + m)));
+            r[k][3] = TwiddleLoaded<Inverse>(f.y3, _mm512_loadu_pd(D(wk + 2 * m)));
+        }
+        __m512d g[4][4];  // [l2][l]
+        for (int l = 0; l < 4; ++l) {
+            const Four b = Butterfly<Inverse>(r[0][l], r[1][l], r[2][l], r[3][l]);
+            g[0][l] = b.y0;
+            g[1][l] = TwiddleLoaded<Inverse>(b.y1, _mm512_loadu_pd(D(w2 + p)));
+            g[2][l] = TwiddleLoaded<Inverse>(b.y2, _mm512_loadu_pd(D(w2 + m2 + p)));
+            g[3][l] = TwiddleLoaded<Inverse>(b.y3, _mm512_loadu_pd(D(w2 + 2 * m2 + p)));
+        }
+        for (int l2 = 0; l2 < 4; ++l2) {
+            const __m512d* v = g[l2];
+            const __m512d t0 = PickPairs<kEven>(v[0], v[1]), t1 = PickPairs<kOdd>(v[0], v[1]);
+            const __m512d t2 = PickPairs<kEven>(v[2], v[3]), t3 = PickPairs<kOdd>(v[2], v[3]);
+            double* out = D(y + 16 * p + 4 * l2);
+            _mm512_storeu_pd(out, PickPairs<kEven>(t0, t2));
+            _mm512_storeu_pd(out + 32, PickPairs<kEven>(t1, t3));
+            _mm512_storeu_pd(out + 64, PickPairs<kOdd>(t0, t2));
+            _mm512_storeu_pd(out + 96, PickPairs<kOdd>(t1, t3));
+        }
+    }
+}
+
+QOR_TARGET_AVX512 void Radix4Twice(int n, int s, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w, const Ipp64fc* w2,
+                                   bool inverse) {
+    if (s >= 4) {
+        inverse ? Radix16Strided<true>(n, s, x, y, w, w2) : Radix16Strided<false>(n, s, x, y, w, w2);
+    } else if (s == 1 && n >= 64) {
+        inverse ? Radix16Stride1<true>(n, x, y, w, w2) : Radix16Stride1<false>(n, x, y, w, w2);
+    } else {
+        // Too short for the registers: the two passes through a small buffer.
+        Ipp64fc between[64];
+        Radix4Pass(n, s, x, between, w, inverse);
+        Radix4Pass(n / 4, 4 * s, between, y, w2, inverse);
+    }
+}
+
 template <bool Inverse>
 QOR_TARGET_AVX512 void Radix4Last(int s, const Ipp64fc* x, Ipp64fc* y, double scale) {
     const __m512d k = _mm512_set1_pd(scale);
@@ -157,6 +249,6 @@ QOR_TARGET_AVX512 void TwiddleMultiply(const Ipp64fc* a, const Ipp64fc* w, Ipp64
 
 }  // namespace
 
-const FftKernels kFftKernelsAvx512 = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply};
+const FftKernels kFftKernelsAvx512 = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply, Radix4Twice};
 
 }  // namespace qor_prim
