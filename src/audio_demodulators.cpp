@@ -23,6 +23,39 @@ void KeepFinite(double& level) {
     if (!std::isfinite(level)) level = AudioLevels::kStart;
 }
 
+// The sidebands' peak follower over a block: for each x = 2 m, the peak
+// becomes x if x is above it, else (1 - d) x + d peak; that is
+// peak = max(x, (1 - d) x + d peak). Each sample is the map
+// p -> max(a, b + g p), and two such maps compose into one of the same form,
+// so eight stretches of the block are followed side by side (no sample
+// waits for the one before) and their maps applied to the peak in turn.
+// A NaN stays in the map and so reaches the peak.
+double FollowPeak(const Ipp32f* magnitude, int length, double peak) {
+    constexpr int kLanes = 8;
+    const double d = kSidebandDecay, e = 1.0 - kSidebandDecay;
+    const auto step = [d, e](double x, double& a, double& b) {
+        const double decayed = e * x + d * a;
+        a = x > decayed ? x : decayed;
+        b = e * x + d * b;
+    };
+    const int stretch = length / kLanes;
+    double a[kLanes], b[kLanes];
+    for (int l = 0; l < kLanes; ++l) a[l] = -HUGE_VAL, b[l] = 0.0;
+    for (int i = 0; i < stretch; ++i) {
+        for (int l = 0; l < kLanes; ++l) step(static_cast<float>(2.0 * magnitude[l * stretch + i]), a[l], b[l]);
+    }
+    const double g = std::pow(d, stretch);
+    for (int l = 0; l < kLanes; ++l) {
+        const double decayed = b[l] + g * peak;
+        peak = a[l] > decayed ? a[l] : decayed;
+    }
+    for (int i = kLanes * stretch; i < length; ++i) {
+        double tailB = 0.0;
+        step(static_cast<float>(2.0 * magnitude[i]), peak, tailB);
+    }
+    return peak;
+}
+
 class AmDemodulator : public AudioDemodulator {
 public:
     explicit AmDemodulator(double& level) : level(level) {}
@@ -98,12 +131,7 @@ public:
     // `length` must be at least the transformer's delay.
     void Run(const Ipp32fc* channel, Ipp32f* audio, int length) override {
         ippsMagnitude_32fc(channel, audio, length);
-        double peak = level;
-        for (int i = 0; i < length; ++i) {
-            const float x = static_cast<float>(2.0 * audio[i]);
-            peak = x > peak ? x : (1.0 - kSidebandDecay) * x + kSidebandDecay * peak;
-        }
-        level = peak;
+        level = FollowPeak(audio, length, level);
         KeepFinite(level);
 
         for (int i = 0; i < length; ++i) realPart[i] = sign * channel[i].re;

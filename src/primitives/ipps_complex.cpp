@@ -21,6 +21,13 @@ void PowerGeneric(const Ipp64fc* src, Ipp64f* dst, int length) {
     for (int i = 0; i < length; ++i) dst[i] = src[i].re * src[i].re + src[i].im * src[i].im;
 }
 
+void MagnitudeGeneric_32fc(const Ipp32fc* src, Ipp32f* dst, int length) {
+    for (int i = 0; i < length; ++i) {
+        const double re = src[i].re, im = src[i].im;
+        dst[i] = static_cast<Ipp32f>(std::sqrt(re * re + im * im));
+    }
+}
+
 void PhaseGeneric_32fc(const Ipp32fc* src, Ipp32f* dst, int length) {
     for (int i = 0; i < length; ++i) dst[i] = std::atan2(src[i].im, src[i].re);
 }
@@ -32,7 +39,9 @@ namespace {
 constexpr qor_prim::DispatchRow<qor_prim::MulKernel> kMul(qor_prim::MulGeneric, qor_prim::MulAvx2,
                                                                 qor_prim::MulAvx512);
 constexpr qor_prim::DispatchRow<qor_prim::PowerKernel> kPower(qor_prim::PowerGeneric, qor_prim::PowerAvx2);
-constexpr qor_prim::DispatchRow<qor_prim::PhaseKernel> kPhase(qor_prim::PhaseGeneric_32fc, qor_prim::PhaseAvx2_32fc);
+constexpr qor_prim::DispatchRow<qor_prim::PolarKernel> kMagnitude(qor_prim::MagnitudeGeneric_32fc,
+                                                                   qor_prim::MagnitudeAvx2_32fc);
+constexpr qor_prim::DispatchRow<qor_prim::PolarKernel> kPhase(qor_prim::PhaseGeneric_32fc, qor_prim::PhaseAvx2_32fc);
 
 }  // namespace
 
@@ -52,10 +61,7 @@ IppStatus ippsConj_64fc(const Ipp64fc* src, Ipp64fc* dst, int length) {
 
 IppStatus ippsMagnitude_32fc(const Ipp32fc* src, Ipp32f* dst, int length) {
     if (IppStatus s = CheckVector(length, src, dst)) return s;
-    for (int i = 0; i < length; ++i) {
-        const double re = src[i].re, im = src[i].im;
-        dst[i] = static_cast<Ipp32f>(std::sqrt(re * re + im * im));
-    }
+    kMagnitude.Pick()(src, dst, length);
     return ippStsNoErr;
 }
 

@@ -9,6 +9,7 @@
 
 #include "audio_analysis.h"
 #include "audio_chain.h"
+#include "audio_demodulators.h"
 #include "settings.h"
 
 namespace {
@@ -70,6 +71,33 @@ TEST(AudioChain, SidebandToneRunsOnAcrossTheSeam) {
     const audiotest::ToneFit fit = audiotest::FitTone(lastTwo, AudioChain::kAudioRate, 1000.0, 2000.0);
     EXPECT_NEAR(fit.frequency, 1500.0, 0.01);
     EXPECT_GT(fit.sinadDb, 60.0);
+}
+
+// The sidebands' level after a turn is the peak followed sample by sample
+// (up at once, down by the decay): bursts at the start, in the middle and at
+// the very end of the turn, and a NaN that makes it restart.
+TEST(AudioChain, SidebandLevelFollowsThePeakSampleBySample) {
+    const int length = AudioChain::kTurnSamples + 5;
+    std::vector<Ipp32fc> channel(length);
+    std::vector<Ipp32f> audio(length);
+    for (int i = 0; i < length; ++i) {
+        const float burst = (i % 20011 < 40 || i == length - 1) ? 3.0f : 0.2f;
+        channel[i] = {burst * static_cast<float>(std::cos(i * 0.01)), burst * static_cast<float>(std::sin(i * 0.013))};
+    }
+    const double d = std::pow(2.71828, -1e-05);
+    double expected = 0.5;
+    for (const Ipp32fc z : channel) {
+        const float x = static_cast<float>(2.0 * static_cast<float>(std::sqrt(double{z.re} * z.re + double{z.im} * z.im)));
+        expected = x > expected ? x : (1.0 - d) * x + d * expected;
+    }
+    qor::AudioLevels levels;
+    levels.sideband = 0.5;
+    auto demodulator = qor::MakeAudioDemodulator(qor::AudioUSB, levels, 3000.0, 75.0, length);
+    demodulator->Run(channel.data(), audio.data(), length);
+    EXPECT_NEAR(levels.sideband, expected, 1e-9 * expected);
+    channel[777].re = std::numeric_limits<float>::quiet_NaN();
+    demodulator->Run(channel.data(), audio.data(), length);
+    EXPECT_EQ(levels.sideband, qor::AudioLevels::kStart);
 }
 
 // A turn whose AM level turned infinite or NaN: its own output is silence,

@@ -167,9 +167,14 @@ TEST(Complex, ProductsPowersAndAnglesOnEveryPath) {
         }
         z[5] = {0.0f, -0.0f}, z[17] = {-0.0f, 0.0f}, z[40] = {-2.0f, 0.0f}, z[41] = {0.0f, 3.0f};
         z[99] = {NAN, 1.0f}, z[100] = {INFINITY, -INFINITY};
-        std::vector<Ipp32f> angle(z.size());
+        std::vector<Ipp32f> angle(z.size()), magnitude(z.size());
         EXPECT_EQ(ippsPhase_32fc(z.data(), angle.data(), static_cast<int>(z.size())), ippStsNoErr);
+        EXPECT_EQ(ippsMagnitude_32fc(z.data(), magnitude.data(), static_cast<int>(z.size())), ippStsNoErr);
         for (size_t i = 0; i < z.size(); ++i) {
+            const float hypot = static_cast<float>(std::hypot(double{z[i].re}, double{z[i].im}));
+            if (!std::isnan(hypot)) {
+                EXPECT_EQ(magnitude[i], hypot) << i;
+            }
             const double ref = std::atan2(static_cast<double>(z[i].im), static_cast<double>(z[i].re));
             if (std::isnan(ref)) {
                 EXPECT_TRUE(std::isnan(angle[i])) << i;

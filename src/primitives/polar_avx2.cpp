@@ -1,4 +1,7 @@
-// The angle atan2(im, re) of eight complex floats at a time, in float: the
+// Magnitude and angle of complex floats, eight at a time.
+//
+// The magnitude in double precision, as the scalar code has it. The angle
+// atan2(im, re) in float: the
 // ratio of the smaller to the larger part is folded below tan(pi / 8) and an
 // odd polynomial gives its arctangent to about two ulps; the octant then sets
 // the offset and the sign. Groups with a zero, infinite or NaN value go
@@ -48,18 +51,44 @@ QOR_TARGET_AVX2 inline bool AllOrdinary(__m256 y, __m256 x) {
     return _mm256_movemask_ps(_mm256_and_ps(positive, finite)) == 0xFF;
 }
 
+// The real and imaginary parts of eight complex floats.
+struct Parts {
+    __m256 re, im;
+};
+
+// The shuffles of LoadParts give the parts in the order 0 1 4 5 2 3 6 7; this restores it.
+QOR_TARGET_AVX2 inline __m256 InOrder(__m256 v) {
+    return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(v), 0xD8));
+}
+
+QOR_TARGET_AVX2 inline Parts LoadParts(const float* s) {
+    const __m256 lo = _mm256_loadu_ps(s), hi = _mm256_loadu_ps(s + 8);
+    return {InOrder(_mm256_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0))),
+            InOrder(_mm256_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1)))};
+}
+
+QOR_TARGET_AVX2 inline __m128 Magnitude4(__m128 re, __m128 im) {
+    const __m256d r = _mm256_cvtps_pd(re), i = _mm256_cvtps_pd(im);
+    return _mm256_cvtpd_ps(_mm256_sqrt_pd(_mm256_fmadd_pd(r, r, _mm256_mul_pd(i, i))));
+}
+
 }  // namespace
 
-QOR_TARGET_AVX2 void PhaseAvx2_32fc(const Ipp32fc* src, Ipp32f* dst, int length) {
-    const float* s = &src[0].re;
+QOR_TARGET_AVX2 void MagnitudeAvx2_32fc(const Ipp32fc* src, Ipp32f* dst, int length) {
     int i = 0;
     for (; i + 8 <= length; i += 8) {
-        const __m256 lo = _mm256_loadu_ps(s + 2 * i), hi = _mm256_loadu_ps(s + 2 * i + 8);
-        // The shuffles give the parts in the order 0 1 4 5 2 3 6 7; the lane permutation restores it.
-        const __m256 re = _mm256_castpd_ps(
-            _mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0))), 0xD8));
-        const __m256 im = _mm256_castpd_ps(
-            _mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1))), 0xD8));
+        const Parts z = LoadParts(&src[i].re);
+        _mm_storeu_ps(dst + i, Magnitude4(_mm256_castps256_ps128(z.re), _mm256_castps256_ps128(z.im)));
+        _mm_storeu_ps(dst + i + 4, Magnitude4(_mm256_extractf128_ps(z.re, 1), _mm256_extractf128_ps(z.im, 1)));
+    }
+    MagnitudeGeneric_32fc(src + i, dst + i, length - i);
+}
+
+QOR_TARGET_AVX2 void PhaseAvx2_32fc(const Ipp32fc* src, Ipp32f* dst, int length) {
+    int i = 0;
+    for (; i + 8 <= length; i += 8) {
+        const Parts z = LoadParts(&src[i].re);
+        const __m256 re = z.re, im = z.im;
         if (AllOrdinary(im, re)) {
             _mm256_storeu_ps(dst + i, Atan2(im, re));
         } else {
