@@ -139,12 +139,13 @@ public:
         // The imaginary path, 1023 samples late: the head of the block from the
         // tail of the last one.
         const int seam = length - kHilbertDelay;
+        const double gain = 1.0 / level;
         for (int i = 0; i < kHilbertDelay; ++i) {
-            audio[i] = static_cast<float>((hilbertOut[i] + quadratureDelay[i]) / level);
+            audio[i] = static_cast<float>((hilbertOut[i] + quadratureDelay[i]) * gain);
             quadratureDelay[i] = channel[i + seam].im;
         }
         for (int i = kHilbertDelay; i < length; ++i) {
-            audio[i] = static_cast<float>((hilbertOut[i] + channel[i - kHilbertDelay].im) / level);
+            audio[i] = static_cast<float>((hilbertOut[i] + channel[i - kHilbertDelay].im) * gain);
         }
     }
 

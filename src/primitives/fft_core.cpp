@@ -47,8 +47,10 @@ void FillStockham(Ipp64fc* twiddles, int order, const TwiddleSource& source, int
     }
 }
 
+// With `times`, a forward transform whose outputs are multiplied by it
+// (scale ignored), in the last pass where the kernels can.
 void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* src, Ipp64fc* dst, Ipp64fc* scratch,
-                 double scale, bool inverse) {
+                 double scale, bool inverse, const Ipp64fc* times = nullptr) {
     if (plan.order == 0) {
         dst[0] = {src[0].re * scale, src[0].im * scale};
         return;
@@ -89,10 +91,16 @@ void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* s
         in = out;
         out = out == dst ? scratch : dst;
     }
-    if (len == 4) {
-        k.radix4Last(stride, in, out, scale, inverse);
+    const auto lastTimes = len == 4 ? k.radix4LastTimes : k.radix2LastTimes;
+    if (times && lastTimes && stride >= 4) {
+        lastTimes(stride, in, out, times);
     } else {
-        k.radix2Last(stride, in, out, scale);
+        if (len == 4) {
+            k.radix4Last(stride, in, out, scale, inverse);
+        } else {
+            k.radix2Last(stride, in, out, scale);
+        }
+        if (times) k.twiddle(out, times, out, 1 << plan.order, false);
     }
 }
 
@@ -209,6 +217,15 @@ void FftRunShorter(const IppsFFTSpec_C_64fc& spec, int order, const Ipp64fc* src
     const Ipp64fc* twiddles = spec.whole.twiddles;
     for (int o = spec.order; o > order; o -= 2) twiddles += 3 * (size_t{1} << (o - 2));
     RunStockham({order, twiddles}, *spec.kernels, src, dst, AlignPointer<Ipp64fc>(work), scale, inverse);
+}
+
+void FftRunTimes(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, const Ipp64fc* h) {
+    if (spec.split) {
+        RunSplit(spec, src, dst, AlignPointer<Ipp64fc>(work), false, 1.0);
+        spec.kernels->twiddle(dst, h, dst, 1 << spec.order, false);
+        return;
+    }
+    RunStockham(spec.whole, *spec.kernels, src, dst, AlignPointer<Ipp64fc>(work), 1.0, false, h);
 }
 
 void FftRun(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, bool inverse) {

@@ -64,6 +64,10 @@ void FftRun(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, vo
 void FftRunScaled(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, bool inverse,
                   double scale);
 
+// The forward transform, unscaled, with each output multiplied by h at its
+// index (h and dst not the same array).
+void FftRunTimes(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, const Ipp64fc* h);
+
 // The transform of 2^order points on the tables of a larger unsplit one,
 // whose order exceeds it by an even number: the passes of the shorter
 // transform are the later passes of the larger.

@@ -25,6 +25,11 @@ struct FftKernels {
     // are too few to hold sixteen inputs.
     void (*radix4Twice)(int n, int s, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w, const Ipp64fc* w2,
                         bool inverse);
+    // The forward last passes with each output multiplied by h at its index
+    // (the product of a fast convolution on the way out). Null where the
+    // product is left to a pass of its own.
+    void (*radix4LastTimes)(int s, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* h);
+    void (*radix2LastTimes)(int s, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* h);
 };
 
 extern const FftKernels kFftKernelsGeneric;

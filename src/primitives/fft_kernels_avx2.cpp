@@ -139,6 +139,6 @@ QOR_TARGET_AVX2 void TwiddleMultiply(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc
 
 }  // namespace
 
-const FftKernels kFftKernelsAvx2 = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply, nullptr};
+const FftKernels kFftKernelsAvx2 = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply, nullptr, nullptr, nullptr};
 
 }  // namespace qor_prim

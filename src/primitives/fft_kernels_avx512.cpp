@@ -238,6 +238,30 @@ QOR_TARGET_AVX512 void Radix2LastPass(int s, const Ipp64fc* x, Ipp64fc* y, doubl
     }
 }
 
+QOR_TARGET_AVX512 inline __m512d Times(__m512d v, const Ipp64fc* h) {
+    return TwiddleLoaded<false>(v, _mm512_loadu_pd(D(h)));
+}
+
+QOR_TARGET_AVX512 void Radix4LastTimes(int s, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* h) {
+    for (int q = 0; q < s; q += 4) {
+        const __m512d a = _mm512_loadu_pd(D(x + q)), b = _mm512_loadu_pd(D(x + q + s));
+        const __m512d c = _mm512_loadu_pd(D(x + q + 2 * s)), d = _mm512_loadu_pd(D(x + q + 3 * s));
+        const Four f = Butterfly<false>(a, b, c, d);
+        _mm512_storeu_pd(D(y + q), Times(f.y0, h + q));
+        _mm512_storeu_pd(D(y + q + s), Times(f.y1, h + q + s));
+        _mm512_storeu_pd(D(y + q + 2 * s), Times(f.y2, h + q + 2 * s));
+        _mm512_storeu_pd(D(y + q + 3 * s), Times(f.y3, h + q + 3 * s));
+    }
+}
+
+QOR_TARGET_AVX512 void Radix2LastTimes(int s, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* h) {
+    for (int q = 0; q < s; q += 4) {
+        const __m512d a = _mm512_loadu_pd(D(x + q)), b = _mm512_loadu_pd(D(x + q + s));
+        _mm512_storeu_pd(D(y + q), Times(_mm512_add_pd(a, b), h + q));
+        _mm512_storeu_pd(D(y + q + s), Times(_mm512_sub_pd(a, b), h + q + s));
+    }
+}
+
 QOR_TARGET_AVX512 void TwiddleMultiply(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc* d, int length, bool inverse) {
     int i = 0;
     for (; i + 4 <= length; i += 4) {
@@ -249,6 +273,7 @@ QOR_TARGET_AVX512 void TwiddleMultiply(const Ipp64fc* a, const Ipp64fc* w, Ipp64
 
 }  // namespace
 
-const FftKernels kFftKernelsAvx512 = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply, Radix4Twice};
+const FftKernels kFftKernelsAvx512 = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply, Radix4Twice,
+                                       Radix4LastTimes, Radix2LastTimes};
 
 }  // namespace qor_prim

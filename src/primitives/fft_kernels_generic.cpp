@@ -81,6 +81,6 @@ void TwiddleMultiply(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc* d, int length,
 
 }  // namespace
 
-const FftKernels kFftKernelsGeneric = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply, nullptr};
+const FftKernels kFftKernelsGeneric = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply, nullptr, nullptr, nullptr};
 
 }  // namespace qor_prim

@@ -11,14 +11,10 @@ namespace qor_prim {
 struct FirKernels {
     void (*directReal)(const double* line, const double* reversed, int taps, int count, double* out);
     void (*directComplex)(const Ipp64fc* line, const Ipp64fc* reversed, int taps, int count, Ipp64fc* out);
-    // d = a x b, complex, for the spectra of the fast convolution.
-    void (*multiply)(const Ipp64fc* a, const Ipp64fc* b, Ipp64fc* d, int length);
 };
 
 extern const FirKernels kFirKernelsGeneric;
 extern const FirKernels kFirKernelsAvx2;
-// The AVX2 sums with the 512-bit spectrum product.
-extern const FirKernels kFirKernelsAvx2Wide;
 
 }  // namespace qor_prim
 

@@ -2,7 +2,6 @@
 // broadcast once and meets 8 complex or 16 real outputs.
 #include <immintrin.h>
 
-#include "complex_kernels.h"
 #include "dispatch_row.h"
 #include "fir_kernels.h"
 
@@ -71,7 +70,6 @@ QOR_TARGET_AVX2 void DirectComplex(const Ipp64fc* line, const Ipp64fc* reversed,
 
 }  // namespace
 
-const FirKernels kFirKernelsAvx2 = {DirectReal, DirectComplex, MulAvx2};
-const FirKernels kFirKernelsAvx2Wide = {DirectReal, DirectComplex, MulAvx512};
+const FirKernels kFirKernelsAvx2 = {DirectReal, DirectComplex};
 
 }  // namespace qor_prim

@@ -1,4 +1,3 @@
-#include "complex_kernels.h"
 #include "fir_kernels.h"
 
 namespace qor_prim {
@@ -27,6 +26,6 @@ void DirectComplex(const Ipp64fc* line, const Ipp64fc* reversed, int taps, int c
 
 }  // namespace
 
-const FirKernels kFirKernelsGeneric = {DirectReal, DirectComplex, MulGeneric};
+const FirKernels kFirKernelsGeneric = {DirectReal, DirectComplex};
 
 }  // namespace qor_prim

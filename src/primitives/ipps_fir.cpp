@@ -23,8 +23,7 @@ constexpr size_t kAlign = 64;
 size_t AlignUp(size_t bytes) { return (bytes + kAlign - 1) & ~(kAlign - 1); }
 
 const qor_prim::DispatchRow<const qor_prim::FirKernels*> kKernelRow(&qor_prim::kFirKernelsGeneric,
-                                                                     &qor_prim::kFirKernelsAvx2,
-                                                                     &qor_prim::kFirKernelsAvx2Wide);
+                                                                     &qor_prim::kFirKernelsAvx2);
 
 int CeilLog2(int v) {
     int order = 0;
@@ -37,7 +36,7 @@ struct Layout {
     bool fast;
     int order;  // of the FFT
     int chunk;  // samples handled per step
-    size_t reversed, line, out, realLine, spectrum, freq, fftSpec, fftHalfSpec, fftWork, total;
+    size_t reversed, line, out, realLine, spectrum, spectrumHalf, freq, fftSpec, fftHalfSpec, fftWork, total;
 };
 
 Layout PlanLayout(int taps, bool complex);
@@ -94,6 +93,7 @@ Layout PlanLayout(int taps, bool complex) {
         l.line = take(n * sizeof(Ipp64fc));
         if (!complex) l.realLine = take((taps - 1 + 2 * fresh) * sizeof(double));
         l.spectrum = take(n * sizeof(Ipp64fc));
+        l.spectrumHalf = take(n / 2 * sizeof(Ipp64fc));
         l.freq = take(n * sizeof(Ipp64fc));
         l.fftSpec = take(sizes.spec);
         l.fftHalfSpec = take(qor_prim::FftMemorySizes(l.order - 1).spec);
@@ -144,25 +144,46 @@ int Log2(int v) {
     return order;
 }
 
+// The transform a chunk is filtered with: the full one, or the one of half
+// the points for a chunk short enough (the last of a block, mostly).
+struct Transform {
+    const IppsFFTSpec_C_64fc* spec;
+    const Ipp64fc* spectrum;  // of the taps, turned back by keep, scaled by 1 / n
+    int fresh;                // new samples a transform (or each half of a real one) takes
+};
+
+Transform FullTransform(const FirCore& c) {
+    return {c.fft, c.At<Ipp64fc>(c.layout.spectrum), (1 << c.layout.order) - c.taps + 1};
+}
+
+Transform HalfTransform(const FirCore& c) {
+    return {c.fftHalf, c.At<Ipp64fc>(c.layout.spectrumHalf), (1 << (c.layout.order - 1)) - c.taps + 1};
+}
+
+// Whether the folded transform of factor can follow t: the shorter
+// transforms run on the tables of the unsplit sizes.
+bool CanFold(const FirCore& c, const Transform& t, int factor) {
+    return factor == 1 || (!c.fft->split && !c.fftHalf->split && (1 << t.spec->order) >= factor);
+}
+
 // Circular convolution of the line with the taps, into freq: output i is the
 // filter's output for line[keep + i] (the taps' spectrum is that of the taps
 // turned back by keep). With a factor above 1, only every factor-th output:
 // the spectrum folded onto n / factor bins, whose inverse transform is the
 // sampled output, at a fraction of the cost of the whole.
-void Convolve(const FirCore& c, int factor) {
-    const int n = 1 << c.layout.order;
+void Convolve(const FirCore& c, const Transform& t, int factor) {
+    const int n = 1 << t.spec->order;
     Ipp64fc* freq = c.At<Ipp64fc>(c.layout.freq);
     void* work = c.At<void>(c.layout.fftWork);
-    qor_prim::FftRunScaled(*c.fft, c.At<Ipp64fc>(c.layout.line), freq, work, false, 1.0);
-    c.kernels->multiply(freq, c.At<Ipp64fc>(c.layout.spectrum), freq, n);
+    qor_prim::FftRunTimes(*t.spec, c.At<Ipp64fc>(c.layout.line), freq, work, t.spectrum);
     if (factor == 1) {
-        qor_prim::FftRunScaled(*c.fft, freq, freq, work, true, 1.0);
+        qor_prim::FftRunScaled(*t.spec, freq, freq, work, true, 1.0);
         return;
     }
     const int bins = n / factor;
     for (int r = 1; r < factor; ++r) ippsAdd_64f(&freq[r * bins].re, &freq[0].re, &freq[0].re, 2 * bins);
-    const int order = c.layout.order - Log2(factor);
-    const IppsFFTSpec_C_64fc& spec = (c.layout.order - order) % 2 == 0 ? *c.fft : *c.fftHalf;
+    const int order = t.spec->order - Log2(factor);
+    const IppsFFTSpec_C_64fc& spec = (c.fft->order - order) % 2 == 0 ? *c.fft : *c.fftHalf;
     qor_prim::FftRunShorter(spec, order, freq, freq, work, true, 1.0);
 }
 
@@ -170,6 +191,10 @@ void Convolve(const FirCore& c, int factor) {
 // to the next chunk. Returns how many were written.
 template <typename Get, typename S>
 int PutEvery(Get get, int count, S* dst, int factor, int& phase) {
+    if (factor == 1) {  // the plain copy, in a loop the compiler vectorises
+        for (int i = 0; i < count; ++i) Put(get(i), dst + i);
+        return count;
+    }
     int written = 0;
     int i = phase;
     for (; i < count; i += factor) Put(get(i), dst + written++);
@@ -177,11 +202,12 @@ int PutEvery(Get get, int count, S* dst, int factor, int& phase) {
     return written;
 }
 
-// Filters count samples and writes every factor-th output from phase on
-// (all of them for factor 1); `fresh` is the most a real chunk's half holds.
-// Returns how many outputs were written.
+// Filters count samples with t and writes every factor-th output from phase
+// on (all of them for factor 1); `fresh` is the most a real chunk's half
+// holds. Returns how many outputs were written.
 template <typename S>
-int FilterChunk(const FirCore& c, const S* src, S* dst, int count, int fresh, int factor, int& phase) {
+int FilterChunk(const FirCore& c, const S* src, S* dst, int count, const Transform& t, int fresh, int factor,
+                int& phase) {
     using D = typename Traits<S>::Domain;
     const int keep = c.taps - 1;
     D* line = History<D>(c);
@@ -192,24 +218,27 @@ int FilterChunk(const FirCore& c, const S* src, S* dst, int count, int fresh, in
         Direct(c, line, count, out);
         written = PutEvery([out](int i) { return out[i]; }, count, dst, factor, phase);
     } else if constexpr (sizeof(D) == sizeof(Ipp64fc)) {
-        const int n = 1 << c.layout.order;
+        const int n = 1 << t.spec->order;
         for (int i = keep + count; i < n; ++i) line[i] = {0.0, 0.0};
-        const bool fold = phase == 0 && count % factor == 0;
-        Convolve(c, fold ? factor : 1);
+        const bool fold = phase == 0 && count % factor == 0 && CanFold(c, t, factor);
+        Convolve(c, t, fold ? factor : 1);
         const Ipp64fc* y = c.At<Ipp64fc>(c.layout.freq);
         written = fold ? PutEvery([y](int i) { return y[i]; }, count / factor, dst, 1, phase)
                        : PutEvery([y](int i) { return y[i]; }, count, dst, factor, phase);
     } else {
         // Two real chunks ride in one complex transform: the first in the real
         // parts, the next (with its own history) in the imaginary parts.
-        const int n = 1 << c.layout.order;
+        const int n = 1 << t.spec->order;
         const int first = count < fresh ? count : fresh, second = count - first;
         Ipp64fc* packed = c.At<Ipp64fc>(c.layout.line);
-        for (int i = 0; i < n; ++i) {
-            packed[i] = {i < keep + first ? line[i] : 0.0, i < keep + second ? line[fresh + i] : 0.0};
-        }
-        const bool fold = phase == 0 && first % factor == 0 && second % factor == 0;
-        Convolve(c, fold ? factor : 1);
+        // The second chunk only when it has samples: its history lies beyond
+        // the first's samples, in memory not written yet.
+        const int both = second > 0 ? keep + second : 0;  // second <= first
+        for (int i = 0; i < both; ++i) packed[i] = {line[i], line[fresh + i]};
+        for (int i = both; i < keep + first; ++i) packed[i] = {line[i], 0.0};
+        for (int i = keep + first; i < n; ++i) packed[i] = {0.0, 0.0};
+        const bool fold = phase == 0 && first % factor == 0 && second % factor == 0 && CanFold(c, t, factor);
+        Convolve(c, t, fold ? factor : 1);
         const Ipp64fc* y = c.At<Ipp64fc>(c.layout.freq);
         const int step = fold ? 1 : factor;
         written = PutEvery([y](int i) { return y[i].re; }, fold ? first / factor : first, dst, step, phase);
@@ -249,18 +278,22 @@ IppStatus Init(typename Traits<S>::State** state, const S* taps, int tapCount, c
     D* history = History<D>(*core);
     for (int i = 0; i < tapCount - 1; ++i) history[i] = delayLine ? Widen(delayLine[i]) : D{};
     if (core->layout.fast) {
-        const int n = 1 << core->layout.order;
         // The frequency buffer is free until the first call: scratch for the twiddles.
         core->fft = qor_prim::FftBuild(core->layout.order, 1.0, 1.0, core->At<void>(core->layout.fftSpec),
                                        core->At<void>(core->layout.freq));
         core->fftHalf = qor_prim::FftBuild(core->layout.order - 1, 1.0, 1.0, core->At<void>(core->layout.fftHalfSpec),
                                            core->At<void>(core->layout.freq));
-        // The taps turned back by tapCount - 1, so that the output of the chunk's first sample comes first.
-        Ipp64fc* spectrum = core->At<Ipp64fc>(core->layout.spectrum);
-        for (int i = 0; i < n; ++i) spectrum[i] = {0.0, 0.0};
-        for (int i = 0; i < tapCount; ++i) spectrum[(i - (tapCount - 1) + n) % n] = ToComplex(Widen(taps[i]));
-        // Scaled by 1 / N here, so that the inverse transform of each chunk needs no scaling.
-        qor_prim::FftRunScaled(*core->fft, spectrum, spectrum, core->At<void>(core->layout.fftWork), false, 1.0 / n);
+        // The taps turned back by tapCount - 1, so that the output of the
+        // chunk's first sample comes first; scaled by 1 / N, so that the
+        // inverse transform of each chunk needs no scaling.
+        const auto spectrumOf = [&](const IppsFFTSpec_C_64fc& fft, Ipp64fc* spectrum) {
+            const int size = 1 << fft.order;
+            for (int i = 0; i < size; ++i) spectrum[i] = {0.0, 0.0};
+            for (int i = 0; i < tapCount; ++i) spectrum[(i - (tapCount - 1) + size) % size] = ToComplex(Widen(taps[i]));
+            qor_prim::FftRunScaled(fft, spectrum, spectrum, core->At<void>(core->layout.fftWork), false, 1.0 / size);
+        };
+        spectrumOf(*core->fft, core->At<Ipp64fc>(core->layout.spectrum));
+        spectrumOf(*core->fftHalf, core->At<Ipp64fc>(core->layout.spectrumHalf));
     }
     *state = reinterpret_cast<typename Traits<S>::State*>(core);
     return ippStsNoErr;
@@ -278,13 +311,24 @@ IppStatus FilterDown(const S* src, S* dst, int length, int* dstLength, int facto
     // Chunks (and the halves of a real chunk) of a multiple of the factor keep
     // the phase at 0 from chunk to chunk, where the folded transform serves.
     const bool complex = sizeof(typename Traits<S>::Domain) == sizeof(Ipp64fc);
-    int fresh = complex ? core.layout.chunk : core.layout.chunk / 2;
-    if (core.layout.fast && fresh >= factor) fresh -= fresh % factor;
+    const auto roundDown = [&core, factor](int fresh) {
+        return core.layout.fast && fresh >= factor ? fresh - fresh % factor : fresh;
+    };
+    const int fresh = roundDown(complex ? core.layout.chunk : core.layout.chunk / 2);
     const int chunk = complex ? fresh : 2 * fresh;
+    Transform full{}, half{};
+    int halfFresh = 0;
+    if (core.layout.fast) {
+        full = FullTransform(core);
+        half = HalfTransform(core);
+        halfFresh = half.fresh > 0 ? roundDown(half.fresh) : 0;
+    }
     int written = 0;
     for (int pos = 0; pos < length; pos += chunk) {
         const int count = length - pos < chunk ? length - pos : chunk;
-        written += FilterChunk(core, src + pos, dst + written, count, fresh, factor, *phase);
+        const bool small = count <= (complex ? halfFresh : 2 * halfFresh);
+        written += FilterChunk(core, src + pos, dst + written, count, small ? half : full, small ? halfFresh : fresh,
+                               factor, *phase);
     }
     *dstLength = written;
     return ippStsNoErr;
