@@ -8,14 +8,38 @@ namespace {
 
 constexpr long double kTwoPiL = 6.283185307179586476925286766559L;
 constexpr double kTwoPi = 6.283185307179586476925286766559;
-// Samples per block: each block starts from an exact cos and sin and rotates
-// by a small table, which keeps the error at a few ulps at any length.
-constexpr int kBlock = 64;
+// Samples per block: each block starts from its own cos and sin and rotates
+// by a table of the first kBlock steps.
+constexpr int kBlockBits = 6;
+constexpr int kBlock = 1 << kBlockBits;
+// Samples per segment: each segment starts from an exact cos and sin; its
+// blocks follow by rotations in long double, whose error over a segment
+// stays far below an ulp of the output, so the error is a few ulps at any length.
+constexpr int kSegment = 4096;
+
+struct LongComplex {
+    long double re, im;
+};
+
+LongComplex Times(LongComplex a, LongComplex b) { return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re}; }
 
 // The angle 2 pi frequency n + phase, with the whole turns of frequency n removed first.
 double Angle(double frequency, long long n, double phase) {
     const long double turns = static_cast<long double>(frequency) * static_cast<long double>(n);
     return static_cast<double>(kTwoPiL * (turns - std::floor(turns)) + phase);
+}
+
+LongComplex Exact(double frequency, long long n, double phase) {
+    const double a = Angle(frequency, n, phase);
+    return {std::cos(a), std::sin(a)};
+}
+
+// The rotation by n samples in long double: the steps that are multiplied up
+// carry no rounding of a double angle along.
+LongComplex Rotation(double frequency, long long n) {
+    const long double turns = static_cast<long double>(frequency) * static_cast<long double>(n);
+    const long double a = kTwoPiL * (turns - std::floor(turns));
+    return {std::cos(a), std::sin(a)};
 }
 
 }  // namespace
@@ -29,18 +53,32 @@ IppStatus ippsTone_64fc(Ipp64fc* dst, int length, Ipp64f magnitude, Ipp64f frequ
     if (!(*phase >= 0.0 && *phase < kTwoPi)) return ippStsTonePhaseErr;
 
     const double start = *phase;
+    // The steps within a block: the powers of two from their angles, the
+    // others their products, all in long double.
+    LongComplex power[kBlockBits];
+    for (int k = 0; k < kBlockBits; ++k) power[k] = Rotation(frequency, 1LL << k);
+    LongComplex longStep[kBlock];
     Ipp64fc step[kBlock];
     const int stepCount = length < kBlock ? length : kBlock;
-    for (int i = 0; i < stepCount; ++i) {
-        const double a = Angle(frequency, i, 0.0);
-        step[i] = {std::cos(a), std::sin(a)};
+    longStep[0] = {1.0L, 0.0L};
+    step[0] = {1.0, 0.0};
+    for (int i = 1; i < stepCount; ++i) {
+        const int low = i & -i;
+        longStep[i] = Times(longStep[i - low], power[__builtin_ctz(low)]);
+        step[i] = {static_cast<double>(longStep[i].re), static_cast<double>(longStep[i].im)};
     }
-    for (int base = 0; base < length; base += kBlock) {
-        const double a = Angle(frequency, base, start);
-        const double c = magnitude * std::cos(a), s = magnitude * std::sin(a);
-        const int count = length - base < kBlock ? length - base : kBlock;
-        for (int i = 0; i < count; ++i) {
-            dst[base + i] = {c * step[i].re - s * step[i].im, c * step[i].im + s * step[i].re};
+    const LongComplex advance = Rotation(frequency, kBlock);
+    for (int segment = 0; segment < length; segment += kSegment) {
+        const LongComplex exact = Exact(frequency, segment, start);
+        LongComplex anchor = {magnitude * exact.re, magnitude * exact.im};
+        const int end = length - segment < kSegment ? length : segment + kSegment;
+        for (int base = segment; base < end; base += kBlock) {
+            const double c = static_cast<double>(anchor.re), s = static_cast<double>(anchor.im);
+            const int count = end - base < kBlock ? end - base : kBlock;
+            for (int i = 0; i < count; ++i) {
+                dst[base + i] = {c * step[i].re - s * step[i].im, c * step[i].im + s * step[i].re};
+            }
+            anchor = Times(anchor, advance);
         }
     }
     double next = std::fmod(Angle(frequency, length, start), kTwoPi);

@@ -41,7 +41,7 @@ TEST(Tone, BlocksContinueWithoutSeam) {
                                                     std::fabs(whole[n].im - magnitude * std::sin(t))));
         worst = std::max(worst, std::fabs(pieces[n].re - whole[n].re) + std::fabs(pieces[n].im - whole[n].im));
     }
-    EXPECT_LT(worst, 1e-10);
+    EXPECT_LT(worst, 1e-14);  // a few ulps of the magnitude
     const double expected = std::fmod(kTwoPi * f * total + 1.0, kTwoPi);
     EXPECT_NEAR(phaseWhole, expected, 1e-9);
 }
