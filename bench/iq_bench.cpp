@@ -8,9 +8,10 @@
 // build (immediate pacing), one output block per get, in wall time while the
 // engine's thread produces (goal: at least 100); the instrument's rendering
 // of the samples is included, and "CPU" is that of the whole process;
-// "host_x" takes the rendering off: the library's own work. The
-// engine drops what the reader leaves behind: "loss_flags" counts the gets
-// told so, the rate counts what was delivered.
+// "host_x" takes the rendering off: the library's own work, per second of
+// samples that the engine processed (the instrument's count of the blocks it
+// produced). The engine drops what the reader leaves behind: "loss_flags"
+// counts the gets told so, and the rate counts only what was delivered.
 #include <benchmark/benchmark.h>
 
 #include <random>
@@ -21,6 +22,7 @@
 #include "iq_stream.h"
 #include "qor_api.h"
 #include "rbw_filter.h"
+#include "sim_control.h"
 
 namespace {
 
@@ -61,13 +63,16 @@ void BM_IQStream(benchmark::State& state) {
     }
     qorbench::IqBlockReader reader(device, decimation);
     reader.Next(true);  // the first block also waits for the level and the tuning
+    const unsigned serial = state.range(0) == 2 ? kOrskSerial : kVelmSerial;
+    const long long blocksBefore = qorbench::Sim()->sampleBlocks(serial);
     const qorbench::HostCpu host;
     for (auto _ : state) {
         if (reader.Next() != qorNoError) state.SkipWithError("get failed");
     }
     const double hostSeconds = host.Seconds();
+    const long long blocks = qorbench::Sim()->sampleBlocks(serial) - blocksBefore;
     qorAbort(device);
-    state.counters["host_x"] = kBlockSeconds * static_cast<double>(state.iterations()) / hostSeconds;
+    state.counters["host_x"] = static_cast<double>(blocks) * 512 / qor::kSampleRate / hostSeconds;
     state.counters["x_realtime"] = benchmark::Counter(kBlockSeconds, benchmark::Counter::kIsIterationInvariantRate);
     state.counters["loss_flags"] = reader.LossFlags();
 }

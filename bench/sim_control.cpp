@@ -25,6 +25,7 @@ const SimControl* Sim() {
                          Resolve(library, "qorsim_bench_json", &calls.benchJson) &&
                          Resolve(library, "qorsim_last_error", &calls.lastError) &&
                          Resolve(library, "qorsim_lost_blocks", &calls.lostBlocks) &&
+                         Resolve(library, "qorsim_sample_blocks", &calls.sampleBlocks) &&
                          Resolve(library, "qorsim_render_cpu_seconds", &calls.renderCpuSeconds);
         return all ? &calls : nullptr;
     }();

@@ -13,6 +13,7 @@ struct SimControl {
     decltype(&qorsim_bench_json) benchJson;
     decltype(&qorsim_last_error) lastError;
     decltype(&qorsim_lost_blocks) lostBlocks;
+    decltype(&qorsim_sample_blocks) sampleBlocks;
     decltype(&qorsim_render_cpu_seconds) renderCpuSeconds;
 };
 

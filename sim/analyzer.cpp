@@ -164,6 +164,11 @@ uint64_t Analyzer::LostBlocks() {
     return lostBlocks_;
 }
 
+uint64_t Analyzer::SampleBlocks() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return blocksDone_;
+}
+
 // ---- traffic -------------------------------------------------------------
 
 void Analyzer::OnWrite(int channel, const uint8_t* data, uint32_t count, TimePoint now) {

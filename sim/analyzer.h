@@ -56,6 +56,7 @@ public:
     void SetReference(bool present);
     void SetTemperature(double celsius);
     uint64_t LostBlocks();
+    uint64_t SampleBlocks();
     // CPU seconds spent rendering sample blocks, by every unit of the process.
     static double RenderCpuSeconds();
 

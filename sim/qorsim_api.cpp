@@ -161,6 +161,12 @@ int qorsim_set_temperature(unsigned serial, double celsius) {
     return WithAnalyzer(serial, [&](Analyzer& a) { a.SetTemperature(celsius); });
 }
 
+long long qorsim_sample_blocks(unsigned serial) {
+    long long blocks = -1;
+    WithAnalyzer(serial, [&](Analyzer& a) { blocks = static_cast<long long>(a.SampleBlocks()); });
+    return blocks;
+}
+
 long long qorsim_lost_blocks(unsigned serial) {
     long long lost = -1;
     WithAnalyzer(serial, [&](Analyzer& a) { lost = static_cast<long long>(a.LostBlocks()); });
