@@ -17,6 +17,10 @@ void MulGeneric(const Ipp64fc* a, const Ipp64fc* b, Ipp64fc* d, int length) {
     }
 }
 
+void MulConstGeneric(const Ipp64fc* a, Ipp64fc c, Ipp64fc* d, int length) {
+    for (int i = 0; i < length; ++i) d[i] = {c.re * a[i].re - c.im * a[i].im, c.re * a[i].im + c.im * a[i].re};
+}
+
 void PowerGeneric(const Ipp64fc* src, Ipp64f* dst, int length) {
     for (int i = 0; i < length; ++i) dst[i] = src[i].re * src[i].re + src[i].im * src[i].im;
 }

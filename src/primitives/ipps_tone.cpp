@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "complex_kernels.h"
+#include "dispatch_row.h"
 #include "ipp_check.h"
 
 namespace {
@@ -42,6 +44,10 @@ LongComplex Rotation(double frequency, long long n) {
     return {std::cos(a), std::sin(a)};
 }
 
+constexpr qor_prim::DispatchRow<qor_prim::MulConstKernel> kRotate(qor_prim::MulConstGeneric,
+                                                                  qor_prim::MulConstGeneric,
+                                                                  qor_prim::MulConstAvx512);
+
 }  // namespace
 
 IppStatus ippsTone_64fc(Ipp64fc* dst, int length, Ipp64f magnitude, Ipp64f frequency, Ipp64f* phase,
@@ -68,16 +74,14 @@ IppStatus ippsTone_64fc(Ipp64fc* dst, int length, Ipp64f magnitude, Ipp64f frequ
         step[i] = {static_cast<double>(longStep[i].re), static_cast<double>(longStep[i].im)};
     }
     const LongComplex advance = Rotation(frequency, kBlock);
+    const qor_prim::MulConstKernel rotate = kRotate.Pick();
     for (int segment = 0; segment < length; segment += kSegment) {
         const LongComplex exact = Exact(frequency, segment, start);
         LongComplex anchor = {magnitude * exact.re, magnitude * exact.im};
         const int end = length - segment < kSegment ? length : segment + kSegment;
         for (int base = segment; base < end; base += kBlock) {
-            const double c = static_cast<double>(anchor.re), s = static_cast<double>(anchor.im);
-            const int count = end - base < kBlock ? end - base : kBlock;
-            for (int i = 0; i < count; ++i) {
-                dst[base + i] = {c * step[i].re - s * step[i].im, c * step[i].im + s * step[i].re};
-            }
+            const Ipp64fc start = {static_cast<double>(anchor.re), static_cast<double>(anchor.im)};
+            rotate(step, start, dst + base, end - base < kBlock ? end - base : kBlock);
             anchor = Times(anchor, advance);
         }
     }
