@@ -29,7 +29,8 @@ void LnGeneric32(const float* src, float* dst, int length) {
 
 namespace {
 
-constexpr qor_prim::DispatchRow<qor_prim::LnKernel64> kLn64(qor_prim::LnGeneric64, qor_prim::LnAvx2_64);
+constexpr qor_prim::DispatchRow<qor_prim::LnKernel64> kLn64(qor_prim::LnGeneric64, qor_prim::LnAvx2_64,
+                                                              qor_prim::LnAvx512_64);
 constexpr qor_prim::DispatchRow<qor_prim::LnKernel32> kLn32(qor_prim::LnGeneric32, qor_prim::LnAvx2_32);
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The code paths of the logarithm, one per processor level.
+// The code paths of the logarithm, one per processor level and register width.
 #ifndef QOR_PRIMITIVES_TRANSCEND_KERNELS_H
 #define QOR_PRIMITIVES_TRANSCEND_KERNELS_H
 
@@ -17,6 +17,7 @@ int LnClassified(double x, double* y);
 int LnGeneric64(const double* src, double* dst, int length);
 void LnGeneric32(const float* src, float* dst, int length);
 int LnAvx2_64(const double* src, double* dst, int length);
+int LnAvx512_64(const double* src, double* dst, int length);
 void LnAvx2_32(const float* src, float* dst, int length);
 
 }  // namespace qor_prim
