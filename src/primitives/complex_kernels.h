@@ -22,6 +22,7 @@ void PowerGeneric(const Ipp64fc* src, Ipp64f* dst, int length);
 void PowerAvx2(const Ipp64fc* src, Ipp64f* dst, int length);
 void MagnitudeGeneric_32fc(const Ipp32fc* src, Ipp32f* dst, int length);
 void MagnitudeAvx2_32fc(const Ipp32fc* src, Ipp32f* dst, int length);
+void MagnitudeAvx512_32fc(const Ipp32fc* src, Ipp32f* dst, int length);
 void PhaseGeneric_32fc(const Ipp32fc* src, Ipp32f* dst, int length);
 void PhaseAvx2_32fc(const Ipp32fc* src, Ipp32f* dst, int length);
 

@@ -44,7 +44,8 @@ constexpr qor_prim::DispatchRow<qor_prim::MulKernel> kMul(qor_prim::MulGeneric, 
                                                                 qor_prim::MulAvx512);
 constexpr qor_prim::DispatchRow<qor_prim::PowerKernel> kPower(qor_prim::PowerGeneric, qor_prim::PowerAvx2);
 constexpr qor_prim::DispatchRow<qor_prim::PolarKernel> kMagnitude(qor_prim::MagnitudeGeneric_32fc,
-                                                                   qor_prim::MagnitudeAvx2_32fc);
+                                                                   qor_prim::MagnitudeAvx2_32fc,
+                                                                   qor_prim::MagnitudeAvx512_32fc);
 constexpr qor_prim::DispatchRow<qor_prim::PolarKernel> kPhase(qor_prim::PhaseGeneric_32fc, qor_prim::PhaseAvx2_32fc);
 
 }  // namespace
