@@ -149,16 +149,7 @@ int Log2(int v) {
 struct Transform {
     const IppsFFTSpec_C_64fc* spec;
     const Ipp64fc* spectrum;  // of the taps, turned back by keep, scaled by 1 / n
-    int fresh;                // new samples a transform (or each half of a real one) takes
 };
-
-Transform FullTransform(const FirCore& c) {
-    return {c.fft, c.At<Ipp64fc>(c.layout.spectrum), (1 << c.layout.order) - c.taps + 1};
-}
-
-Transform HalfTransform(const FirCore& c) {
-    return {c.fftHalf, c.At<Ipp64fc>(c.layout.spectrumHalf), (1 << (c.layout.order - 1)) - c.taps + 1};
-}
 
 // Whether the folded transform of factor can follow t: the shorter
 // transforms run on the tables of the unsplit sizes.
@@ -317,11 +308,12 @@ IppStatus FilterDown(const S* src, S* dst, int length, int* dstLength, int facto
     const int fresh = roundDown(complex ? core.layout.chunk : core.layout.chunk / 2);
     const int chunk = complex ? fresh : 2 * fresh;
     Transform full{}, half{};
-    int halfFresh = 0;
+    int halfFresh = 0;  // new samples the half transform takes (each half of a real one)
     if (core.layout.fast) {
-        full = FullTransform(core);
-        half = HalfTransform(core);
-        halfFresh = half.fresh > 0 ? roundDown(half.fresh) : 0;
+        full = {core.fft, core.At<Ipp64fc>(core.layout.spectrum)};
+        half = {core.fftHalf, core.At<Ipp64fc>(core.layout.spectrumHalf)};
+        const int room = (1 << (core.layout.order - 1)) - core.taps + 1;
+        halfFresh = room > 0 ? roundDown(room) : 0;
     }
     int written = 0;
     for (int pos = 0; pos < length; pos += chunk) {

@@ -11,8 +11,11 @@
 // The delay line given at initialisation holds tapCount - 1 samples (an
 // array of tapCount serves), oldest first: delayLine[i] = x[i - (tapCount - 1)];
 // null means zeros. Filters from 128 taps on run by fast convolution
-// (overlap-save with the layer's FFT, computed in double precision); shorter
-// ones by a vectorised direct form. Float data are filtered in double precision.
+// (overlap-save with the layer's FFT, computed in double precision, in
+// chunks of about 3/4 of a transform of four times the taps; a chunk short
+// enough, as the end of a block often is, takes the transform of half the
+// points); shorter ones by a vectorised direct form. Float data are filtered
+// in double precision.
 #ifndef QOR_PRIMITIVES_IPPS_FIR_H
 #define QOR_PRIMITIVES_IPPS_FIR_H
 
