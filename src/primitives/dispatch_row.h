@@ -39,5 +39,9 @@ private:
 #define QOR_TARGET_AVX2 __attribute__((target("avx2,fma")))
 // The same for the 512-bit code.
 #define QOR_TARGET_AVX512 __attribute__((target("avx512f,avx512dq,avx2,fma")))
+// For the small register helpers of the vector code: inlined also in
+// unoptimised builds (the sanitizer builds), where a call per register
+// operation would make the vector code slower than the generic one.
+#define QOR_ALWAYS_INLINE inline __attribute__((always_inline))
 
 #endif

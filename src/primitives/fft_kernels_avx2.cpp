@@ -11,19 +11,19 @@ namespace {
 struct Vec {
     using T = __m256d;
     static constexpr int kComplex = 2;
-    QOR_TARGET_AVX2 static T Load(const Ipp64fc* p) { return _mm256_loadu_pd(&p->re); }
-    QOR_TARGET_AVX2 static void Store(Ipp64fc* p, T v) { _mm256_storeu_pd(&p->re, v); }
-    QOR_TARGET_AVX2 static T Broadcast(double v) { return _mm256_set1_pd(v); }
-    QOR_TARGET_AVX2 static T Add(T a, T b) { return _mm256_add_pd(a, b); }
-    QOR_TARGET_AVX2 static T Sub(T a, T b) { return _mm256_sub_pd(a, b); }
-    QOR_TARGET_AVX2 static T Mul(T a, T b) { return _mm256_mul_pd(a, b); }
-    QOR_TARGET_AVX2 static T FmAddSub(T a, T b, T c) { return _mm256_fmaddsub_pd(a, b, c); }
-    QOR_TARGET_AVX2 static T FmSubAdd(T a, T b, T c) { return _mm256_fmsubadd_pd(a, b, c); }
-    QOR_TARGET_AVX2 static T SwapParts(T v) { return _mm256_permute_pd(v, 0x5); }
-    QOR_TARGET_AVX2 static T RealParts(T v) { return _mm256_movedup_pd(v); }
-    QOR_TARGET_AVX2 static T ImagParts(T v) { return _mm256_permute_pd(v, 0xF); }
+    QOR_TARGET_AVX2 QOR_ALWAYS_INLINE static T Load(const Ipp64fc* p) { return _mm256_loadu_pd(&p->re); }
+    QOR_TARGET_AVX2 QOR_ALWAYS_INLINE static void Store(Ipp64fc* p, T v) { _mm256_storeu_pd(&p->re, v); }
+    QOR_TARGET_AVX2 QOR_ALWAYS_INLINE static T Broadcast(double v) { return _mm256_set1_pd(v); }
+    QOR_TARGET_AVX2 QOR_ALWAYS_INLINE static T Add(T a, T b) { return _mm256_add_pd(a, b); }
+    QOR_TARGET_AVX2 QOR_ALWAYS_INLINE static T Sub(T a, T b) { return _mm256_sub_pd(a, b); }
+    QOR_TARGET_AVX2 QOR_ALWAYS_INLINE static T Mul(T a, T b) { return _mm256_mul_pd(a, b); }
+    QOR_TARGET_AVX2 QOR_ALWAYS_INLINE static T FmAddSub(T a, T b, T c) { return _mm256_fmaddsub_pd(a, b, c); }
+    QOR_TARGET_AVX2 QOR_ALWAYS_INLINE static T FmSubAdd(T a, T b, T c) { return _mm256_fmsubadd_pd(a, b, c); }
+    QOR_TARGET_AVX2 QOR_ALWAYS_INLINE static T SwapParts(T v) { return _mm256_permute_pd(v, 0x5); }
+    QOR_TARGET_AVX2 QOR_ALWAYS_INLINE static T RealParts(T v) { return _mm256_movedup_pd(v); }
+    QOR_TARGET_AVX2 QOR_ALWAYS_INLINE static T ImagParts(T v) { return _mm256_permute_pd(v, 0xF); }
     // The imaginary parts negated (`imaginary`), else the real parts.
-    QOR_TARGET_AVX2 static T NegateImag(T v, bool imaginary) {
+    QOR_TARGET_AVX2 QOR_ALWAYS_INLINE static T NegateImag(T v, bool imaginary) {
         return _mm256_xor_pd(v, imaginary ? _mm256_setr_pd(0.0, -0.0, 0.0, -0.0) : _mm256_setr_pd(-0.0, 0.0, -0.0, 0.0));
     }
 };

@@ -14,19 +14,19 @@ namespace {
 struct Vec {
     using T = __m512d;
     static constexpr int kComplex = 4;
-    QOR_TARGET_AVX512 static T Load(const Ipp64fc* p) { return _mm512_loadu_pd(&p->re); }
-    QOR_TARGET_AVX512 static void Store(Ipp64fc* p, T v) { _mm512_storeu_pd(&p->re, v); }
-    QOR_TARGET_AVX512 static T Broadcast(double v) { return _mm512_set1_pd(v); }
-    QOR_TARGET_AVX512 static T Add(T a, T b) { return _mm512_add_pd(a, b); }
-    QOR_TARGET_AVX512 static T Sub(T a, T b) { return _mm512_sub_pd(a, b); }
-    QOR_TARGET_AVX512 static T Mul(T a, T b) { return _mm512_mul_pd(a, b); }
-    QOR_TARGET_AVX512 static T FmAddSub(T a, T b, T c) { return _mm512_fmaddsub_pd(a, b, c); }
-    QOR_TARGET_AVX512 static T FmSubAdd(T a, T b, T c) { return _mm512_fmsubadd_pd(a, b, c); }
-    QOR_TARGET_AVX512 static T SwapParts(T v) { return _mm512_mask_permute_pd(v, 0xFF, v, 0x55); }
-    QOR_TARGET_AVX512 static T RealParts(T v) { return _mm512_mask_movedup_pd(v, 0xFF, v); }
-    QOR_TARGET_AVX512 static T ImagParts(T v) { return _mm512_mask_permute_pd(v, 0xFF, v, 0xFF); }
+    QOR_TARGET_AVX512 QOR_ALWAYS_INLINE static T Load(const Ipp64fc* p) { return _mm512_loadu_pd(&p->re); }
+    QOR_TARGET_AVX512 QOR_ALWAYS_INLINE static void Store(Ipp64fc* p, T v) { _mm512_storeu_pd(&p->re, v); }
+    QOR_TARGET_AVX512 QOR_ALWAYS_INLINE static T Broadcast(double v) { return _mm512_set1_pd(v); }
+    QOR_TARGET_AVX512 QOR_ALWAYS_INLINE static T Add(T a, T b) { return _mm512_add_pd(a, b); }
+    QOR_TARGET_AVX512 QOR_ALWAYS_INLINE static T Sub(T a, T b) { return _mm512_sub_pd(a, b); }
+    QOR_TARGET_AVX512 QOR_ALWAYS_INLINE static T Mul(T a, T b) { return _mm512_mul_pd(a, b); }
+    QOR_TARGET_AVX512 QOR_ALWAYS_INLINE static T FmAddSub(T a, T b, T c) { return _mm512_fmaddsub_pd(a, b, c); }
+    QOR_TARGET_AVX512 QOR_ALWAYS_INLINE static T FmSubAdd(T a, T b, T c) { return _mm512_fmsubadd_pd(a, b, c); }
+    QOR_TARGET_AVX512 QOR_ALWAYS_INLINE static T SwapParts(T v) { return _mm512_mask_permute_pd(v, 0xFF, v, 0x55); }
+    QOR_TARGET_AVX512 QOR_ALWAYS_INLINE static T RealParts(T v) { return _mm512_mask_movedup_pd(v, 0xFF, v); }
+    QOR_TARGET_AVX512 QOR_ALWAYS_INLINE static T ImagParts(T v) { return _mm512_mask_permute_pd(v, 0xFF, v, 0xFF); }
     // The imaginary parts negated (`imaginary`), else the real parts.
-    QOR_TARGET_AVX512 static T NegateImag(T v, bool imaginary) {
+    QOR_TARGET_AVX512 QOR_ALWAYS_INLINE static T NegateImag(T v, bool imaginary) {
         const __m512d odd = _mm512_setr_pd(0.0, -0.0, 0.0, -0.0, 0.0, -0.0, 0.0, -0.0);
         const __m512d even = _mm512_setr_pd(-0.0, 0.0, -0.0, 0.0, -0.0, 0.0, -0.0, 0.0);
         return _mm512_xor_pd(v, imaginary ? odd : even);
@@ -44,7 +44,7 @@ namespace {
 
 // Two complex values of a, chosen by Select, then two of b.
 template <int Select>
-QOR_TARGET_AVX512 inline __m512d PickPairs(__m512d a, __m512d b) {
+QOR_TARGET_AVX512 QOR_ALWAYS_INLINE __m512d PickPairs(__m512d a, __m512d b) {
     return _mm512_mask_shuffle_f64x2(a, 0xFF, a, b, Select);
 }
 

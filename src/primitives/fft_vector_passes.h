@@ -17,20 +17,20 @@ using V = Vec::T;
 
 // v x (wr + j wi) with wr, wi broadcast over each complex; conj(w) for the inverse.
 template <bool Inverse>
-QOR_VECTOR_TARGET inline V Twiddle(V v, V wr, V wi) {
+QOR_VECTOR_TARGET QOR_ALWAYS_INLINE V Twiddle(V v, V wr, V wi) {
     const V cross = Vec::Mul(Vec::SwapParts(v), wi);
     return Inverse ? Vec::FmSubAdd(v, wr, cross) : Vec::FmAddSub(v, wr, cross);
 }
 
 // v x w for w loaded as complex values (conj(w) for the inverse).
 template <bool Inverse>
-QOR_VECTOR_TARGET inline V TwiddleLoaded(V v, V w) {
+QOR_VECTOR_TARGET QOR_ALWAYS_INLINE V TwiddleLoaded(V v, V w) {
     return Twiddle<Inverse>(v, Vec::RealParts(w), Vec::ImagParts(w));
 }
 
 // -j u forward, +j u inverse.
 template <bool Inverse>
-QOR_VECTOR_TARGET inline V RotateQuarter(V u) {
+QOR_VECTOR_TARGET QOR_ALWAYS_INLINE V RotateQuarter(V u) {
     return Vec::NegateImag(Vec::SwapParts(u), !Inverse);
 }
 
@@ -39,7 +39,7 @@ struct Four {
 };
 
 template <bool Inverse>
-QOR_VECTOR_TARGET inline Four Butterfly(V a, V b, V c, V d) {
+QOR_VECTOR_TARGET QOR_ALWAYS_INLINE Four Butterfly(V a, V b, V c, V d) {
     const V t0 = Vec::Add(a, c), t1 = Vec::Sub(a, c);
     const V t2 = Vec::Add(b, d), t3 = RotateQuarter<Inverse>(Vec::Sub(b, d));
     return {Vec::Add(t0, t2), Vec::Add(t1, t3), Vec::Sub(t0, t2), Vec::Sub(t1, t3)};
@@ -72,12 +72,12 @@ QOR_VECTOR_TARGET void Radix4Strided(int n, int s, const Ipp64fc* x, Ipp64fc* y,
 // fast convolution on the way out of the forward transform).
 struct Scaled {
     V k;
-    QOR_VECTOR_TARGET V operator()(V v, long) const { return Vec::Mul(v, k); }
+    QOR_VECTOR_TARGET QOR_ALWAYS_INLINE V operator()(V v, long) const { return Vec::Mul(v, k); }
 };
 
 struct Times {
     const Ipp64fc* h;
-    QOR_VECTOR_TARGET V operator()(V v, long i) const { return TwiddleLoaded<false>(v, Vec::Load(h + i)); }
+    QOR_VECTOR_TARGET QOR_ALWAYS_INLINE V operator()(V v, long i) const { return TwiddleLoaded<false>(v, Vec::Load(h + i)); }
 };
 
 // The last pass when it has length 4: no twiddles.

@@ -17,10 +17,10 @@ namespace qor_prim {
 
 namespace {
 
-QOR_TARGET_AVX2 inline __m256 Abs(__m256 v) { return _mm256_andnot_ps(_mm256_set1_ps(-0.0f), v); }
+QOR_TARGET_AVX2 QOR_ALWAYS_INLINE __m256 Abs(__m256 v) { return _mm256_andnot_ps(_mm256_set1_ps(-0.0f), v); }
 
 // Arctangent of t in [0, 1].
-QOR_TARGET_AVX2 inline __m256 AtanUnit(__m256 t) {
+QOR_TARGET_AVX2 QOR_ALWAYS_INLINE __m256 AtanUnit(__m256 t) {
     const __m256 above = _mm256_cmp_ps(t, _mm256_set1_ps(0.41421356f), _CMP_GT_OQ);
     // Above tan(pi / 8): atan(t) = pi / 4 + atan((t - 1) / (t + 1)).
     const __m256 folded = _mm256_div_ps(_mm256_sub_ps(t, _mm256_set1_ps(1.0f)), _mm256_add_ps(t, _mm256_set1_ps(1.0f)));
@@ -33,7 +33,7 @@ QOR_TARGET_AVX2 inline __m256 AtanUnit(__m256 t) {
     return _mm256_add_ps(atanX, _mm256_and_ps(above, _mm256_set1_ps(0.78539816f)));
 }
 
-QOR_TARGET_AVX2 inline __m256 Atan2(__m256 y, __m256 x) {
+QOR_TARGET_AVX2 QOR_ALWAYS_INLINE __m256 Atan2(__m256 y, __m256 x) {
     const __m256 ax = Abs(x), ay = Abs(y);
     const __m256 steep = _mm256_cmp_ps(ay, ax, _CMP_GT_OQ);
     const __m256 a = AtanUnit(_mm256_div_ps(_mm256_min_ps(ax, ay), _mm256_max_ps(ax, ay)));
@@ -44,7 +44,7 @@ QOR_TARGET_AVX2 inline __m256 Atan2(__m256 y, __m256 x) {
 }
 
 // True when every lane has a non-zero larger part and both parts finite.
-QOR_TARGET_AVX2 inline bool AllOrdinary(__m256 y, __m256 x) {
+QOR_TARGET_AVX2 QOR_ALWAYS_INLINE bool AllOrdinary(__m256 y, __m256 x) {
     const __m256 big = _mm256_max_ps(Abs(x), Abs(y));
     const __m256 positive = _mm256_cmp_ps(big, _mm256_setzero_ps(), _CMP_GT_OQ);
     const __m256 finite = _mm256_cmp_ps(big, _mm256_set1_ps(3.4028235e38f), _CMP_LE_OQ);
@@ -57,17 +57,17 @@ struct Parts {
 };
 
 // The shuffles of LoadParts give the parts in the order 0 1 4 5 2 3 6 7; this restores it.
-QOR_TARGET_AVX2 inline __m256 InOrder(__m256 v) {
+QOR_TARGET_AVX2 QOR_ALWAYS_INLINE __m256 InOrder(__m256 v) {
     return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(v), 0xD8));
 }
 
-QOR_TARGET_AVX2 inline Parts LoadParts(const float* s) {
+QOR_TARGET_AVX2 QOR_ALWAYS_INLINE Parts LoadParts(const float* s) {
     const __m256 lo = _mm256_loadu_ps(s), hi = _mm256_loadu_ps(s + 8);
     return {InOrder(_mm256_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0))),
             InOrder(_mm256_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1)))};
 }
 
-QOR_TARGET_AVX2 inline __m128 Magnitude4(__m128 re, __m128 im) {
+QOR_TARGET_AVX2 QOR_ALWAYS_INLINE __m128 Magnitude4(__m128 re, __m128 im) {
     const __m256d r = _mm256_cvtps_pd(re), i = _mm256_cvtps_pd(im);
     return _mm256_cvtpd_ps(_mm256_sqrt_pd(_mm256_fmadd_pd(r, r, _mm256_mul_pd(i, i))));
 }

@@ -14,7 +14,7 @@ namespace qor_prim {
 
 namespace {
 
-QOR_TARGET_AVX2 inline __m256d Log4(__m256d x) {
+QOR_TARGET_AVX2 QOR_ALWAYS_INLINE __m256d Log4(__m256d x) {
     const __m256i bits = _mm256_castpd_si256(x);
     // Exponent as a double: the biased exponent placed in the mantissa of 2^52.
     const __m256i biased = _mm256_srli_epi64(bits, 52);
@@ -49,7 +49,7 @@ QOR_TARGET_AVX2 inline __m256d Log4(__m256d x) {
 }
 
 // True when all four lanes are normal, positive and finite.
-QOR_TARGET_AVX2 inline bool AllOrdinary(__m256d x) {
+QOR_TARGET_AVX2 QOR_ALWAYS_INLINE bool AllOrdinary(__m256d x) {
     const __m256d lo = _mm256_cmp_pd(x, _mm256_set1_pd(2.2250738585072014e-308), _CMP_GE_OQ);
     const __m256d hi = _mm256_cmp_pd(x, _mm256_set1_pd(1.7976931348623157e308), _CMP_LE_OQ);
     return _mm256_movemask_pd(_mm256_and_pd(lo, hi)) == 0xF;

@@ -10,7 +10,7 @@ namespace qor_prim {
 
 namespace {
 
-QOR_TARGET_AVX512 inline __m512d Log8(__m512d x) {
+QOR_TARGET_AVX512 QOR_ALWAYS_INLINE __m512d Log8(__m512d x) {
     const __m512i bits = _mm512_castpd_si512(x);
     // Exponent as a double: the biased exponent placed in the mantissa of 2^52.
     const __m512d two52 = _mm512_set1_pd(4503599627370496.0);
@@ -46,7 +46,7 @@ QOR_TARGET_AVX512 inline __m512d Log8(__m512d x) {
 }
 
 // True when all eight lanes are normal, positive and finite.
-QOR_TARGET_AVX512 inline bool AllOrdinary(__m512d x) {
+QOR_TARGET_AVX512 QOR_ALWAYS_INLINE bool AllOrdinary(__m512d x) {
     const __mmask8 lo = _mm512_cmp_pd_mask(x, _mm512_set1_pd(2.2250738585072014e-308), _CMP_GE_OQ);
     const __mmask8 hi = _mm512_cmp_pd_mask(x, _mm512_set1_pd(1.7976931348623157e308), _CMP_LE_OQ);
     return (lo & hi) == 0xFF;
