@@ -331,7 +331,8 @@ void AnalyzerLink::Widen(Ipp64fc* out, int samples) {
     // range in one block mean the IF is overloaded and the levels read low.
     int atEdge = 0;
     for (int i = 0; i < 2 * samples; ++i) atEdge += raw[i] >= kOverloadCode || raw[i] <= -kOverloadCode;
-    if (atEdge >= kOverloadValues && countCompression_) compressionFlag = true;
+    lastReadClipped_ = atEdge >= kOverloadValues;
+    if (lastReadClipped_ && countCompression_) compressionFlag = true;
 }
 
 AnalyzerLink::Capture AnalyzerLink::CaptureBlock(Ipp64fc* out, int count, int timeoutMs) {

@@ -210,8 +210,15 @@ public:
     // some block read) seen since the last look.
     bool TakeCompressionMark() { return compressionFlag.exchange(false); }
     // While off, an overload leaves no mark: blocks read with the receiver
-    // driven hard on purpose (the generator sweep's second passes).
+    // driven hard on purpose (the generator sweep's second passes), or by an
+    // engine that carries the overload with its results (LastReadClipped).
     void CountCompression(bool on) { countCompression_ = on; }
+    // Whether the block of the last sample read showed the converter clipping,
+    // marked or not; the reading thread's.
+    bool LastReadClipped() const { return lastReadClipped_; }
+    // Marks an overload for the next retrieval: a result handed out late
+    // that was measured on clipped samples.
+    void MarkCompression() { compressionFlag = true; }
 
 private:
     static constexpr int32_t kPathUnknown = -1;  // the next SetOrskPath always sends
@@ -233,6 +240,7 @@ private:
     const std::atomic<bool>* keepReading_ = nullptr;
     bool commandFailed_ = false;  // a read of the command channel was refused
     bool countCompression_ = true;
+    bool lastReadClipped_ = false;
 
     // FT_Open of both channels, the stream channel with retries; false leaves both closed.
     bool OpenChannels(int streamIndex, int commandIndex);

@@ -17,6 +17,7 @@ AudioEngine::AudioEngine(Settings* settings, AnalyzerLink* link, CalibrationStor
       centerHz((settings->audioCenter += settings->audioType == AudioCW ? kCwOffsetHz : 0.0) /
                corr->timebaseFactor),
       audioRing(kRingSamples) {
+    CarryOverloadWithResults();
     StartThread([this] { Run(); });
 }
 
@@ -31,22 +32,25 @@ void AudioEngine::Run() {
     link->StartStream();
     while (running) {
         bool full = false;
+        bool clipped = false;
         while (!full && running) {
             // A read that fails leaves what the read buffer held.
             if (!link->ReadSamples4096(read.get())) exchange.FailUsb();
+            clipped = clipped || link->LastReadClipped();
             full = chain.Take(read.get());
         }
         if (!running) break;
         chain.Run(block.get());
-        Deliver(block.get());
+        Deliver(block.get(), clipped);
     }
     link->StopStream();
 }
 
-void AudioEngine::Deliver(const Ipp32f* block) {
+void AudioEngine::Deliver(const Ipp32f* block, bool clipped) {
     {
         std::lock_guard<std::mutex> lock(ringLock);
         ippsCopy_32f(block, audioRing.get() + ringWrite, kBlock);
+        ringClipped[ringWrite / kBlock] = clipped;
     }
     ringWrite += kBlock;
     if (ringWrite >= kRingSamples) ringWrite = 0;
@@ -65,10 +69,13 @@ qorStatus AudioEngine::GetAudio(float* audio) {
         if (!exchange.AwaitSignal()) return qorNotConfiguredErr;
     }
     ringCount.fetch_sub(kBlock);
+    bool clipped;
     {
         std::lock_guard<std::mutex> lock(ringLock);
         ippsCopy_32f(audioRing.get() + ringRead, audio, kBlock);
+        clipped = ringClipped[ringRead / kBlock];
     }
+    if (clipped) link->MarkCompression();
     ringRead += kBlock;
     if (ringRead >= kRingSamples) ringRead = 0;
     return exchange.UsbFailed() ? qorUsbCommErr : qorNoError;
