@@ -331,8 +331,9 @@ void AnalyzerLink::Widen(Ipp64fc* out, int samples) {
     // range in one block mean the IF is overloaded and the levels read low.
     int atEdge = 0;
     for (int i = 0; i < 2 * samples; ++i) atEdge += raw[i] >= kOverloadCode || raw[i] <= -kOverloadCode;
-    lastReadClipped_ = atEdge >= kOverloadValues;
-    if (lastReadClipped_ && countCompression_) compressionFlag = true;
+    if (atEdge < kOverloadValues) return;
+    clippedSince_ = true;
+    if (countCompression_) compressionFlag = true;
 }
 
 AnalyzerLink::Capture AnalyzerLink::CaptureBlock(Ipp64fc* out, int count, int timeoutMs) {
@@ -374,6 +375,7 @@ bool AnalyzerLink::ReadSamples4096(Ipp64fc* out) {
 }
 
 void AnalyzerLink::StartStream() {
+    clippedSince_ = false;  // what the reads before showed belongs to them
     Command({'T'});
     if (WaitForStream(sizeof syncWord, kStreamReadLimitMs, 1)) ReadStreamBytes(syncWord, sizeof syncWord);
 }
@@ -388,6 +390,21 @@ void AnalyzerLink::StopStream() {
             ReadStreamBytes(workBuffer, std::min<DWORD>(queued, kStreamBytes));
         }
     }
+}
+
+void AnalyzerLink::DrainStream(uint32_t limitMs) {
+    const uint32_t start = os::TickMs();
+    do {
+        os::SleepMs(12);
+        const DWORD queued = StreamQueued();
+        if (queued == 0) return;
+        ReadStreamBytes(workBuffer, std::min<DWORD>(queued, kStreamBytes));
+    } while (os::TickMs() - start <= limitMs && !Stopping());
+}
+
+bool AnalyzerLink::StreamAnswers() {
+    DWORD queued = 0;
+    return Ft().GetQueueStatus(streamChannel, &queued) == FT_OK;
 }
 
 bool AnalyzerLink::CaptureStream(Ipp64fc* out, int count) {

@@ -20,6 +20,7 @@
 #include <initializer_list>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "d2xx.h"
 #include "device_family.h"
@@ -112,6 +113,11 @@ public:
     bool ReadSamples4096(Ipp64fc* out);
     void StartStream();
     void StopStream();
+    // Reads and drops what the unit still sends (the rest of a torn
+    // capture) until a look finds the stream quiet, for at most `limitMs`.
+    void DrainStream(uint32_t limitMs);
+    // Whether the stream channel still takes calls: an unplugged unit refuses them.
+    bool StreamAnswers();
     // The sync word of the last stream start or frame header.
     const uint8_t* SyncWord() const { return syncWord; }
     // While an engine runs, its `running`: every wait for the stream gives up
@@ -211,11 +217,11 @@ public:
     bool TakeCompressionMark() { return compressionFlag.exchange(false); }
     // While off, an overload leaves no mark: blocks read with the receiver
     // driven hard on purpose (the generator sweep's second passes), or by an
-    // engine that carries the overload with its results (LastReadClipped).
+    // engine that carries the overload with its results (TakeClipped).
     void CountCompression(bool on) { countCompression_ = on; }
-    // Whether the block of the last sample read showed the converter clipping,
-    // marked or not; the reading thread's.
-    bool LastReadClipped() const { return lastReadClipped_; }
+    // Whether a block read since the last call showed the converter
+    // clipping, marked or not; the reading thread's.
+    bool TakeClipped() { return std::exchange(clippedSince_, false); }
     // Marks an overload for the next retrieval: a result handed out late
     // that was measured on clipped samples.
     void MarkCompression() { compressionFlag = true; }
@@ -240,7 +246,7 @@ private:
     const std::atomic<bool>* keepReading_ = nullptr;
     bool commandFailed_ = false;  // a read of the command channel was refused
     bool countCompression_ = true;
-    bool lastReadClipped_ = false;
+    bool clippedSince_ = false;
 
     // FT_Open of both channels, the stream channel with retries; false leaves both closed.
     bool OpenChannels(int streamIndex, int commandIndex);

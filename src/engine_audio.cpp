@@ -32,16 +32,14 @@ void AudioEngine::Run() {
     link->StartStream();
     while (running) {
         bool full = false;
-        bool clipped = false;
         while (!full && running) {
             // A read that fails leaves what the read buffer held.
             if (!link->ReadSamples4096(read.get())) exchange.FailUsb();
-            clipped = clipped || link->LastReadClipped();
             full = chain.Take(read.get());
         }
         if (!running) break;
         chain.Run(block.get());
-        Deliver(block.get(), clipped);
+        Deliver(block.get(), link->TakeClipped());
     }
     link->StopStream();
 }

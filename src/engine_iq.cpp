@@ -77,12 +77,11 @@ void IQEngine::Run() {
     ippsTone_64fc(mixTone.get(), kBlockSamples, 1.0, mixFrequency, &phase, ippAlgHintFast);
     link->StartStream();
     while (running) {
-        bool clipped = false;
         for (int q = 0; q < kBlockSamples / kReadSamples && running; ++q) {
             // A read that fails leaves what this part of the block held.
             if (!link->ReadSamples4096(block.get() + q * kReadSamples)) exchange.FailUsb();
-            clipped = clipped || link->LastReadClipped();
         }
+        const bool clipped = link->TakeClipped();
         if (!running) break;
         ippsTone_64fc(mixTone.get(), kBlockSamples, 1.0, mixFrequency, &phase, ippAlgHintFast);
         ippsMul_64fc_I(mixTone.get(), block.get(), kBlockSamples);

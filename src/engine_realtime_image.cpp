@@ -128,7 +128,7 @@ void RealTimeImageEngine::StoreBlock(const Ipp64fc* block) {
     Ipp64fc* slot = sampleRing.get() + writeBlock * kBlock;
     ippsMul_64fc(block, mixTone.get(), slot, kBlock);
     if (inverted) ippsConj_64fc(slot, slot, kBlock);
-    blockClipped[writeBlock] = link->LastReadClipped();
+    blockClipped[writeBlock] = link->TakeClipped();
     // The head of the ring repeats past its end.
     if (writeBlock >= kRingBlocks) {
         ippsCopy_64fc(slot, sampleRing.get() + (writeBlock - kRingBlocks) * kBlock, kBlock);

@@ -74,6 +74,9 @@ SlowSweepEngine::SlowSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
     conjugateBase = band == 2 || band == 3;
     conjugateA = altClock ? !conjugateBase : conjugateBase;
     conjugateB = altClock && ifSelectB == 0 ? !conjugateBase : conjugateBase;
+    // The next sweep is measured while a caller takes this one: the overload
+    // goes with the sweep it was seen in.
+    CarryOverloadWithResults();
     StartThread([this] { Run(); });
 }
 
@@ -125,14 +128,22 @@ void SlowSweepEngine::ConfigurePass(const LoTuning& record, uint8_t ifSelect, in
 }
 
 bool SlowSweepEngine::Capture(int timeoutMs) {
-    bool complete;
-    if (sampleCount <= kMaxBlockCapture) {
-        complete = link->CaptureBlock(samples.get(), sampleCount, timeoutMs) == AnalyzerLink::Capture::Complete;
-    } else {
-        const int rounded = (sampleCount + kStreamRounding - 1) / kStreamRounding * kStreamRounding;
-        complete = link->CaptureStream(samples.get(), rounded);
+    // A capture torn on the way (its sync word garbled, bytes of it lost) is
+    // taken once more, once the rest of it is drained; a unit that refuses
+    // the calls, or fails twice in a row, is gone.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        bool complete;
+        if (sampleCount <= kMaxBlockCapture) {
+            complete = link->CaptureBlock(samples.get(), sampleCount, timeoutMs) == AnalyzerLink::Capture::Complete;
+        } else {
+            const int rounded = (sampleCount + kStreamRounding - 1) / kStreamRounding * kStreamRounding;
+            complete = link->CaptureStream(samples.get(), rounded);
+        }
+        if (complete) return true;
+        if (!running || !link->StreamAnswers()) break;
+        link->DrainStream(static_cast<uint32_t>(timeoutMs));
+        link->TakeClipped();  // of the torn capture, measured again
     }
-    if (complete) return true;
     running = false;
     exchange.FailUsb();
     return false;
@@ -201,6 +212,7 @@ void SlowSweepEngine::Run() {
         if (!exchange.UsbFailed()) {
             exchange.WriteTraces([this](double* minTrace, double* maxTrace) { MergeIntoTraces(minTrace, maxTrace); });
         }
+        if (link->TakeClipped()) link->MarkCompression();
         exchange.Signal();
     }
 }

@@ -101,7 +101,7 @@ protected:
     // For an engine that hands a result out later than it reads its samples
     // (a ring of blocks or frames between them): a read no longer marks an
     // overload at once, where a retrieval of an older result would take it;
-    // the engine carries LastReadClipped with each result and marks the link
+    // the engine carries TakeClipped with each result and marks the link
     // as it hands that result out. Until Stop.
     void CarryOverloadWithResults();
     // Sets the engine's own events, so that none of its threads stays asleep.
