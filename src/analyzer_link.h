@@ -215,9 +215,8 @@ public:
     // Reads and clears the mark of an IF overload (a converter clipping in
     // some block read) seen since the last look.
     bool TakeCompressionMark() { return compressionFlag.exchange(false); }
-    // While off, an overload leaves no mark: blocks read with the receiver
-    // driven hard on purpose (the generator sweep's second passes), or by an
-    // engine that carries the overload with its results (TakeClipped).
+    // While off, an overload leaves no mark at once: the engine carries it
+    // with its results (TakeClipped) and marks it as it hands them out.
     void CountCompression(bool on) { countCompression_ = on; }
     // Whether a block read since the last call showed the converter
     // clipping, marked or not; the reading thread's.
