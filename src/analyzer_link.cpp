@@ -375,7 +375,6 @@ bool AnalyzerLink::ReadSamples4096(Ipp64fc* out) {
 }
 
 void AnalyzerLink::StartStream() {
-    clippedSince_ = false;  // what the reads before showed belongs to them
     Command({'T'});
     if (WaitForStream(sizeof syncWord, kStreamReadLimitMs, 1)) ReadStreamBytes(syncWord, sizeof syncWord);
 }

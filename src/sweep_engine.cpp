@@ -33,6 +33,7 @@ void SweepEngine::StartThread(std::function<void()> body) {
 void SweepEngine::CarryOverloadWithResults() {
     carriesOverload_ = true;
     link->CountCompression(false);
+    link->TakeClipped();  // what an earlier mode read is no news to this one
 }
 
 void SweepEngine::Stop() {
