@@ -114,8 +114,9 @@ public:
     void StartStream();
     void StopStream();
     // Reads and drops what the unit still sends (the rest of a torn
-    // capture) until a look finds the stream quiet, for at most `limitMs`.
-    void DrainStream(uint32_t limitMs);
+    // capture) until a look finds the stream quiet, for at most `limitMs`;
+    // whether anything came.
+    bool DrainStream(uint32_t limitMs);
     // Whether the stream channel still takes calls: an unplugged unit refuses them.
     bool StreamAnswers();
     // The sync word of the last stream start or frame header.
@@ -219,7 +220,8 @@ public:
     // with its results (TakeClipped) and marks it as it hands them out.
     void CountCompression(bool on) { countCompression_ = on; }
     // Whether a block read since the last call showed the converter
-    // clipping, marked or not; the reading thread's.
+    // clipping (or samples out of step by a byte, as far from the truth),
+    // marked or not; the reading thread's.
     bool TakeClipped() { return std::exchange(clippedSince_, false); }
     // Marks an overload for the next retrieval: a result handed out late
     // that was measured on clipped samples.

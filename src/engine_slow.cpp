@@ -128,21 +128,21 @@ void SlowSweepEngine::ConfigurePass(const LoTuning& record, uint8_t ifSelect, in
 }
 
 bool SlowSweepEngine::Capture(int timeoutMs) {
-    // A capture torn on the way (its sync word garbled, bytes of it lost) is
-    // taken once more, once the rest of it is drained; a unit that refuses
-    // the calls, or fails twice in a row, is gone.
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        bool complete;
-        if (sampleCount <= kMaxBlockCapture) {
-            complete = link->CaptureBlock(samples.get(), sampleCount, timeoutMs) == AnalyzerLink::Capture::Complete;
-        } else {
-            const int rounded = (sampleCount + kStreamRounding - 1) / kStreamRounding * kStreamRounding;
-            complete = link->CaptureStream(samples.get(), rounded);
+    if (sampleCount > kMaxBlockCapture) {
+        const int rounded = (sampleCount + kStreamRounding - 1) / kStreamRounding * kStreamRounding;
+        if (link->CaptureStream(samples.get(), rounded)) return true;
+    } else {
+        for (int attempt = 0; attempt < 2; ++attempt) {
+            const AnalyzerLink::Capture capture = link->CaptureBlock(samples.get(), sampleCount, timeoutMs);
+            if (capture == AnalyzerLink::Capture::Complete) return true;
+            // A capture torn on the way (bytes of it lost, its sync word
+            // garbled) is taken once more, once the rest of it is drained; a
+            // unit that sends nothing, refuses the calls or fails twice is gone.
+            if (!running || !link->StreamAnswers()) break;
+            const bool drained = link->DrainStream(static_cast<uint32_t>(timeoutMs));
+            if (!drained && capture != AnalyzerLink::Capture::TimedOut) break;
+            link->TakeClipped();  // of the torn capture, measured again
         }
-        if (complete) return true;
-        if (!running || !link->StreamAnswers()) break;
-        link->DrainStream(static_cast<uint32_t>(timeoutMs));
-        link->TakeClipped();  // of the torn capture, measured again
     }
     running = false;
     exchange.FailUsb();

@@ -104,13 +104,17 @@ Reading ReadIq(int device) {
     return Verdict(status, std::fabs(level - kLevel) < 1.0 && std::fabs(f - kTone) < 50.0, level, f);
 }
 
-// CW: the carrier sounds as a clean note of 1040 Hz (the level is its SINAD).
+// CW: the carrier sounds as a note of 1040 Hz that holds nearly all the
+// power (the level is its signal to noise and distortion, in dB).
 Reading ReadAudio(int device) {
     std::vector<float> audio(4096);
     const qorStatus status = qorGetAudio(device, audio.data());
-    const audiotest::ToneFit fit = audiotest::FitTone(audio, kAudioRate, 500.0, 2000.0);
-    return Verdict(status, std::fabs(fit.frequency - kCwNote) < 2.0 && fit.sinadDb > 20.0, fit.sinadDb,
-                   fit.frequency);
+    const double amplitude = audiotest::AmplitudeAt(audio, kAudioRate, kCwNote);
+    double power = 0.0;
+    for (const float v : audio) power += static_cast<double>(v) * v;
+    const double note = amplitude * amplitude / 2;
+    const double sinad = 10.0 * std::log10(note / std::max(power / audio.size() - note, 1e-30));
+    return Verdict(status, sinad > 20.0, sinad, kCwNote);
 }
 
 // How the test reads each mode, the gets its filters take to settle, and
