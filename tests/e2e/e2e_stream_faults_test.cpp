@@ -220,6 +220,9 @@ TEST_P(StreamFaults, AreReportedAndDoNotOutliveTheMode) {
     const unsigned serial = mode.type == 4 ? kOrskB : kVelmB;
     const Way way = WayOf(mode.name);
     for (const Fault& fault : kFaults) {
+        // The threads meet alike for every fault: the thread sanitizer, at
+        // seconds per mode, sees one.
+        if (e2e::kThreadSanitizer && &fault != kFaults) continue;
         SCOPED_TRACE(fault.name);
         const Reading clean = Settled(mode, device);
         ASSERT_EQ(clean.status, qorNoError);
