@@ -33,9 +33,11 @@ constexpr int kOverloadValues = 3;
 // one (a value's high byte no more than its sign) comes out 256 times too
 // large, with low bytes of 0x00 or 0xFF only. Values of at least this size,
 // most of them with such a low byte (against 2 in 256 in a true signal),
-// tell it; so many of them that chance plays no part. It shows in nearly
-// every value: every fourth one is looked at.
-constexpr Ipp16s kShiftedFrom = 256;
+// tell it; so many of them that chance plays no part. The size lies between
+// two multiples of 256, so that a true signal whose peaks just pass it does
+// not dwell on such bytes. It shows in nearly every value: every fourth one
+// is looked at.
+constexpr Ipp16s kShiftedFrom = 384;
 constexpr int kShiftedValues = 16;
 constexpr int kShiftedStride = 4;
 
