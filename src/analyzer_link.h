@@ -265,7 +265,8 @@ private:
     // one stream block.
     void DropStreamBytes(int64_t bytes);
     // Widens `samples` 16-bit I, Q pairs of workBuffer to full scale 1.0,
-    // and marks compression when the block shows the converter clipping.
+    // and marks compression when the block shows the converter clipping or
+    // its samples out of step by a byte.
     void Widen(Ipp64fc* out, int samples);
 
     explicit AnalyzerLink(const d2xx::Table* d2xx);
