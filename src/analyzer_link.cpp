@@ -28,6 +28,18 @@ constexpr uint8_t kHeaderSecond = 0x1E;
 // one block, that tell an overloaded converter.
 constexpr Ipp16s kOverloadCode = 32112;
 constexpr int kOverloadValues = 3;
+// A stream that lost an odd number of bytes pairs each value's high byte with
+// the next one's low byte: a strong signal then fills the full scale, a weak
+// one (a value's high byte no more than its sign) comes out 256 times too
+// large, with low bytes of 0x00 or 0xFF only. Values of at least this size,
+// most of them with such a low byte (against 2 in 256 in a true signal),
+// tell it; so many of them that chance plays no part. The size lies between
+// two multiples of 256, so that a true signal whose peaks just pass it does
+// not dwell on such bytes. It shows in nearly every value: every fourth one
+// is looked at.
+constexpr Ipp16s kShiftedFrom = 384;
+constexpr int kShiftedValues = 16;
+constexpr int kShiftedStride = 4;
 
 // The stream channel's read time-out: how long a read waits for data to begin.
 constexpr uint32_t kStreamReadLimitMs = 1000;
@@ -329,9 +341,20 @@ void AnalyzerLink::Widen(Ipp64fc* out, int samples) {
     ippsConvert_16s64f_Sfs(raw, reinterpret_cast<Ipp64f*>(out), 2 * samples, 15);
     // A converter driven to its limits clips: a few values at the edge of the
     // range in one block mean the IF is overloaded and the levels read low.
-    int atEdge = 0;
+    // Samples out of step by a byte are as far from the truth.
+    int atEdge = 0, large = 0, signBytes = 0;
     for (int i = 0; i < 2 * samples; ++i) atEdge += raw[i] >= kOverloadCode || raw[i] <= -kOverloadCode;
-    if (atEdge >= kOverloadValues && countCompression_) compressionFlag = true;
+    for (int i = 0; i < 2 * samples; i += kShiftedStride) {
+        const int v = raw[i];
+        const int low = v & 0xFF;
+        const bool big = v >= kShiftedFrom || v <= -kShiftedFrom;
+        large += big;
+        signBytes += big && (low == 0 || low == 0xFF);
+    }
+    const bool shifted = large >= kShiftedValues && 2 * signBytes > large;
+    if (atEdge < kOverloadValues && !shifted) return;
+    clippedSince_ = true;
+    if (countCompression_) compressionFlag = true;
 }
 
 AnalyzerLink::Capture AnalyzerLink::CaptureBlock(Ipp64fc* out, int count, int timeoutMs) {
@@ -387,6 +410,23 @@ void AnalyzerLink::StopStream() {
             ReadStreamBytes(workBuffer, std::min<DWORD>(queued, kStreamBytes));
         }
     }
+}
+
+bool AnalyzerLink::DrainStream(uint32_t limitMs) {
+    const uint32_t start = os::TickMs();
+    bool drained = false;
+    do {
+        os::SleepMs(12);
+        const DWORD queued = StreamQueued();
+        if (queued == 0) break;
+        drained = ReadStreamBytes(workBuffer, std::min<DWORD>(queued, kStreamBytes)) > 0 || drained;
+    } while (os::TickMs() - start <= limitMs && !Stopping());
+    return drained;
+}
+
+bool AnalyzerLink::StreamAnswers() {
+    DWORD queued = 0;
+    return Ft().GetQueueStatus(streamChannel, &queued) == FT_OK;
 }
 
 bool AnalyzerLink::CaptureStream(Ipp64fc* out, int count) {

@@ -20,6 +20,7 @@
 #include <initializer_list>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "d2xx.h"
 #include "device_family.h"
@@ -112,6 +113,12 @@ public:
     bool ReadSamples4096(Ipp64fc* out);
     void StartStream();
     void StopStream();
+    // Reads and drops what the unit still sends (the rest of a torn
+    // capture) until a look finds the stream quiet, for at most `limitMs`;
+    // whether anything came.
+    bool DrainStream(uint32_t limitMs);
+    // Whether the stream channel still takes calls: an unplugged unit refuses them.
+    bool StreamAnswers();
     // The sync word of the last stream start or frame header.
     const uint8_t* SyncWord() const { return syncWord; }
     // While an engine runs, its `running`: every wait for the stream gives up
@@ -209,9 +216,16 @@ public:
     // Reads and clears the mark of an IF overload (a converter clipping in
     // some block read) seen since the last look.
     bool TakeCompressionMark() { return compressionFlag.exchange(false); }
-    // While off, an overload leaves no mark: blocks read with the receiver
-    // driven hard on purpose (the generator sweep's second passes).
+    // While off, an overload leaves no mark at once: the engine carries it
+    // with its results (TakeClipped) and marks it as it hands them out.
     void CountCompression(bool on) { countCompression_ = on; }
+    // Whether a block read since the last call showed the converter
+    // clipping (or samples out of step by a byte, as far from the truth),
+    // marked or not; the reading thread's.
+    bool TakeClipped() { return std::exchange(clippedSince_, false); }
+    // Marks an overload for the next retrieval: a result handed out late
+    // that was measured on clipped samples.
+    void MarkCompression() { compressionFlag = true; }
 
 private:
     static constexpr int32_t kPathUnknown = -1;  // the next SetOrskPath always sends
@@ -233,6 +247,7 @@ private:
     const std::atomic<bool>* keepReading_ = nullptr;
     bool commandFailed_ = false;  // a read of the command channel was refused
     bool countCompression_ = true;
+    bool clippedSince_ = false;
 
     // FT_Open of both channels, the stream channel with retries; false leaves both closed.
     bool OpenChannels(int streamIndex, int commandIndex);
@@ -250,7 +265,8 @@ private:
     // one stream block.
     void DropStreamBytes(int64_t bytes);
     // Widens `samples` 16-bit I, Q pairs of workBuffer to full scale 1.0,
-    // and marks compression when the block shows the converter clipping.
+    // and marks compression when the block shows the converter clipping or
+    // its samples out of step by a byte.
     void Widen(Ipp64fc* out, int samples);
 
     explicit AnalyzerLink(const d2xx::Table* d2xx);

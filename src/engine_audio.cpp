@@ -17,6 +17,7 @@ AudioEngine::AudioEngine(Settings* settings, AnalyzerLink* link, CalibrationStor
       centerHz((settings->audioCenter += settings->audioType == AudioCW ? kCwOffsetHz : 0.0) /
                corr->timebaseFactor),
       audioRing(kRingSamples) {
+    CarryOverloadWithResults();
     StartThread([this] { Run(); });
 }
 
@@ -38,15 +39,16 @@ void AudioEngine::Run() {
         }
         if (!running) break;
         chain.Run(block.get());
-        Deliver(block.get());
+        Deliver(block.get(), link->TakeClipped());
     }
     link->StopStream();
 }
 
-void AudioEngine::Deliver(const Ipp32f* block) {
+void AudioEngine::Deliver(const Ipp32f* block, bool clipped) {
     {
         std::lock_guard<std::mutex> lock(ringLock);
         ippsCopy_32f(block, audioRing.get() + ringWrite, kBlock);
+        ringClipped[ringWrite / kBlock] = clipped;
     }
     ringWrite += kBlock;
     if (ringWrite >= kRingSamples) ringWrite = 0;
@@ -65,10 +67,13 @@ qorStatus AudioEngine::GetAudio(float* audio) {
         if (!exchange.AwaitSignal()) return qorNotConfiguredErr;
     }
     ringCount.fetch_sub(kBlock);
+    bool clipped;
     {
         std::lock_guard<std::mutex> lock(ringLock);
         ippsCopy_32f(audioRing.get() + ringRead, audio, kBlock);
+        clipped = ringClipped[ringRead / kBlock];
     }
+    if (clipped) link->MarkCompression();
     ringRead += kBlock;
     if (ringRead >= kRingSamples) ringRead = 0;
     return exchange.UsbFailed() ? qorUsbCommErr : qorNoError;

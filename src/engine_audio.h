@@ -12,7 +12,8 @@
 // 134.8 ms, which becomes one block in a ring of 48 blocks; then the exchange
 // is signalled. A failed read is marked in the exchange and the turn goes on
 // with what the read buffer held; every later get returns -11 with data, and
-// a get that finds no block then returns at once.
+// a get that finds no block then returns at once. A block of a turn with a
+// clipped read is marked in the ring, and the get that hands it out returns 2.
 //
 // The caller meets the thread in the ring: `ringCount` (atomic) counts the
 // samples in it; the writer fills a block before it adds to the count and the
@@ -59,7 +60,7 @@ private:
 
     qorStatus GetAudio(float* audio);
     void Run();
-    void Deliver(const Ipp32f* block);
+    void Deliver(const Ipp32f* block, bool clipped);
 
     DeviceCorr* corr;
     AudioLevels* levels;
@@ -69,6 +70,7 @@ private:
     int32_t ringWrite = 0;  // the thread's
     int32_t ringRead = 0;   // the caller's
     std::mutex ringLock;    // held for a block's copy in or out
+    bool ringClipped[kRingBlocks] = {};  // under ringLock: the block's turn had a clipped read
 };
 
 }  // namespace qor

@@ -35,6 +35,7 @@ IQEngine::IQEngine(Settings* settings, AnalyzerLink* link, CalibrationStore* cal
     block.Allocate(kBlockSamples);
     mixTone.Allocate(kBlockSamples);
     floatBlock.Allocate(blockLength);
+    CarryOverloadWithResults();
     StartThread([this] { Run(); });
 }
 
@@ -80,6 +81,7 @@ void IQEngine::Run() {
             // A read that fails leaves what this part of the block held.
             if (!link->ReadSamples4096(block.get() + q * kReadSamples)) exchange.FailUsb();
         }
+        const bool clipped = link->TakeClipped();
         if (!running) break;
         ippsTone_64fc(mixTone.get(), kBlockSamples, 1.0, mixFrequency, &phase, ippAlgHintFast);
         ippsMul_64fc_I(mixTone.get(), block.get(), kBlockSamples);
@@ -89,7 +91,7 @@ void IQEngine::Run() {
         os::WallClock(&seconds, &milliseconds);  // when the block is finished
         ippsConvert_64f32f(reinterpret_cast<const Ipp64f*>(block.get()), reinterpret_cast<Ipp32f*>(floatBlock.get()),
                            2 * blockLength);
-        iqBuffer.Write(floatBlock.get(), blockLength, seconds, milliseconds);
+        iqBuffer.Write(floatBlock.get(), blockLength, seconds, milliseconds, clipped);
         exchange.Signal();
     }
     link->StopStream();
@@ -101,6 +103,7 @@ qorStatus IQEngine::GetIQ(IQPacket& packet) {
     int position = 0;
     bool first = true;
     Ipp32fc* out = reinterpret_cast<Ipp32fc*>(packet.iqData);
+    bool clipped = false;
     // A failed read ends the wait: the caller learns of it at once, with
     // what was there, rather than after samples the unit no longer sends.
     while (left > 0 && !exchange.UsbFailed()) {
@@ -111,10 +114,13 @@ qorStatus IQEngine::GetIQ(IQPacket& packet) {
             first = false;
         }
         int received = 0;
-        iqBuffer.Read(out + position, left, &received, decimation);
+        bool part = false;
+        iqBuffer.Read(out + position, left, &received, decimation, &part);
+        clipped = clipped || part;
         left -= received;
         position += received;
     }
+    if (clipped) link->MarkCompression();
     packet.dataRemaining = iqBuffer.Available();
     packet.sampleLoss = iqBuffer.TakeOverrunFlag();
     return exchange.UsbFailed() ? qorUsbCommErr : qorNoError;

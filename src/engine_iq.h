@@ -10,7 +10,10 @@
 // block with the wall clock and writes it into the circular buffer, then
 // signals the exchange. A failed read is marked in the exchange; the stream
 // goes on with what the block held, a get call waiting returns at once, and
-// every later get call returns -11 with what is buffered. The acquisition
+// every later get call returns -11 with what is buffered. A block read from
+// a clipping converter (an overload, or the samples of a stream that lost a
+// byte and lies out of step) is stored as such, and the get call that hands
+// any of it out returns 2, however long it lay in the buffer. The acquisition
 // never waits for the application: a reader that falls behind loses the
 // buffered samples and is told by the loss flag.
 //

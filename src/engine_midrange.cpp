@@ -147,6 +147,8 @@ MidrangeSweepEngine::MidrangeSweepEngine(Settings* settings, RbwFilter* filter, 
     corrections.ChooseLevel(link, *settings);
     link->Park();
     ConfigureStepPath(link, corr, *settings);
+    // A frame is processed while the next is read: the overload goes with it.
+    CarryOverloadWithResults();
     StartThread([this] { ReadFrames(); });
     StartThread([this] { ProcessFrames(); });
 }
@@ -200,7 +202,8 @@ void MidrangeSweepEngine::ReadFrames() {
             continue;
         }
         if (segment == segments) {
-            if (!torn) OfferFrame(fill);
+            const bool clipped = link->TakeClipped();
+            if (!torn) OfferFrame(fill, clipped);
             torn = false;
             segment = 0;
             // The processor runs at the reader's priority: let it have the
@@ -213,11 +216,12 @@ void MidrangeSweepEngine::ReadFrames() {
     link->StopStream();
 }
 
-void MidrangeSweepEngine::OfferFrame(int& fill) {
+void MidrangeSweepEngine::OfferFrame(int& fill, bool clipped) {
     std::lock_guard<std::mutex> lock(bufferLock);
     // The processor still works on the other buffer: this frame is dropped.
     if (busyFrame == 1 - fill) return;
     readyFrame = fill;
+    frameClipped[fill] = clipped;
     fill = 1 - fill;
     frameEvent.Set();
 }
@@ -241,11 +245,13 @@ void MidrangeSweepEngine::ProcessFrames() {
         frameEvent.Wait();
         if (!running) break;
         int frame;
+        bool clipped;
         {
             std::lock_guard<std::mutex> lock(bufferLock);
             frame = readyFrame;
             readyFrame = -1;
             busyFrame = frame;
+            clipped = frame >= 0 && frameClipped[frame];
         }
         if (frame < 0) continue;
         processor.ProcessFrame(frameBuffer[frame].get());
@@ -255,6 +261,7 @@ void MidrangeSweepEngine::ProcessFrames() {
         }
         exchange.WriteTraces(
             [this](double* minTrace, double* maxTrace) { processor.Publish(corrections, minTrace, maxTrace); });
+        if (clipped) link->MarkCompression();
         exchange.Signal();
     }
 }

@@ -24,7 +24,9 @@
 // buffer again. Otherwise the frame becomes ready (replacing an older ready
 // one, which is dropped) and the reader goes on in the other buffer. So the
 // two threads never touch the same frame, the processor always gets the
-// newest complete frame, and a slow processor costs frames, not data.
+// newest complete frame, and a slow processor costs frames, not data. A
+// frame goes with whether a block of it clipped, and the sweep made of it
+// marks the overload as it is handed on.
 //
 // Faults: a garbled or lost header makes the link resynchronise; the frame
 // under way is torn and not handed on, and the reader takes its place again
@@ -114,16 +116,17 @@ private:
     void ReadFrames();
     // Hands the frame in `fill` to the processor, or drops it; `fill` is
     // the buffer to fill next.
-    void OfferFrame(int& fill);
+    void OfferFrame(int& fill, bool clipped);
     // True when nothing at all arrives on the stream for a while.
     bool StreamSilent();
     void StreamGone();
     void ProcessFrames();
 
     os::AutoResetEvent frameEvent;
-    std::mutex bufferLock;  // readyFrame, busyFrame
+    std::mutex bufferLock;  // readyFrame, busyFrame, frameClipped
     int readyFrame = -1;
     int busyFrame = -1;
+    bool frameClipped[2] = {};  // the frame's samples came from a clipping converter
 
     DeviceCorr* corr;
     const MidrangePlan plan;

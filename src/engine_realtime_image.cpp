@@ -70,6 +70,7 @@ RealTimeImageEngine::RealTimeImageEngine(Settings* settings, RbwFilter* filter, 
     sweepInfo->frameWidth = imager->Geometry().frameWidth;
     sweepInfo->frameHeight = kFrameHeight;
 
+    CarryOverloadWithResults();
     StartThread([this] { Acquire(); });
     StartThread([this] { Process(); });
 }
@@ -80,7 +81,9 @@ void RealTimeImageEngine::WakeThreads() {
 }
 
 qorStatus RealTimeImageEngine::GetRealTimeFrame(float* sweep, float* frame, float* alphaFrame) {
-    if (imager->Deliver(sweep, frame, alphaFrame) == FrameHandoff::Read::Shut) return qorNotConfiguredErr;
+    bool clipped = false;
+    if (imager->Deliver(sweep, frame, alphaFrame, &clipped) == FrameHandoff::Read::Shut) return qorNotConfiguredErr;
+    if (clipped) link->MarkCompression();
     return exchange.UsbFailed() ? qorUsbCommErr : qorNoError;
 }
 
@@ -125,8 +128,12 @@ void RealTimeImageEngine::StoreBlock(const Ipp64fc* block) {
     Ipp64fc* slot = sampleRing.get() + writeBlock * kBlock;
     ippsMul_64fc(block, mixTone.get(), slot, kBlock);
     if (inverted) ippsConj_64fc(slot, slot, kBlock);
+    blockClipped[writeBlock] = link->TakeClipped();
     // The head of the ring repeats past its end.
-    if (writeBlock >= kRingBlocks) ippsCopy_64fc(slot, sampleRing.get() + (writeBlock - kRingBlocks) * kBlock, kBlock);
+    if (writeBlock >= kRingBlocks) {
+        ippsCopy_64fc(slot, sampleRing.get() + (writeBlock - kRingBlocks) * kBlock, kBlock);
+        blockClipped[writeBlock - kRingBlocks] = blockClipped[writeBlock];
+    }
     if (++writeBlock >= kRingBlocks + kRepeatedBlocks) writeBlock = kRepeatedBlocks;
     samplesAvailable += kBlock;
     dataEvent.Set();
@@ -142,9 +149,12 @@ void RealTimeImageEngine::Process() {
             continue;
         }
         window.SpanPower(sampleRing.get() + readPosition, geometry.firstBin, geometry.spanBins, power.get());
+        const int lastBlock = std::min((readPosition + fftSize - 1) / kBlock, kRingBlocks + kRepeatedBlocks - 1);
+        bool clipped = false;
+        for (int b = readPosition / kBlock; b <= lastBlock; ++b) clipped = clipped || blockClipped[b];
         readPosition += hop;
         if (readPosition >= kRingSamples) readPosition -= kRingSamples;
-        imager->AddSpectrum(power.get());
+        imager->AddSpectrum(power.get(), clipped);
         samplesAvailable -= hop;
     }
 }

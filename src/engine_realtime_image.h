@@ -11,7 +11,9 @@
 //   stores the block in the sample ring. A failed read is marked for good;
 //   the block goes on with what it held.
 // - processing: an FFT every `hop` samples while more than an FFT's length
-//   is stored; each spectrum goes to the frame imager.
+//   is stored; each spectrum goes to the frame imager, marked when a block
+//   under its window came from a clipped read, and so is its frame: the get
+//   that hands that frame out returns 2, however far it lags the reads.
 // The ring is 64 blocks of 4096 samples whose first 8 repeat after the end,
 // so that any window starting in the ring lies contiguous in memory. The two
 // threads share only the ring and `samplesAvailable` (sequentially
@@ -94,6 +96,8 @@ private:
     std::unique_ptr<FrameImager> imager;
     std::atomic<int32_t> samplesAvailable{0};
     os::AutoResetEvent dataEvent;
+    // Per ring block, beside its samples: read from a clipping converter.
+    bool blockClipped[kRingBlocks + kRepeatedBlocks] = {};
     // The acquisition thread's.
     int32_t writeBlock = 0;
     double residualHz = 0.0;

@@ -74,6 +74,9 @@ SlowSweepEngine::SlowSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
     conjugateBase = band == 2 || band == 3;
     conjugateA = altClock ? !conjugateBase : conjugateBase;
     conjugateB = altClock && ifSelectB == 0 ? !conjugateBase : conjugateBase;
+    // The next sweep is measured while a caller takes this one: the overload
+    // goes with the sweep it was seen in.
+    CarryOverloadWithResults();
     StartThread([this] { Run(); });
 }
 
@@ -125,14 +128,22 @@ void SlowSweepEngine::ConfigurePass(const LoTuning& record, uint8_t ifSelect, in
 }
 
 bool SlowSweepEngine::Capture(int timeoutMs) {
-    bool complete;
-    if (sampleCount <= kMaxBlockCapture) {
-        complete = link->CaptureBlock(samples.get(), sampleCount, timeoutMs) == AnalyzerLink::Capture::Complete;
-    } else {
+    if (sampleCount > kMaxBlockCapture) {
         const int rounded = (sampleCount + kStreamRounding - 1) / kStreamRounding * kStreamRounding;
-        complete = link->CaptureStream(samples.get(), rounded);
+        if (link->CaptureStream(samples.get(), rounded)) return true;
+    } else {
+        for (int attempt = 0; attempt < 2; ++attempt) {
+            const AnalyzerLink::Capture capture = link->CaptureBlock(samples.get(), sampleCount, timeoutMs);
+            if (capture == AnalyzerLink::Capture::Complete) return true;
+            // A capture torn on the way (bytes of it lost, its sync word
+            // garbled) is taken once more, once the rest of it is drained; a
+            // unit that sends nothing, refuses the calls or fails twice is gone.
+            if (!running || !link->StreamAnswers()) break;
+            const bool drained = link->DrainStream(static_cast<uint32_t>(timeoutMs));
+            if (!drained && capture != AnalyzerLink::Capture::TimedOut) break;
+            link->TakeClipped();  // of the torn capture, measured again
+        }
     }
-    if (complete) return true;
     running = false;
     exchange.FailUsb();
     return false;
@@ -201,6 +212,7 @@ void SlowSweepEngine::Run() {
         if (!exchange.UsbFailed()) {
             exchange.WriteTraces([this](double* minTrace, double* maxTrace) { MergeIntoTraces(minTrace, maxTrace); });
         }
+        if (link->TakeClipped()) link->MarkCompression();
         exchange.Signal();
     }
 }

@@ -6,9 +6,10 @@
 //
 // Thread: one, free-running, on the exchange's kFreeRunningSweeps policy
 // (result_exchange.h). It measures sweep after sweep and writes each into
-// the traces; a late caller gets the latest finished trace at once. A failed
-// capture is marked in the exchange and ends the loop; the traces keep the
-// last complete sweep. The spectra and corrections belong to the thread
+// the traces; a late caller gets the latest finished trace at once. A block
+// capture torn on the way is drained and taken again; one that fails again,
+// brings nothing or meets a unit that refuses the calls is marked in the
+// exchange and ends the loop; the traces keep the last complete sweep. The spectra and corrections belong to the thread
 // alone. Stop: the thread ends after the capture under way; Rest restores
 // the sample clock and the synthesizer and forgets the first-LO path.
 #ifndef QOR_ENGINE_SLOW_H

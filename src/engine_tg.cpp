@@ -91,6 +91,9 @@ TGSweep::TGSweep(Settings* settings, RbwFilter* filter, AnalyzerLink* link, Cali
     sweepInfo->startFreq = start;
     sweepInfo->binSize = binSize;
     exchange.Configure(narrow ? kTgPointByPoint : kTgWholeSweeps, sweepLength, s.logScale);
+    // The next sweep is measured while a caller takes this one: the overload
+    // goes with the sweep (or point) it was seen in.
+    CarryOverloadWithResults();
     if (narrow) {
         StartThread([this] { NarrowLoop(); });
     } else {
@@ -110,7 +113,6 @@ qorStatus TGSweep::StoreTgThru(int flag) {
 }
 
 void TGSweep::Rest() {
-    link->CountCompression(true);
     link->StopGatedSweep();
 }
 
@@ -303,7 +305,7 @@ void TGSweep::WideLoop() {
         if (!running) break;
         // Only the first pass may report an overload: the others drive the
         // receiver hard on purpose.
-        link->CountCompression(false);
+        const bool clipped = link->TakeClipped();
         if (storeThruRequest) {
             StoreThru();
         } else if (storePadRequest) {
@@ -313,9 +315,10 @@ void TGSweep::WideLoop() {
             RunPass(secondTrace.get(), secondCorrection.get(), secondThru.get());
             MergePasses();
         }
-        link->CountCompression(true);
+        link->TakeClipped();
         if (!running) break;
         Publish();
+        if (clipped) link->MarkCompression();
         exchange.Signal();
     }
 }
@@ -413,6 +416,7 @@ void TGSweep::NarrowLoop() {
             }
             firstTrace[i] = v + firstCorrection[i] - firstThru[i];
             exchange.WriteTraces([&](double* trace, double*) { trace[i] = firstTrace[i]; }, i + 1);
+            if (link->TakeClipped()) link->MarkCompression();
             exchange.Signal();
             if (!running) break;
         }

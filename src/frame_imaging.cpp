@@ -68,8 +68,9 @@ FrameImager::FrameImager(int32_t spanBins, int32_t spectraPerFrame, const FrameS
     }
 }
 
-bool FrameImager::AddSpectrum(Ipp32f* power) {
+bool FrameImager::AddSpectrum(Ipp32f* power, bool clipped) {
     const int n = spanBins_;
+    frameClipped_ = frameClipped_ || clipped;
     // The sweep works on the uncorrected power.
     if (scale_.detector == 1) {
         ippsAdd_32f(power, accumulator_.get(), accumulator_.get(), n);
@@ -105,6 +106,8 @@ void FrameImager::FinishFrame() {
     CountHits(hits);
     Persist(frameWrite_ == 0 ? FrameHandoff::kSlots - 1 : frameWrite_ - 1);
     hitSlot_ = hitSlot_ + 1 == kHitSlots ? 0 : hitSlot_ + 1;
+    slotClipped_[frameWrite_] = frameClipped_;
+    frameClipped_ = false;
     frameWrite_ = handoff_.Advance();
     spectrumCount_ = 0;
 }
@@ -156,10 +159,11 @@ void FrameImager::Persist(int previous) {
     }
 }
 
-FrameHandoff::Read FrameImager::Deliver(float* sweep, float* frame, float* alphaFrame) {
+FrameHandoff::Read FrameImager::Deliver(float* sweep, float* frame, float* alphaFrame, bool* clipped) {
     const FrameHandoff::Read read = handoff_.BeginRead(frameRead_);
     if (read != FrameHandoff::Read::Held) return read;
     const int slot = frameRead_;
+    if (clipped) *clipped = slotClipped_[slot];
     if (sweep) {
         ippsCopy_32f(sweepFrames_[slot].get(), sweep, spanBins_);
         ippsLn_32f_A11(sweep, sweep, spanBins_);

@@ -60,15 +60,18 @@ public:
 
     // ---- The processing thread -----------------------------------------------
     // Takes the power of the span bins of one spectrum (overwritten) into the
-    // frame; true when that finished a frame.
-    bool AddSpectrum(Ipp32f* power);
+    // frame; true when that finished a frame. `clipped`: the spectrum's
+    // samples came from a clipping converter, and so the frame did.
+    bool AddSpectrum(Ipp32f* power, bool clipped = false);
 
     // ---- The application's thread --------------------------------------------
     // The next frame in sequence, each output skipped when null: the sweep in
     // dBm (spanBins), the persistence and alpha images (row-major, row 0 the
     // lowest level). Waits for the frame, except once the unit failed (Fail):
     // then a frame not built yet is not waited for and nothing is written.
-    FrameHandoff::Read Deliver(float* sweep, float* frame, float* alphaFrame);
+    // `*clipped` (when given and the frame was delivered): some spectrum of
+    // the frame was.
+    FrameHandoff::Read Deliver(float* sweep, float* frame, float* alphaFrame, bool* clipped = nullptr);
 
     // Wakes a waiting Deliver for good.
     void Shut() { handoff_.Shut(); }
@@ -94,6 +97,7 @@ private:
     int32_t spectrumCount_ = 0;
     int32_t frameWrite_ = 0;
     int32_t hitSlot_ = 0;
+    bool frameClipped_ = false;
     smart_array<Ipp32f> accumulator_;    // spanBins
     smart_array<Ipp32f> spectraMatrix_;  // bin b, spectrum s at b x spectraPerFrame + s
     smart_array<Ipp32s> rowMatrix_;      // the same as rows 0..255
@@ -102,6 +106,7 @@ private:
     std::vector<smart_array<Ipp32s>> sumFrames_;
     std::vector<smart_array<Ipp32f>> alphaFrames_;
     std::vector<smart_array<Ipp32f>> sweepFrames_;  // power, not in dB yet
+    bool slotClipped_[FrameHandoff::kSlots] = {};
 
     // The application's thread's.
     int32_t frameRead_ = 0;

@@ -12,6 +12,7 @@ void IQCircularBuffer::Resize(int count) {
     storage.assign(static_cast<std::size_t>(std::max(count, 0)), Ipp32fc{0.0f, 0.0f});
     readIndex = 0;
     writeIndex = 0;
+    consumed = written;
 }
 
 int IQCircularBuffer::Available() const {
@@ -19,7 +20,8 @@ int IQCircularBuffer::Available() const {
     return stored < 0 ? stored + Capacity() : stored;
 }
 
-void IQCircularBuffer::Write(const Ipp32fc* source, int count, int32_t seconds, int32_t milliseconds) {
+void IQCircularBuffer::Write(const Ipp32fc* source, int count, int32_t seconds, int32_t milliseconds,
+                             bool clipped) {
     std::lock_guard<std::mutex> guard(lock);
     const int capacity = Capacity();
     assert(count <= Capacity() && "count <= Capacity()");
@@ -29,7 +31,13 @@ void IQCircularBuffer::Write(const Ipp32fc* source, int count, int32_t seconds, 
         readIndex = 0;
         writeIndex = 0;
         overrunFlag = 1;
+        consumed = written;
     }
+    if (clipped) {
+        if (clippedTo <= consumed) clippedFrom = written;
+        clippedTo = written + count;
+    }
+    written += count;
     if (Available() == 0) {
         firstSeconds = seconds;
         firstMilliseconds = milliseconds;
@@ -46,11 +54,14 @@ void IQCircularBuffer::Write(const Ipp32fc* source, int count, int32_t seconds, 
     }
 }
 
-void IQCircularBuffer::Read(Ipp32fc* destination, int count, int* received, int decimation) {
+void IQCircularBuffer::Read(Ipp32fc* destination, int count, int* received, int decimation, bool* clipped) {
     std::lock_guard<std::mutex> guard(lock);
     const int capacity = Capacity();
     const int taken = std::min(count, Available());
     *received = taken;
+    const int64_t from = std::max(consumed, clippedFrom);
+    consumed += taken;
+    if (clipped) *clipped = from < std::min(consumed, clippedTo);
     const int at = readIndex;
     const int room = capacity - at;
     if (taken <= room) {
@@ -73,6 +84,7 @@ void IQCircularBuffer::Clear() {
     readIndex = 0;
     writeIndex = 0;
     overrunFlag = 0;
+    consumed = written;
 }
 
 }  // namespace qor

@@ -15,6 +15,7 @@ SweepEngine::~SweepEngine() {
     exchange.Shut();
     JoinThreads();
     if (link && !threads_.empty()) link->ReadWhile(nullptr);
+    if (carriesOverload_) link->CountCompression(true);
 }
 
 void SweepEngine::StartThread(std::function<void()> body) {
@@ -29,6 +30,12 @@ void SweepEngine::StartThread(std::function<void()> body) {
     threads_.push_back(os::StartThread(std::move(body), os::Priority::TimeCritical));
 }
 
+void SweepEngine::CarryOverloadWithResults() {
+    carriesOverload_ = true;
+    link->CountCompression(false);
+    link->TakeClipped();  // what an earlier mode read is no news to this one
+}
+
 void SweepEngine::Stop() {
     if (stopped_.exchange(true)) return;
     running = false;
@@ -36,6 +43,7 @@ void SweepEngine::Stop() {
     WakeThreads();
     JoinThreads();
     if (link) link->ReadWhile(nullptr);
+    if (carriesOverload_) link->CountCompression(true);
     Rest();
 }
 

@@ -98,6 +98,12 @@ protected:
     // time-critical priority; Stop joins the threads in the reverse order.
     // Before the first, the stream channel is purged.
     void StartThread(std::function<void()> body);
+    // For an engine that hands a result out later than it reads its samples
+    // (a ring of blocks or frames between them): a read no longer marks an
+    // overload at once, where a retrieval of an older result would take it;
+    // the engine carries TakeClipped with each result and marks the link
+    // as it hands that result out. Until Stop.
+    void CarryOverloadWithResults();
     // Sets the engine's own events, so that none of its threads stays asleep.
     virtual void WakeThreads() {}
     // Returns the hardware to rest once the threads are joined.
@@ -117,6 +123,7 @@ private:
 
     std::vector<std::thread> threads_;
     std::atomic<bool> stopped_{false};
+    bool carriesOverload_ = false;
 };
 
 }  // namespace qor

@@ -67,6 +67,34 @@ TEST(IqBuffer, TheStampMovesOnWithTheSamplesRead) {
     EXPECT_EQ(buffer.FirstMilliseconds(), 264);
 }
 
+// A clipped block is reported by every read that takes some of it, and by
+// none after; what an overrun or a clear throws away is forgotten with it.
+TEST(IqBuffer, AReadSaysWhetherItTookSamplesOfAClippedBlock) {
+    IQCircularBuffer buffer;
+    buffer.Resize(16);
+    std::vector<Ipp32fc> out(16);
+    int received = 0;
+    bool clipped = true;
+    buffer.Write(Ramp(4, 0).data(), 4, 0, 0);
+    buffer.Write(Ramp(4, 4).data(), 4, 0, 0, true);
+    buffer.Write(Ramp(4, 8).data(), 4, 0, 0);
+    const struct {
+        int count;
+        bool clipped;
+    } reads[] = {{3, false}, {2, true}, {2, true}, {1, true}, {4, false}};
+    for (const auto& read : reads) {
+        buffer.Read(out.data(), read.count, &received, 1, &clipped);
+        EXPECT_EQ(clipped, read.clipped) << "reading " << read.count;
+    }
+    buffer.Write(Ramp(4, 0).data(), 4, 0, 0, true);
+    buffer.Clear();
+    buffer.Write(Ramp(8, 0).data(), 8, 0, 0, true);
+    buffer.Write(Ramp(8, 0).data(), 8, 0, 0);  // an overrun: the clipped block goes
+    buffer.Read(out.data(), 8, &received, 1, &clipped);
+    EXPECT_EQ(received, 8);
+    EXPECT_FALSE(clipped);
+}
+
 TEST(IqDecimator, InPlaceEqualsTwoArraysAtBothForms) {
     std::vector<double> table(qor::IQDecimator::kCorrectionBins, 0.0);
     for (int order : {3, 4}) {
