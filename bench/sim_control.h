@@ -14,6 +14,8 @@ struct SimControl {
     decltype(&qorsim_last_error) lastError;
     decltype(&qorsim_lost_blocks) lostBlocks;
     decltype(&qorsim_render_cpu_seconds) renderCpuSeconds;
+    decltype(&qorsim_rendered_blocks) renderedBlocks;
+    decltype(&qorsim_command_count) commandCount;
 };
 
 // Null when the D2XX library is no virtual instrument.

@@ -20,6 +20,8 @@ constexpr double kSelfTestFrequency = 1.4e8;
 
 // Nanoseconds of CPU spent rendering sample blocks, by all units.
 std::atomic<int64_t> renderCpuNs{0};
+// Sample blocks rendered, by all units.
+std::atomic<int64_t> renderedBlocks{0};
 
 double ThreadCpuSeconds() {
     timespec t{};
@@ -305,12 +307,15 @@ void Analyzer::Materialize(TimePoint now, size_t wanted) {
         receiver_.Render(fe, scene_, spec_.noiseFloor, spec_.temperature, sampleIndex_, samples_.data());
         PushStream(reinterpret_cast<const uint8_t*>(samples_.data()), kBlockBytes);
         AddRenderCpu(ThreadCpuSeconds() - rendering);
+        ++renderedBlocks;
         ++blocksDone_;
         sampleIndex_ += kBlockSamples;
     }
 }
 
 double Analyzer::RenderCpuSeconds() { return 1e-9 * static_cast<double>(renderCpuNs.load()); }
+
+int64_t Analyzer::RenderedBlocks() { return renderedBlocks.load(); }
 
 // ---- firmware ------------------------------------------------------------
 

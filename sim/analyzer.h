@@ -58,6 +58,8 @@ public:
     uint64_t LostBlocks();
     // CPU seconds spent rendering sample blocks, by every unit of the process.
     static double RenderCpuSeconds();
+    // Sample blocks rendered by every unit of the process.
+    static int64_t RenderedBlocks();
 
 private:
     struct ByteFault {

@@ -75,6 +75,9 @@ QORSIM_API long long qorsim_lost_blocks(unsigned serial);
  * process, all units together: it renders on the thread that reads the
  * stream, so a benchmark takes it off to see the host's own work. */
 QORSIM_API double qorsim_render_cpu_seconds(void);
+/* Sample blocks (512 samples) rendered in this process, all units together:
+ * the instrument time a free-running engine actually consumed. */
+QORSIM_API long long qorsim_rendered_blocks(void);
 
 /* ---- command log -------------------------------------------------------- */
 

@@ -169,6 +169,8 @@ long long qorsim_lost_blocks(unsigned serial) {
 
 double qorsim_render_cpu_seconds(void) { return qorsim::Analyzer::RenderCpuSeconds(); }
 
+long long qorsim_rendered_blocks(void) { return static_cast<long long>(qorsim::Analyzer::RenderedBlocks()); }
+
 int qorsim_command_count(unsigned serial) {
     return Bus::With(0, [&](Bus& bus) { return bus.Log().Count(serial); });
 }
