@@ -56,6 +56,8 @@ SlowSweepEngine::SlowSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
     binSize = sampleRate / n;
     sweepLength = static_cast<int32_t>(std::trunc(settings->span / binSize));
     binOffset = (n - sweepLength) / 2;
+    // Only the span's bins reach the traces.
+    core->KeepBins(binOffset, sweepLength);
     sweepInfo->binSize = binSize;
     sweepInfo->sweepLength = sweepLength;
     sweepInfo->startFreq = settings->center - (sweepLength / 2) * binSize;

@@ -31,6 +31,10 @@ SpectrumCore::SpectrumCore(RbwFilter* filter, int32_t detector, double rbwToVbw,
     if (videoFrames > frameCount || detector == DetectorAverage) videoFrames = frameCount;
     videoFrames = std::max(videoFrames, 1);
     averageCount = frameCount - videoFrames + 1;
+    if (filter->units != UnitsSample && videoFrames == 1 && detector == DetectorMinMax && frameCount > 1) {
+        transforms.Allocate(frameCount * n);
+        extremes.Allocate(2 * frameCount * n);
+    }
     frames.resize(static_cast<std::size_t>(frameCount));
     for (auto& frame : frames) frame.Allocate(n);
     sums.resize(static_cast<std::size_t>(averageCount));
@@ -40,10 +44,11 @@ SpectrumCore::SpectrumCore(RbwFilter* filter, int32_t detector, double rbwToVbw,
 void SpectrumCore::FrameSpectrum(RbwFilter* filter, const Ipp64fc* samples, double* out) {
     const int n = filter->fftSize;
     if (n == 1) return;
-    FrameValues(filter, samples, out);
+    const Ipp64fc* work = FrameTransform(filter, samples);
     if (filter->units == UnitsLog) {
-        ippsLn_64f(out, out, n);
-        ippsMulC_64f_I(kTenOverLn10, out, n);
+        PowerDecibels(work, n, out, 0, n);
+    } else {
+        SwappedValues(filter, work, out, 0, n);
     }
 }
 
@@ -55,23 +60,56 @@ const Ipp64fc* SpectrumCore::FrameTransform(RbwFilter* filter, const Ipp64fc* sa
     return work;
 }
 
-void SpectrumCore::FrameValues(RbwFilter* filter, const Ipp64fc* samples, double* out) {
-    if (filter->units == UnitsVoltage) {
-        const int half = filter->fftSize / 2;
-        const Ipp64fc* work = FrameTransform(filter, samples);
-        ippsMagnitude_64fc(work, out + half, half);
-        ippsMagnitude_64fc(work + half, out, half);
-    } else {
-        PowerSpectrum(filter, samples, out);
+void SpectrumCore::SwappedPower(const Ipp64fc* work, int n, double* out, int from, int count) {
+    // Bin i of the swapped spectrum is FFT output (i + N/2) mod N.
+    const int half = n / 2, end = from + count;
+    if (from < half) ippsPowerSpectr_64fc(work + from + half, out + from, std::min(end, half) - from);
+    if (end > half) {
+        const int first = std::max(from, half);
+        ippsPowerSpectr_64fc(work + first - half, out + first, end - first);
     }
 }
 
-void SpectrumCore::PowerSpectrum(RbwFilter* filter, const Ipp64fc* samples, double* out) {
-    // Swap the halves so that DC lands in the middle.
-    const int half = filter->fftSize / 2;
-    const Ipp64fc* work = FrameTransform(filter, samples);
-    ippsPowerSpectr_64fc(work, out + half, half);
-    ippsPowerSpectr_64fc(work + half, out, half);
+void SpectrumCore::SwappedValues(RbwFilter* filter, const Ipp64fc* work, double* out, int from, int count) {
+    if (filter->units != UnitsVoltage) {
+        SwappedPower(work, filter->fftSize, out, from, count);
+        return;
+    }
+    const int half = filter->fftSize / 2, end = from + count;
+    if (from < half) ippsMagnitude_64fc(work + from + half, out + from, std::min(end, half) - from);
+    if (end > half) {
+        const int first = std::max(from, half);
+        ippsMagnitude_64fc(work + first - half, out + first, end - first);
+    }
+}
+
+void SpectrumCore::SwappedCopy(const double* values, int n, double* out, int from, int count) {
+    const int half = n / 2, end = from + count;
+    if (from < half) ippsCopy_64f(values + from + half, out + from, std::min(end, half) - from);
+    if (end > half) {
+        const int first = std::max(from, half);
+        ippsCopy_64f(values + first - half, out + first, end - first);
+    }
+}
+
+void SpectrumCore::FoldFrames(double* rows, int count, int n, IppStatus (*combine)(const Ipp64f*, const Ipp64f*,
+                                                                                    Ipp64f*, int)) {
+    // Row i meets row count - half + i; an odd middle row waits for the next round.
+    while (count > 1) {
+        const int half = count / 2;
+        combine(rows, rows + (count - half) * n, rows, half * n);
+        count -= half;
+    }
+}
+
+void SpectrumCore::PowerDecibels(const Ipp64fc* work, int n, double* out, int from, int count) {
+    // Piece by piece, so that the logarithm finds the powers still in the first-level cache.
+    constexpr int kPiece = 1024;
+    for (int i = from; i < from + count; i += kPiece) {
+        const int length = std::min(kPiece, from + count - i);
+        SwappedPower(work, n, out, i, length);
+        PowerToDecibels(out + i, length);
+    }
 }
 
 void SpectrumCore::KeepBins(int32_t from, int32_t count) {
@@ -110,31 +148,47 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
     // Past the FFT only the kept bins are worked on.
     const int k0 = keepFrom, kn = keepCount;
     if (filter->units == UnitsSample) {
-        FrameValues(filter, p, outMin);
+        PowerDecibels(FrameTransform(filter, p), n, outMin, k0, kn);
         ippsCopy_64f(outMin + k0, outMax + k0, kn);
-        ToDecibels(outMin + k0, kn);
-        ToDecibels(outMax + k0, kn);
         return;
     }
     if (videoFrames == 1 && detector == DetectorMinMax) {
-        // Each frame is its own average, and the logarithm keeps the order of
-        // values (magnitudes order as powers do): the extremes of the frames'
-        // powers, taken to dB at the end, are the extremes of their dB values.
-        double* power = frames[0].get();
-        PowerSpectrum(filter, p, outMin);
-        ippsCopy_64f(outMin + k0, outMax + k0, kn);
-        for (int f = 1; f < frameCount; ++f) {
-            PowerSpectrum(filter, p + f * hop, power);
-            ippsMinEvery_64f(power + k0, outMin + k0, outMin + k0, kn);
-            ippsMaxEvery_64f(power + k0, outMax + k0, outMax + k0, kn);
+        if (frameCount == 1) {
+            // One frame is both extremes.
+            PowerDecibels(FrameTransform(filter, p), n, outMin, k0, kn);
+            ippsCopy_64f(outMin + k0, outMax + k0, kn);
+            return;
         }
+        // Each frame is its own average, and the logarithm keeps the order of
+        // values: the extremes of the frames' powers, taken to dB at the end,
+        // are the extremes of their dB values. All frames are transformed
+        // first, so that their powers and extremes take a few long calls.
+        Ipp64fc* spectra = transforms.get();
+        for (int f = 0; f < frameCount; ++f) {
+            Ipp64fc* spectrum = spectra + f * n;
+            ippsMul_64fc(p + f * hop, filter->complexWindow.get(), spectrum, n);
+            filter->fftPlan->Forward(spectrum, spectrum);
+        }
+        const int values = frameCount * n;
+        double* lowest = extremes.get();
+        double* highest = lowest + values;
+        ippsPowerSpectr_64fc(spectra, lowest, values);
+        ippsCopy_64f(lowest, highest, values);
+        FoldFrames(lowest, frameCount, n, ippsMinEvery_64f);
+        FoldFrames(highest, frameCount, n, ippsMaxEvery_64f);
+        SwappedCopy(lowest, n, outMin, k0, kn);
+        SwappedCopy(highest, n, outMax, k0, kn);
         PowerToDecibels(outMin + k0, kn);
         PowerToDecibels(outMax + k0, kn);
         return;
     }
     for (int f = 0; f < frameCount; ++f) {
-        FrameValues(filter, p + f * hop, frames[f].get());
-        if (filter->units == UnitsLog) LinearToDecibels(frames[f].get() + k0, kn);
+        const Ipp64fc* work = FrameTransform(filter, p + f * hop);
+        if (filter->units == UnitsLog) {
+            PowerDecibels(work, n, frames[f].get(), k0, kn);
+        } else {
+            SwappedValues(filter, work, frames[f].get(), k0, kn);
+        }
     }
 
     // Moving sums over videoFrames frames: one subtraction and one

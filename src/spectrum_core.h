@@ -63,16 +63,26 @@ public:
     int32_t keepCount = 0;
     std::vector<smart_array<double>> frames;  // frameCount x fftSize
     std::vector<smart_array<double>> sums;    // averageCount x fftSize
+    // Without video averaging, for the min-max detector: every frame's
+    // transform, then the powers twice (the minima and the maxima fold in them).
+    smart_array<Ipp64fc> transforms;  // frameCount x fftSize
+    smart_array<double> extremes;     // 2 x frameCount x fftSize
     bool skipLeading;
 
 private:
     // The window and the FFT of one frame, in the filter's work samples (DC first).
     static const Ipp64fc* FrameTransform(RbwFilter* filter, const Ipp64fc* samples);
-    // The power (magnitude for UnitsVoltage) of each bin of a frame, halves
-    // swapped, before any logarithm.
-    static void FrameValues(RbwFilter* filter, const Ipp64fc* samples, double* out);
-    // The power of each bin of a frame, halves swapped.
-    static void PowerSpectrum(RbwFilter* filter, const Ipp64fc* samples, double* out);
+    // Bins from..from+count-1 of a transform's spectrum with its halves
+    // swapped (DC in the middle): power, or for UnitsVoltage magnitude.
+    static void SwappedPower(const Ipp64fc* work, int n, double* out, int from, int count);
+    static void SwappedValues(RbwFilter* filter, const Ipp64fc* work, double* out, int from, int count);
+    // The same bins of spectrum values in FFT order (DC first), halves swapped.
+    static void SwappedCopy(const double* values, int n, double* out, int from, int count);
+    // The element-wise extreme (`combine`: min or max) of `count` rows of n values, into row 0.
+    static void FoldFrames(double* rows, int count, int n,
+                           IppStatus (*combine)(const Ipp64f*, const Ipp64f*, Ipp64f*, int));
+    // The same bins' power in dB.
+    static void PowerDecibels(const Ipp64fc* work, int n, double* out, int from, int count);
     // Averaged values to dB, by the units they were averaged in.
     void ToDecibels(double* values, int length) const;
     // Power (magnitude for UnitsVoltage) to dB.
