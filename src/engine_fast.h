@@ -8,9 +8,10 @@
 // Image rejection pairs each block with the one taken 107 steps (21.4 MHz)
 // lower, conjugated: it shows the same RF from the other side of its LO, and
 // the bin-by-bin minimum of the two views keeps what shows in both. The ring
-// of 256 blocks is the delay line for that partner. Below 16.1 MHz there is
-// no such partner; a low-band pass ahead of the sweep builds substitute
-// spectra from two shifted views of the high side.
+// of 256 blocks is the delay line for that partner; each block's spectra are
+// worked out once, on arrival, and its partner view is their mirror image.
+// Below 16.1 MHz there is no such partner; a low-band pass ahead of the
+// sweep builds substitute spectra from two shifted views of the high side.
 //
 // What the sweep's arithmetic cannot do better:
 // - Below 16.1 MHz the substitute views come from LOs 100 kHz either side of
@@ -86,6 +87,9 @@ private:
     bool ProcessStep(int step, int s);
     void WriteStep();
     Ipp64fc* RingBlock(int slot) { return ring.get() + static_cast<size_t>(slot & (kRingBlocks - 1)) * 512; }
+    double* RingSpectrum(smart_array<double>& spectra, int slot) {
+        return spectra.get() + static_cast<size_t>(slot & (kRingBlocks - 1)) * fftSize;
+    }
 
     DeviceCorr* corr;
     const FastSweepPlan plan;
@@ -101,6 +105,8 @@ private:
     smart_array<Ipp64fc> mixTone, toneUp, toneDown;
     StepCorrections corrections;
     smart_array<double> specMinA, specMaxA, specMinB, specMaxB;
+    // With rejection, each ring block's spectra from its own LO (fftSize per slot).
+    smart_array<double> ownMin, ownMax;
     std::vector<smart_array<double>> lowMin, lowMax;  // kLowEntries each, only with low steps
 };
 
