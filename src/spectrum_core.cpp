@@ -102,6 +102,28 @@ void SpectrumCore::FoldFrames(double* rows, int count, int n, IppStatus (*combin
     }
 }
 
+void SpectrumCore::AddInnerFrame(const Ipp64fc* work, int index, bool last, double* scratch, double* sum) {
+    // Four powers multiply well inside the range of a double (from 16-bit
+    // samples a power that is not 0 lies far above 1e-77, and none exceeds
+    // a few units), and one logarithm serves them all.
+    constexpr int kGroup = 4;
+    const int n = filter->fftSize, k0 = keepFrom, kn = keepCount;
+    double* product = filter->workSpectrum.get() + k0;
+    if (index % kGroup == 0) {
+        SwappedPower(work, n, product - k0, k0, kn);
+    } else {
+        SwappedPower(work, n, scratch, k0, kn);
+        ippsMul_64f(product, scratch + k0, product, kn);
+    }
+    if (index % kGroup != kGroup - 1 && !last) return;
+    PowerToDecibels(product, kn);
+    if (index < kGroup) {
+        ippsCopy_64f(product, sum, kn);
+    } else {
+        ippsAdd_64f(sum, product, sum, kn);
+    }
+}
+
 void SpectrumCore::PowerDecibels(const Ipp64fc* work, int n, double* out, int from, int count) {
     // Piece by piece, so that the logarithm finds the powers still in the first-level cache.
     constexpr int kPiece = 1024;
@@ -182,9 +204,17 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
         PowerToDecibels(outMax + k0, kn);
         return;
     }
+    // Frames [inner, videoFrames) lie in every average: in dB only their sum
+    // counts (with log units), and that is the logarithm of their product.
+    const int inner = averageCount - 1;
+    const bool logUnits = filter->units == UnitsLog;
+    const bool grouped = logUnits && videoFrames - inner > 1;
+    double* first = sums[0].get() + k0;
     for (int f = 0; f < frameCount; ++f) {
         const Ipp64fc* work = FrameTransform(filter, p + f * hop);
-        if (filter->units == UnitsLog) {
+        if (grouped && f >= inner && f < videoFrames) {
+            AddInnerFrame(work, f - inner, f + 1 == videoFrames, frames[f].get(), first);
+        } else if (logUnits) {
             PowerDecibels(work, n, frames[f].get(), k0, kn);
         } else {
             SwappedValues(filter, work, frames[f].get(), k0, kn);
@@ -193,9 +223,12 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
 
     // Moving sums over videoFrames frames: one subtraction and one
     // addition per step, whatever the length of the average.
-    double* first = sums[0].get() + k0;
-    ippsCopy_64f(frames[0].get() + k0, first, kn);
-    for (int f = 1; f < videoFrames; ++f) ippsAdd_64f(first, frames[f].get() + k0, first, kn);
+    if (grouped) {
+        for (int f = 0; f < inner; ++f) ippsAdd_64f(first, frames[f].get() + k0, first, kn);
+    } else {
+        ippsCopy_64f(frames[0].get() + k0, first, kn);
+        for (int f = 1; f < videoFrames; ++f) ippsAdd_64f(first, frames[f].get() + k0, first, kn);
+    }
     for (int k = 1; k < averageCount; ++k) {
         double* sum = sums[k].get() + k0;
         ippsSub_64f(frames[k - 1].get() + k0, sums[k - 1].get() + k0, sum, kn);

@@ -81,6 +81,11 @@ private:
     // The element-wise extreme (`combine`: min or max) of `count` rows of n values, into row 0.
     static void FoldFrames(double* rows, int count, int n,
                            IppStatus (*combine)(const Ipp64f*, const Ipp64f*, Ipp64f*, int));
+    // Frame `index` of those inside every video average (log units): its
+    // power (worked out in `scratch`, fftSize values) joins a product whose
+    // dB value is added to `sum` (the kept bins' sum) every four frames and
+    // after the `last`.
+    void AddInnerFrame(const Ipp64fc* work, int index, bool last, double* scratch, double* sum);
     // The same bins' power in dB.
     static void PowerDecibels(const Ipp64fc* work, int n, double* out, int from, int count);
     // Averaged values to dB, by the units they were averaged in.
