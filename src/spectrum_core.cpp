@@ -31,10 +31,6 @@ SpectrumCore::SpectrumCore(RbwFilter* filter, int32_t detector, double rbwToVbw,
     if (videoFrames > frameCount || detector == DetectorAverage) videoFrames = frameCount;
     videoFrames = std::max(videoFrames, 1);
     averageCount = frameCount - videoFrames + 1;
-    if (filter->units != UnitsSample && videoFrames == 1 && detector == DetectorMinMax && frameCount > 1) {
-        transforms.Allocate(frameCount * n);
-        extremes.Allocate(2 * frameCount * n);
-    }
     frames.resize(static_cast<std::size_t>(frameCount));
     for (auto& frame : frames) frame.Allocate(n);
     sums.resize(static_cast<std::size_t>(averageCount));
@@ -80,25 +76,6 @@ void SpectrumCore::SwappedValues(RbwFilter* filter, const Ipp64fc* work, double*
     if (end > half) {
         const int first = std::max(from, half);
         ippsMagnitude_64fc(work + first - half, out + first, end - first);
-    }
-}
-
-void SpectrumCore::SwappedCopy(const double* values, int n, double* out, int from, int count) {
-    const int half = n / 2, end = from + count;
-    if (from < half) ippsCopy_64f(values + from + half, out + from, std::min(end, half) - from);
-    if (end > half) {
-        const int first = std::max(from, half);
-        ippsCopy_64f(values + first - half, out + first, end - first);
-    }
-}
-
-void SpectrumCore::FoldFrames(double* rows, int count, int n, IppStatus (*combine)(const Ipp64f*, const Ipp64f*,
-                                                                                    Ipp64f*, int)) {
-    // Row i meets row count - half + i; an odd middle row waits for the next round.
-    while (count > 1) {
-        const int half = count / 2;
-        combine(rows, rows + (count - half) * n, rows, half * n);
-        count -= half;
     }
 }
 
@@ -183,23 +160,15 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
         }
         // Each frame is its own average, and the logarithm keeps the order of
         // values: the extremes of the frames' powers, taken to dB at the end,
-        // are the extremes of their dB values. All frames are transformed
-        // first, so that their powers and extremes take a few long calls.
-        Ipp64fc* spectra = transforms.get();
-        for (int f = 0; f < frameCount; ++f) {
-            Ipp64fc* spectrum = spectra + f * n;
-            ippsMul_64fc(p + f * hop, filter->complexWindow.get(), spectrum, n);
-            filter->fftPlan->Forward(spectrum, spectrum);
+        // are the extremes of their dB values.
+        double* power = frames[0].get();
+        SwappedPower(FrameTransform(filter, p), n, outMin, k0, kn);
+        ippsCopy_64f(outMin + k0, outMax + k0, kn);
+        for (int f = 1; f < frameCount; ++f) {
+            SwappedPower(FrameTransform(filter, p + f * hop), n, power, k0, kn);
+            ippsMinEvery_64f(power + k0, outMin + k0, outMin + k0, kn);
+            ippsMaxEvery_64f(power + k0, outMax + k0, outMax + k0, kn);
         }
-        const int values = frameCount * n;
-        double* lowest = extremes.get();
-        double* highest = lowest + values;
-        ippsPowerSpectr_64fc(spectra, lowest, values);
-        ippsCopy_64f(lowest, highest, values);
-        FoldFrames(lowest, frameCount, n, ippsMinEvery_64f);
-        FoldFrames(highest, frameCount, n, ippsMaxEvery_64f);
-        SwappedCopy(lowest, n, outMin, k0, kn);
-        SwappedCopy(highest, n, outMax, k0, kn);
         PowerToDecibels(outMin + k0, kn);
         PowerToDecibels(outMax + k0, kn);
         return;

@@ -63,10 +63,6 @@ public:
     int32_t keepCount = 0;
     std::vector<smart_array<double>> frames;  // frameCount x fftSize
     std::vector<smart_array<double>> sums;    // averageCount x fftSize
-    // Without video averaging, for the min-max detector: every frame's
-    // transform, then the powers twice (the minima and the maxima fold in them).
-    smart_array<Ipp64fc> transforms;  // frameCount x fftSize
-    smart_array<double> extremes;     // 2 x frameCount x fftSize
     bool skipLeading;
 
 private:
@@ -76,11 +72,6 @@ private:
     // swapped (DC in the middle): power, or for UnitsVoltage magnitude.
     static void SwappedPower(const Ipp64fc* work, int n, double* out, int from, int count);
     static void SwappedValues(RbwFilter* filter, const Ipp64fc* work, double* out, int from, int count);
-    // The same bins of spectrum values in FFT order (DC first), halves swapped.
-    static void SwappedCopy(const double* values, int n, double* out, int from, int count);
-    // The element-wise extreme (`combine`: min or max) of `count` rows of n values, into row 0.
-    static void FoldFrames(double* rows, int count, int n,
-                           IppStatus (*combine)(const Ipp64f*, const Ipp64f*, Ipp64f*, int));
     // Frame `index` of those inside every video average (log units): its
     // power (worked out in `scratch`, fftSize values) joins a product whose
     // dB value is added to `sum` (the kept bins' sum) every four frames and
