@@ -76,14 +76,16 @@ FastSweepEngine::FastSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
     sweepInfo->binSize = plan.binSize;
     sweepInfo->blocksPerStep = 1;
 
-    ring.Allocate(kRingBlocks * kBlock);
-    ippsZero_64fc(ring.get(), kRingBlocks * kBlock);
+    blocks.Allocate(3 * kBlock);
+    ippsZero_64fc(blocks.get(), 3 * kBlock);
     BuildTone(mixTone, kBlock, kMixFrequency);
     exchange.Configure(kRequestedBinByBin, plan.sweepLength, settings->logScale);
     for (smart_array<double>* spectrum : {&specMinA, &specMaxA, &specMinB, &specMaxB}) spectrum->Allocate(fftSize);
     if (reject) {
-        ownMin.Allocate(kRingBlocks * fftSize);
-        ownMax.Allocate(kRingBlocks * fftSize);
+        ownMin.Allocate(kRingSlots * fftSize);
+        ownMax.Allocate(kRingSlots * fftSize);
+        ippsZero_64f(ownMin.get(), kRingSlots * fftSize);
+        ippsZero_64f(ownMax.get(), kRingSlots * fftSize);
     }
     if (plan.lowSteps > 0) {
         BuildTone(toneUp, kBlock, kUpFrequency);
@@ -103,9 +105,9 @@ void FastSweepEngine::Rest() { link->ReleaseSweepPath(); }
 void FastSweepEngine::LowBandPass() {
     link->RestoreSynthModulus();
     link->SetSweepWindow(kFirstPartnerStep - 1, kFirstPartnerStep - 1 - plan.lowSteps);
-    Ipp64fc* raw = RingBlock(0);
-    Ipp64fc* up = RingBlock(1);
-    Ipp64fc* down = RingBlock(2);
+    Ipp64fc* raw = Block(0);
+    Ipp64fc* up = Block(1);
+    Ipp64fc* down = Block(2);
     const int half = fftSize / 2;
     for (int i = kLowEntries - plan.lowSteps; i <= kLowEntries; ++i) {
         if (!link->ReadSamples512(raw)) exchange.FailUsb();
@@ -128,9 +130,9 @@ void FastSweepEngine::LowBandPass() {
 
 bool FastSweepEngine::ProcessStep(int step, int s) {
     const int slot = ringWrite;
-    Ipp64fc* block = RingBlock(slot);
-    const int lag = (ringWrite - ringRead) & (kRingBlocks - 1);
-    ringWrite = (ringWrite + 1) & (kRingBlocks - 1);
+    Ipp64fc* block = Block(0);
+    const int lag = (ringWrite - ringRead) & (kRingSlots - 1);
+    ringWrite = (ringWrite + 1) & (kRingSlots - 1);
     if (!link->ReadSamples512(block)) exchange.FailUsb();  // go on with what the block holds
     // The spectra read only what follows the settling of the hop.
     const int from = core->skipLeading ? kSettlingSamples : 0;
@@ -142,7 +144,7 @@ bool FastSweepEngine::ProcessStep(int step, int s) {
     ippsCopy_64f(specMaxA.get(), RingSpectrum(ownMax, slot), fftSize);
     if (lag < FastSweepPlan::kSegmentSteps) return false;  // the partner of this block is not there yet
     const int older = ringRead;
-    ringRead = (ringRead + 1) & (kRingBlocks - 1);
+    ringRead = (ringRead + 1) & (kRingSlots - 1);
     const int entry = step - kLowEntryStep;
     if (step >= kFirstPartnerStep) {
         // Taken 21.4 MHz lower, conjugated, it shows the same RF on the same
@@ -196,7 +198,7 @@ void FastSweepEngine::Run() {
             if (!exchange.AwaitRequest() || !running) break;
             if (plan.lowSteps > 0) {
                 LowBandPass();
-                ringWrite = (ringWrite + plan.lowSteps) & (kRingBlocks - 1);
+                ringWrite = (ringWrite + plan.lowSteps) & (kRingSlots - 1);
             }
         }
         const int first = plan.segmentStart[segment];

@@ -13,6 +13,19 @@ constexpr int kLeadingSamples = 256;
 constexpr int kDirectSamples = 256;
 constexpr double kDirectOffsetDb = 2.5;
 
+// Calls take(FFT output index, bin, length) for the one or two runs of
+// bins from..from+count-1 of a spectrum with its halves swapped (DC in the
+// middle): bin i is FFT output (i + N/2) mod N.
+template <typename Take>
+void SwappedPieces(int n, int from, int count, Take take) {
+    const int half = n / 2, end = from + count;
+    if (from < half) take(from + half, from, std::min(end, half) - from);
+    if (end > half) {
+        const int first = std::max(from, half);
+        take(first - half, first, end - first);
+    }
+}
+
 }  // namespace
 
 SpectrumCore::SpectrumCore(RbwFilter* filter, int32_t detector, double rbwToVbw, int32_t samples,
@@ -57,13 +70,9 @@ const Ipp64fc* SpectrumCore::FrameTransform(RbwFilter* filter, const Ipp64fc* sa
 }
 
 void SpectrumCore::SwappedPower(const Ipp64fc* work, int n, double* out, int from, int count) {
-    // Bin i of the swapped spectrum is FFT output (i + N/2) mod N.
-    const int half = n / 2, end = from + count;
-    if (from < half) ippsPowerSpectr_64fc(work + from + half, out + from, std::min(end, half) - from);
-    if (end > half) {
-        const int first = std::max(from, half);
-        ippsPowerSpectr_64fc(work + first - half, out + first, end - first);
-    }
+    SwappedPieces(n, from, count, [&](int source, int bin, int length) {
+        ippsPowerSpectr_64fc(work + source, out + bin, length);
+    });
 }
 
 void SpectrumCore::SwappedValues(RbwFilter* filter, const Ipp64fc* work, double* out, int from, int count) {
@@ -71,12 +80,9 @@ void SpectrumCore::SwappedValues(RbwFilter* filter, const Ipp64fc* work, double*
         SwappedPower(work, filter->fftSize, out, from, count);
         return;
     }
-    const int half = filter->fftSize / 2, end = from + count;
-    if (from < half) ippsMagnitude_64fc(work + from + half, out + from, std::min(end, half) - from);
-    if (end > half) {
-        const int first = std::max(from, half);
-        ippsMagnitude_64fc(work + first - half, out + first, end - first);
-    }
+    SwappedPieces(filter->fftSize, from, count, [&](int source, int bin, int length) {
+        ippsMagnitude_64fc(work + source, out + bin, length);
+    });
 }
 
 void SpectrumCore::AddInnerFrame(const Ipp64fc* work, int index, bool last, double* scratch, double* sum) {
@@ -85,9 +91,10 @@ void SpectrumCore::AddInnerFrame(const Ipp64fc* work, int index, bool last, doub
     // a few units), and one logarithm serves them all.
     constexpr int kGroup = 4;
     const int n = filter->fftSize, k0 = keepFrom, kn = keepCount;
-    double* product = filter->workSpectrum.get() + k0;
+    double* products = filter->workSpectrum.get();
+    double* product = products + k0;
     if (index % kGroup == 0) {
-        SwappedPower(work, n, product - k0, k0, kn);
+        SwappedPower(work, n, products, k0, kn);
     } else {
         SwappedPower(work, n, scratch, k0, kn);
         ippsMul_64f(product, scratch + k0, product, kn);

@@ -69,7 +69,8 @@ private:
     // The window and the FFT of one frame, in the filter's work samples (DC first).
     static const Ipp64fc* FrameTransform(RbwFilter* filter, const Ipp64fc* samples);
     // Bins from..from+count-1 of a transform's spectrum with its halves
-    // swapped (DC in the middle): power, or for UnitsVoltage magnitude.
+    // swapped (DC in the middle), into the same places of `out`: power, and
+    // the power or for UnitsVoltage the magnitude.
     static void SwappedPower(const Ipp64fc* work, int n, double* out, int from, int count);
     static void SwappedValues(RbwFilter* filter, const Ipp64fc* work, double* out, int from, int count);
     // Frame `index` of those inside every video average (log units): its
