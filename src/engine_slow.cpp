@@ -187,14 +187,12 @@ void SlowSweepEngine::Run() {
 
     while (running) {
         if (Capture(timeoutMs)) {
-            ippsMul_64fc_I(toneA.get(), samples.get(), sampleCount);
-            core->Process(samples.get(), minA.get(), maxA.get(), conjugateA);
+            core->Process(samples.get(), minA.get(), maxA.get(), conjugateA, toneA.get());
         }
         if (s.reject && running) {
             ConfigurePass(plan.recordB, ifSelectB, s.attenUsedB, s.gainUsedB);
             if (Capture(timeoutMs)) {
-                ippsMul_64fc_I(toneB.get(), samples.get(), sampleCount);
-                core->Process(samples.get(), minB.get(), maxB.get(), conjugateB);
+                core->Process(samples.get(), minB.get(), maxB.get(), conjugateB, toneB.get());
             }
             ConfigurePass(plan.recordA, ifSelectA, s.attenUsed, s.gainUsed);
         }

@@ -69,6 +69,27 @@ const Ipp64fc* SpectrumCore::FrameTransform(RbwFilter* filter, const Ipp64fc* sa
     return work;
 }
 
+const Ipp64fc* SpectrumCore::FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate) {
+    if (!tone && !conjugate) return FrameTransform(filter, p);
+    // The tone, the conjugation and the window piece by piece in cache:
+    // one pass over the frame instead of three.
+    constexpr int kPiece = 1024;
+    const int n = filter->fftSize;
+    Ipp64fc* work = filter->workSamples.get();
+    for (int i = 0; i < n; i += kPiece) {
+        const int length = std::min(kPiece, n - i);
+        if (tone) {
+            ippsMul_64fc(p + i, tone + i, work + i, length);
+        } else {
+            ippsCopy_64fc(p + i, work + i, length);
+        }
+        if (conjugate) ippsConj_64fc(work + i, work + i, length);
+        ippsMul_64fc(work + i, filter->complexWindow.get() + i, work + i, length);
+    }
+    filter->fftPlan->Forward(work, work);
+    return work;
+}
+
 void SpectrumCore::SwappedPower(const Ipp64fc* work, int n, double* out, int from, int count) {
     SwappedPieces(n, from, count, [&](int source, int bin, int length) {
         ippsPowerSpectr_64fc(work + source, out + bin, length);
@@ -138,9 +159,10 @@ void SpectrumCore::PowerToDecibels(double* values, int length) {
     ippsMulC_64f_I(kTenOverLn10, values, length);
 }
 
-void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate) {
+void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate, const Ipp64fc* tone) {
     const int n = filter->fftSize;
     Ipp64fc* p = skipLeading ? block + kLeadingSamples : block;
+    if (tone) tone += p - block;
 
     if (n == 1) {
         double power = 0.0;
@@ -149,22 +171,18 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
         return;
     }
 
-    if (conjugate) ippsConj_64fc(p, p, sampleCount);
-
     // Past the FFT only the kept bins are worked on.
     const int k0 = keepFrom, kn = keepCount;
-    if (filter->units == UnitsSample) {
-        PowerDecibels(FrameTransform(filter, p), n, outMin, k0, kn);
+    if (filter->units == UnitsSample || (frameCount == 1 && detector == DetectorMinMax)) {
+        // One frame is both extremes (sample units look at the first only).
+        PowerDecibels(FirstFrameTransform(p, tone, conjugate), n, outMin, k0, kn);
         ippsCopy_64f(outMin + k0, outMax + k0, kn);
         return;
     }
+    if (tone) ippsMul_64fc_I(tone, p, sampleCount);
+    if (conjugate) ippsConj_64fc(p, p, sampleCount);
+
     if (videoFrames == 1 && detector == DetectorMinMax) {
-        if (frameCount == 1) {
-            // One frame is both extremes.
-            PowerDecibels(FrameTransform(filter, p), n, outMin, k0, kn);
-            ippsCopy_64f(outMin + k0, outMax + k0, kn);
-            return;
-        }
         // Each frame is its own average, and the logarithm keeps the order of
         // values: the extremes of the frames' powers, taken to dB at the end,
         // are the extremes of their dB values.

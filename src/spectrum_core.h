@@ -40,10 +40,12 @@ public:
     SpectrumCore(const SpectrumCore&) = delete;
     SpectrumCore& operator=(const SpectrumCore&) = delete;
 
-    // `block` holds the constructor's `samples`; with `conjugate` they are
-    // conjugated in place first. `outMin`, `outMax` take fftSize values (only
-    // index 0 without an FFT).
-    void Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate);
+    // `block` holds the constructor's `samples`; they are multiplied by
+    // `tone` (as long as the block, magnitude 1) when one is given, then
+    // with `conjugate` conjugated, in place unless only one frame is
+    // transformed. `outMin`, `outMax` take fftSize values (only index 0
+    // without an FFT).
+    void Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate, const Ipp64fc* tone = nullptr);
     // From now on Process works out only bins from..from+count-1 of its
     // spectra past the FFT (the rest of outMin and outMax holds nothing of use):
     // an engine that keeps the middle of each spectrum spares the others'
@@ -68,6 +70,9 @@ public:
 private:
     // The window and the FFT of one frame, in the filter's work samples (DC first).
     static const Ipp64fc* FrameTransform(RbwFilter* filter, const Ipp64fc* samples);
+    // The same for the first frame at `p`, multiplied by `tone` (if any)
+    // and conjugated (if asked) on the way, the samples left as they are.
+    const Ipp64fc* FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate);
     // Bins from..from+count-1 of a transform's spectrum with its halves
     // swapped (DC in the middle), into the same places of `out`: power, and
     // the power or for UnitsVoltage the magnitude.
