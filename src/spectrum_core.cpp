@@ -91,6 +91,13 @@ const Ipp64fc* SpectrumCore::FirstFrameTransform(const Ipp64fc* p, const Ipp64fc
 }
 
 void SpectrumCore::SwappedPower(const Ipp64fc* work, int n, double* out, int from, int count) {
+    // A small spectrum is cheaper whole, in two runs of N/2 that the vector
+    // loop takes, than as the few bins kept, in short runs it takes one by one.
+    constexpr int kSmallSpectrum = 32;
+    if (n <= kSmallSpectrum) {
+        from = 0;
+        count = n;
+    }
     SwappedPieces(n, from, count, [&](int source, int bin, int length) {
         ippsPowerSpectr_64fc(work + source, out + bin, length);
     });

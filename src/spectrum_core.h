@@ -74,8 +74,9 @@ private:
     // and conjugated (if asked) on the way, the samples left as they are.
     const Ipp64fc* FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate);
     // Bins from..from+count-1 of a transform's spectrum with its halves
-    // swapped (DC in the middle), into the same places of `out`: power, and
-    // the power or for UnitsVoltage the magnitude.
+    // swapped (DC in the middle), into the same places of `out` (fftSize
+    // values; SwappedPower writes a small spectrum whole): power, and the
+    // power or for UnitsVoltage the magnitude.
     static void SwappedPower(const Ipp64fc* work, int n, double* out, int from, int count);
     static void SwappedValues(RbwFilter* filter, const Ipp64fc* work, double* out, int from, int count);
     // Frame `index` of those inside every video average (log units): its

@@ -162,6 +162,37 @@ TEST(SpectrumCore, SampleUnitsTakeTheFirstFrameOnly) {
     EXPECT_EQ(s.min, s.max);
 }
 
+// A tone handed to Process mixes the samples before the conjugation: the
+// same spectra as samples mixed and conjugated beforehand, whether one frame
+// (taken piece by piece) or many are transformed.
+TEST(SpectrumCore, ToneMixesBeforeTheConjugation) {
+    for (double rbw : {100.0, 10000.0}) {
+        for (bool conjugate : {false, true}) {
+            SCOPED_TRACE(testing::Message() << "rbw " << rbw << " conjugate " << conjugate);
+            RbwFilter filter(rbw, 1, kSampleRate, 0, false);
+            SpectrumCore core(&filter, 0, 1.0, Samples(filter.fftSize, 1), false);
+            Block block = Noise(core.sampleCount, 0.01, 3);
+            AddTone(block, 0.2, 7.3, filter.fftSize);
+            Block tone(block.size(), Ipp64fc{0.0, 0.0});
+            AddTone(tone, 1.0, -2.6, filter.fftSize);
+            Block mixed = block;
+            for (std::size_t i = 0; i < mixed.size(); ++i) {
+                const Ipp64fc x = block[i], t = tone[i];
+                mixed[i] = {x.re * t.re - x.im * t.im, x.re * t.im + x.im * t.re};
+                if (conjugate) mixed[i].im = -mixed[i].im;
+            }
+            const Spectra expected = Measure(core, mixed);
+            const std::size_t n = static_cast<std::size_t>(filter.fftSize);
+            Spectra s{std::vector<double>(n), std::vector<double>(n)};
+            core.Process(block.data(), s.min.data(), s.max.data(), conjugate, tone.data());
+            for (std::size_t i = 0; i < n; i += 7) {
+                EXPECT_NEAR(s.min[i], expected.min[i], 1e-9) << i;
+                EXPECT_NEAR(s.max[i], expected.max[i], 1e-9) << i;
+            }
+        }
+    }
+}
+
 // Above 210 kHz there is no FFT: the power of 256 samples plus 2.5 dB.
 TEST(SpectrumCore, DirectPowerPath) {
     RbwFilter filter(300000.0, 1, kSampleRate, 0, false);
