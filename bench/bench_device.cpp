@@ -31,12 +31,28 @@ double ProcessCpuSeconds() {
 
 double InstrumentCpuSeconds() { return Sim() ? Sim()->renderCpuSeconds() : 0.0; }
 
+long long RenderedBlocks() { return Sim() ? Sim()->renderedBlocks() : 0; }
+
+int CommandCount(unsigned serial) { return Sim() ? Sim()->commandCount(serial) : 0; }
+
 }  // namespace
 
-HostCpu::HostCpu() : process_(ProcessCpuSeconds()), instrument_(InstrumentCpuSeconds()) {}
+HostCpu::HostCpu(unsigned serial)
+    : serial_(serial), process_(ProcessCpuSeconds()), instrument_(InstrumentCpuSeconds()),
+      blocks_(RenderedBlocks()), commands_(CommandCount(serial)) {}
 
 double HostCpu::Seconds() const {
     return (ProcessCpuSeconds() - process_) - (InstrumentCpuSeconds() - instrument_);
+}
+
+double HostCpu::InstrumentSeconds() const {
+    constexpr double kBlockSeconds = 512 / 486111.1111111111;
+    return static_cast<double>(RenderedBlocks() - blocks_) * kBlockSeconds;
+}
+
+double HostCpu::PauseSeconds() const {
+    constexpr double kCommandPauseSeconds = 0.005;
+    return (CommandCount(serial_) - commands_) * kCommandPauseSeconds;
 }
 
 void CloseBenchDevices() {

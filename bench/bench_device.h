@@ -13,11 +13,21 @@ int BenchDevice(unsigned serial);
 // virtual instrument spent rendering samples (on the threads that read them).
 class HostCpu {
 public:
-    HostCpu();
+    // `serial`: the unit whose commands PauseSeconds counts.
+    explicit HostCpu(unsigned serial = 0);
     double Seconds() const;
+    // The instrument time of the samples rendered since construction: what
+    // a free-running engine measured, whether or not a caller collected it.
+    double InstrumentSeconds() const;
+    // The pauses the link owes the unit after the commands sent since
+    // construction (5 ms after each): time no real unit can be driven faster.
+    double PauseSeconds() const;
 
 private:
+    unsigned serial_;
     double process_, instrument_;
+    long long blocks_;
+    int commands_;
 };
 
 // Closes every open device, before a benchmark replaces the bench (the units

@@ -10,8 +10,9 @@
 // of the samples is included, and "CPU" is that of the whole process;
 // "host_x" takes the rendering off: the library's own work, per second of
 // samples that the engine processed (the instrument's count of the blocks it
-// produced). The engine drops what the reader leaves behind: "loss_flags"
-// counts the gets told so, and the rate counts only what was delivered.
+// rendered; one unit streams at a time). The engine drops what the reader
+// leaves behind: "loss_flags" counts the gets told so, and the rate counts
+// only what was delivered.
 #include <benchmark/benchmark.h>
 
 #include <random>
@@ -63,14 +64,13 @@ void BM_IQStream(benchmark::State& state) {
     }
     qorbench::IqBlockReader reader(device, decimation);
     reader.Next(true);  // the first block also waits for the level and the tuning
-    const unsigned serial = state.range(0) == 2 ? kOrskSerial : kVelmSerial;
-    const long long blocksBefore = qorbench::Sim()->sampleBlocks(serial);
+    const long long blocksBefore = qorbench::Sim()->renderedBlocks();
     const qorbench::HostCpu host;
     for (auto _ : state) {
         if (reader.Next() != qorNoError) state.SkipWithError("get failed");
     }
     const double hostSeconds = host.Seconds();
-    const long long blocks = qorbench::Sim()->sampleBlocks(serial) - blocksBefore;
+    const long long blocks = qorbench::Sim()->renderedBlocks() - blocksBefore;
     qorAbort(device);
     state.counters["host_x"] = static_cast<double>(blocks) * 512 / qor::kSampleRate / hostSeconds;
     state.counters["x_realtime"] = benchmark::Counter(kBlockSeconds, benchmark::Counter::kIsIterationInvariantRate);

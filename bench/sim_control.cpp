@@ -25,8 +25,9 @@ const SimControl* Sim() {
                          Resolve(library, "qorsim_bench_json", &calls.benchJson) &&
                          Resolve(library, "qorsim_last_error", &calls.lastError) &&
                          Resolve(library, "qorsim_lost_blocks", &calls.lostBlocks) &&
-                         Resolve(library, "qorsim_sample_blocks", &calls.sampleBlocks) &&
-                         Resolve(library, "qorsim_render_cpu_seconds", &calls.renderCpuSeconds);
+                         Resolve(library, "qorsim_render_cpu_seconds", &calls.renderCpuSeconds) &&
+                         Resolve(library, "qorsim_rendered_blocks", &calls.renderedBlocks) &&
+                         Resolve(library, "qorsim_command_count", &calls.commandCount);
         return all ? &calls : nullptr;
     }();
     return control;

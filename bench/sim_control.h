@@ -13,8 +13,9 @@ struct SimControl {
     decltype(&qorsim_bench_json) benchJson;
     decltype(&qorsim_last_error) lastError;
     decltype(&qorsim_lost_blocks) lostBlocks;
-    decltype(&qorsim_sample_blocks) sampleBlocks;
     decltype(&qorsim_render_cpu_seconds) renderCpuSeconds;
+    decltype(&qorsim_rendered_blocks) renderedBlocks;
+    decltype(&qorsim_command_count) commandCount;
 };
 
 // Null when the D2XX library is no virtual instrument.

@@ -56,9 +56,10 @@ public:
     void SetReference(bool present);
     void SetTemperature(double celsius);
     uint64_t LostBlocks();
-    uint64_t SampleBlocks();
     // CPU seconds spent rendering sample blocks, by every unit of the process.
     static double RenderCpuSeconds();
+    // Sample blocks rendered by every unit of the process.
+    static int64_t RenderedBlocks();
 
 private:
     struct ByteFault {

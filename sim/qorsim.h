@@ -71,13 +71,13 @@ QORSIM_API int qorsim_reference_present(unsigned serial, int present);
 QORSIM_API int qorsim_set_temperature(unsigned serial, double celsius);
 /* Sample blocks lost because the host read too slowly (realtime pacing); -1 if no such unit. */
 QORSIM_API long long qorsim_lost_blocks(unsigned serial);
-/* Sample blocks of 512 the unit has produced (sent or lost) since it was
- * plugged in: the instrument time its stream stands for; -1 if no such unit. */
-QORSIM_API long long qorsim_sample_blocks(unsigned serial);
 /* CPU seconds the instrument has spent rendering sample blocks in this
  * process, all units together: it renders on the thread that reads the
  * stream, so a benchmark takes it off to see the host's own work. */
 QORSIM_API double qorsim_render_cpu_seconds(void);
+/* Sample blocks (512 samples) rendered in this process, all units together:
+ * the instrument time a free-running engine actually consumed. */
+QORSIM_API long long qorsim_rendered_blocks(void);
 
 /* ---- command log -------------------------------------------------------- */
 

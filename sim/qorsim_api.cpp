@@ -161,12 +161,6 @@ int qorsim_set_temperature(unsigned serial, double celsius) {
     return WithAnalyzer(serial, [&](Analyzer& a) { a.SetTemperature(celsius); });
 }
 
-long long qorsim_sample_blocks(unsigned serial) {
-    long long blocks = -1;
-    WithAnalyzer(serial, [&](Analyzer& a) { blocks = static_cast<long long>(a.SampleBlocks()); });
-    return blocks;
-}
-
 long long qorsim_lost_blocks(unsigned serial) {
     long long lost = -1;
     WithAnalyzer(serial, [&](Analyzer& a) { lost = static_cast<long long>(a.LostBlocks()); });
@@ -174,6 +168,8 @@ long long qorsim_lost_blocks(unsigned serial) {
 }
 
 double qorsim_render_cpu_seconds(void) { return qorsim::Analyzer::RenderCpuSeconds(); }
+
+long long qorsim_rendered_blocks(void) { return static_cast<long long>(qorsim::Analyzer::RenderedBlocks()); }
 
 int qorsim_command_count(unsigned serial) {
     return Bus::With(0, [&](Bus& bus) { return bus.Log().Count(serial); });

@@ -26,6 +26,13 @@ constexpr double kLowSubstituteDb = 1.5;
 constexpr double kNoPartnerBelow = 16.1e6;  // no LO 21.4 MHz under the signal
 constexpr int kStepsPerDone = 25;           // steps between two deliveries
 
+// Bin k of `spectrum` (DC in the middle, bin -N/2 first) becomes bin -k:
+// the spectrum of the conjugated samples.
+void MirrorSpectrum(const double* spectrum, double* mirrored, int n) {
+    mirrored[0] = spectrum[0];
+    for (int i = 1; i < n; ++i) mirrored[i] = spectrum[n - i];
+}
+
 }  // namespace
 
 FastSweepPlan PlanFastSweep(double start, double stop, double span, int32_t fftSize, double timebaseFactor,
@@ -69,11 +76,17 @@ FastSweepEngine::FastSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
     sweepInfo->binSize = plan.binSize;
     sweepInfo->blocksPerStep = 1;
 
-    ring.Allocate(kRingBlocks * kBlock);
-    ippsZero_64fc(ring.get(), kRingBlocks * kBlock);
+    blocks.Allocate(3 * kBlock);
+    ippsZero_64fc(blocks.get(), 3 * kBlock);
     BuildTone(mixTone, kBlock, kMixFrequency);
     exchange.Configure(kRequestedBinByBin, plan.sweepLength, settings->logScale);
     for (smart_array<double>* spectrum : {&specMinA, &specMaxA, &specMinB, &specMaxB}) spectrum->Allocate(fftSize);
+    if (reject) {
+        ownMin.Allocate(kRingSlots * fftSize);
+        ownMax.Allocate(kRingSlots * fftSize);
+        ippsZero_64f(ownMin.get(), kRingSlots * fftSize);
+        ippsZero_64f(ownMax.get(), kRingSlots * fftSize);
+    }
     if (plan.lowSteps > 0) {
         BuildTone(toneUp, kBlock, kUpFrequency);
         BuildTone(toneDown, kBlock, kDownFrequency);
@@ -92,9 +105,9 @@ void FastSweepEngine::Rest() { link->ReleaseSweepPath(); }
 void FastSweepEngine::LowBandPass() {
     link->RestoreSynthModulus();
     link->SetSweepWindow(kFirstPartnerStep - 1, kFirstPartnerStep - 1 - plan.lowSteps);
-    Ipp64fc* raw = RingBlock(0);
-    Ipp64fc* up = RingBlock(1);
-    Ipp64fc* down = RingBlock(2);
+    Ipp64fc* raw = Block(0);
+    Ipp64fc* up = Block(1);
+    Ipp64fc* down = Block(2);
     const int half = fftSize / 2;
     for (int i = kLowEntries - plan.lowSteps; i <= kLowEntries; ++i) {
         if (!link->ReadSamples512(raw)) exchange.FailUsb();
@@ -116,26 +129,28 @@ void FastSweepEngine::LowBandPass() {
 }
 
 bool FastSweepEngine::ProcessStep(int step, int s) {
-    Ipp64fc* block = RingBlock(ringWrite);
-    const int lag = (ringWrite - ringRead) & (kRingBlocks - 1);
-    ringWrite = (ringWrite + 1) & (kRingBlocks - 1);
+    const int slot = ringWrite;
+    Ipp64fc* block = Block(0);
+    const int lag = (ringWrite - ringRead) & (kRingSlots - 1);
+    ringWrite = (ringWrite + 1) & (kRingSlots - 1);
     if (!link->ReadSamples512(block)) exchange.FailUsb();  // go on with what the block holds
     // The spectra read only what follows the settling of the hop.
     const int from = core->skipLeading ? kSettlingSamples : 0;
     ippsMul_64fc_I(mixTone.get() + from, block + from, kBlock - from);
-    if (!reject) {
-        core->Process(block, specMinA.get(), specMaxA.get(), false);
-        return true;
-    }
+    core->Process(block, specMinA.get(), specMaxA.get(), false);
+    if (!reject) return true;
+    // The block's own view is kept for the step 21.4 MHz higher, whose partner it is.
+    ippsCopy_64f(specMinA.get(), RingSpectrum(ownMin, slot), fftSize);
+    ippsCopy_64f(specMaxA.get(), RingSpectrum(ownMax, slot), fftSize);
     if (lag < FastSweepPlan::kSegmentSteps) return false;  // the partner of this block is not there yet
-    core->Process(RingBlock(ringRead + FastSweepPlan::kSegmentSteps), specMinA.get(), specMaxA.get(), false);
-    Ipp64fc* older = RingBlock(ringRead);
-    ringRead = (ringRead + 1) & (kRingBlocks - 1);
+    const int older = ringRead;
+    ringRead = (ringRead + 1) & (kRingSlots - 1);
     const int entry = step - kLowEntryStep;
     if (step >= kFirstPartnerStep) {
-        // Taken 21.4 MHz lower: conjugated, it shows the same RF on the same bins.
-        ippsConj_64fc(older + from, older + from, kBlock - from);
-        core->Process(older, specMinB.get(), specMaxB.get(), false);
+        // Taken 21.4 MHz lower, conjugated, it shows the same RF on the same
+        // bins; the spectrum of a conjugated block is its own mirrored.
+        MirrorSpectrum(RingSpectrum(ownMin, older), specMinB.get(), fftSize);
+        MirrorSpectrum(RingSpectrum(ownMax, older), specMaxB.get(), fftSize);
     } else if ((fftSize == 1 && s < plan.lowSteps + FastSweepPlan::kSegmentSteps) || entry < 0) {
         // No usable substitute: this step goes without rejection.
         ippsCopy_64f(specMinA.get(), specMinB.get(), fftSize);
@@ -183,7 +198,7 @@ void FastSweepEngine::Run() {
             if (!exchange.AwaitRequest() || !running) break;
             if (plan.lowSteps > 0) {
                 LowBandPass();
-                ringWrite = (ringWrite + plan.lowSteps) & (kRingBlocks - 1);
+                ringWrite = (ringWrite + plan.lowSteps) & (kRingSlots - 1);
             }
         }
         const int first = plan.segmentStart[segment];

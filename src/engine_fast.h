@@ -7,10 +7,12 @@
 //
 // Image rejection pairs each block with the one taken 107 steps (21.4 MHz)
 // lower, conjugated: it shows the same RF from the other side of its LO, and
-// the bin-by-bin minimum of the two views keeps what shows in both. The ring
-// of 256 blocks is the delay line for that partner. Below 16.1 MHz there is
-// no such partner; a low-band pass ahead of the sweep builds substitute
-// spectra from two shifted views of the high side.
+// the bin-by-bin minimum of the two views keeps what shows in both. Each
+// block's spectra are worked out once, on arrival, and kept in a ring of 256
+// slots, the delay line for that partner: the partner view is their mirror
+// image (the spectrum of the conjugated samples).
+// Below 16.1 MHz there is no such partner; a low-band pass ahead of the
+// sweep builds substitute spectra from two shifted views of the high side.
 //
 // What the sweep's arithmetic cannot do better:
 // - Below 16.1 MHz the substitute views come from LOs 100 kHz either side of
@@ -76,7 +78,7 @@ public:
                     SpectrumCore* core, SweepInfo* sweepInfo);
 
 private:
-    static constexpr int kRingBlocks = 256;
+    static constexpr int kRingSlots = 256;
     static constexpr int kLowEntries = 80;  // substitute spectra of the lowest band
 
     void Rest() override;
@@ -85,7 +87,10 @@ private:
     // One step of a segment; false when it is to be skipped (no partner yet).
     bool ProcessStep(int step, int s);
     void WriteStep();
-    Ipp64fc* RingBlock(int slot) { return ring.get() + static_cast<size_t>(slot & (kRingBlocks - 1)) * 512; }
+    Ipp64fc* Block(int i) { return blocks.get() + i * 512; }
+    double* RingSpectrum(smart_array<double>& spectra, int slot) {
+        return spectra.get() + static_cast<size_t>(slot & (kRingSlots - 1)) * fftSize;
+    }
 
     DeviceCorr* corr;
     const FastSweepPlan plan;
@@ -97,10 +102,14 @@ private:
     int32_t ringRead = 0;
     int32_t traceStep = 0;
 
-    smart_array<Ipp64fc> ring;  // kRingBlocks blocks of 512 samples
+    // Three blocks of 512 samples: the block read, and the low-band pass's two shifted views.
+    smart_array<Ipp64fc> blocks;
     smart_array<Ipp64fc> mixTone, toneUp, toneDown;
     StepCorrections corrections;
     smart_array<double> specMinA, specMaxA, specMinB, specMaxB;
+    // With rejection, the ring: each block's spectra from its own LO, fftSize
+    // values per slot, kRingSlots slots.
+    smart_array<double> ownMin, ownMax;
     std::vector<smart_array<double>> lowMin, lowMax;  // kLowEntries each, only with low steps
 };
 

@@ -56,6 +56,8 @@ SlowSweepEngine::SlowSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
     binSize = sampleRate / n;
     sweepLength = static_cast<int32_t>(std::trunc(settings->span / binSize));
     binOffset = (n - sweepLength) / 2;
+    // Only the span's bins reach the traces.
+    core->KeepBins(binOffset, sweepLength);
     sweepInfo->binSize = binSize;
     sweepInfo->sweepLength = sweepLength;
     sweepInfo->startFreq = settings->center - (sweepLength / 2) * binSize;
@@ -196,14 +198,12 @@ void SlowSweepEngine::Run() {
 
     while (running) {
         if (Capture(timeoutMs)) {
-            ippsMul_64fc_I(toneA.get(), samples.get(), sampleCount);
-            core->Process(samples.get(), minA.get(), maxA.get(), conjugateA);
+            core->Process(samples.get(), minA.get(), maxA.get(), conjugateA, toneA.get());
         }
         if (s.reject && running) {
             ConfigurePass(plan.recordB, ifSelectB, s.attenUsedB, s.gainUsedB);
             if (Capture(timeoutMs)) {
-                ippsMul_64fc_I(toneB.get(), samples.get(), sampleCount);
-                core->Process(samples.get(), minB.get(), maxB.get(), conjugateB);
+                core->Process(samples.get(), minB.get(), maxB.get(), conjugateB, toneB.get());
             }
             ConfigurePass(plan.recordA, ifSelectA, s.attenUsed, s.gainUsed);
         }

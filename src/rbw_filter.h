@@ -8,7 +8,7 @@
 // filling at most half of the FFT, the rest zero padding).
 //
 // Constant after construction but for workSamples and workSpectrum, which
-// SpectrumCore::FrameSpectrum uses as scratch: one thread at a time.
+// SpectrumCore uses as scratch: one thread at a time.
 #ifndef QOR_RBW_FILTER_H
 #define QOR_RBW_FILTER_H
 
@@ -73,7 +73,7 @@ public:
     int32_t units = 0;          // video processing units (Settings.procUnits)
     smart_array<Ipp64fc> complexWindow;  // N; real and imaginary part both hold the tap
     smart_array<Ipp64fc> workSamples;    // N; windowed samples and FFT output
-    smart_array<double> workSpectrum;    // N; the taps while building, then a frame's spectrum
+    smart_array<double> workSpectrum;    // N; the taps while building, then SpectrumCore's products of powers
     std::unique_ptr<FftPlan> fftPlan;
 };
 

@@ -13,6 +13,19 @@ constexpr int kLeadingSamples = 256;
 constexpr int kDirectSamples = 256;
 constexpr double kDirectOffsetDb = 2.5;
 
+// Calls take(FFT output index, bin, length) for the one or two runs of
+// bins from..from+count-1 of a spectrum with its halves swapped (DC in the
+// middle): bin i is FFT output (i + N/2) mod N.
+template <typename Take>
+void SwappedPieces(int n, int from, int count, Take take) {
+    const int half = n / 2, end = from + count;
+    if (from < half) take(from + half, from, std::min(end, half) - from);
+    if (end > half) {
+        const int first = std::max(from, half);
+        take(first - half, first, end - first);
+    }
+}
+
 }  // namespace
 
 SpectrumCore::SpectrumCore(RbwFilter* filter, int32_t detector, double rbwToVbw, int32_t samples,
@@ -40,10 +53,11 @@ SpectrumCore::SpectrumCore(RbwFilter* filter, int32_t detector, double rbwToVbw,
 void SpectrumCore::FrameSpectrum(RbwFilter* filter, const Ipp64fc* samples, double* out) {
     const int n = filter->fftSize;
     if (n == 1) return;
-    FrameValues(filter, samples, out);
+    const Ipp64fc* work = FrameTransform(filter, samples);
     if (filter->units == UnitsLog) {
-        ippsLn_64f(out, out, n);
-        ippsMulC_64f_I(kTenOverLn10, out, n);
+        PowerDecibels(work, n, out, 0, n);
+    } else {
+        SwappedValues(filter, work, out, 0, n);
     }
 }
 
@@ -55,23 +69,81 @@ const Ipp64fc* SpectrumCore::FrameTransform(RbwFilter* filter, const Ipp64fc* sa
     return work;
 }
 
-void SpectrumCore::FrameValues(RbwFilter* filter, const Ipp64fc* samples, double* out) {
-    if (filter->units == UnitsVoltage) {
-        const int half = filter->fftSize / 2;
-        const Ipp64fc* work = FrameTransform(filter, samples);
-        ippsMagnitude_64fc(work, out + half, half);
-        ippsMagnitude_64fc(work + half, out, half);
+const Ipp64fc* SpectrumCore::FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate) {
+    if (!tone && !conjugate) return FrameTransform(filter, p);
+    // The tone, the conjugation and the window piece by piece in cache:
+    // one pass over the frame instead of three.
+    constexpr int kPiece = 1024;
+    const int n = filter->fftSize;
+    Ipp64fc* work = filter->workSamples.get();
+    for (int i = 0; i < n; i += kPiece) {
+        const int length = std::min(kPiece, n - i);
+        if (tone) {
+            ippsMul_64fc(p + i, tone + i, work + i, length);
+        } else {
+            ippsCopy_64fc(p + i, work + i, length);
+        }
+        if (conjugate) ippsConj_64fc(work + i, work + i, length);
+        ippsMul_64fc(work + i, filter->complexWindow.get() + i, work + i, length);
+    }
+    filter->fftPlan->Forward(work, work);
+    return work;
+}
+
+void SpectrumCore::SwappedPower(const Ipp64fc* work, int n, double* out, int from, int count) {
+    // A small spectrum is cheaper whole, in two runs of N/2 that the vector
+    // loop takes, than as the few bins kept, in short runs it takes one by one.
+    constexpr int kSmallSpectrum = 32;
+    if (n <= kSmallSpectrum) {
+        from = 0;
+        count = n;
+    }
+    SwappedPieces(n, from, count, [&](int source, int bin, int length) {
+        ippsPowerSpectr_64fc(work + source, out + bin, length);
+    });
+}
+
+void SpectrumCore::SwappedValues(RbwFilter* filter, const Ipp64fc* work, double* out, int from, int count) {
+    if (filter->units != UnitsVoltage) {
+        SwappedPower(work, filter->fftSize, out, from, count);
+        return;
+    }
+    SwappedPieces(filter->fftSize, from, count, [&](int source, int bin, int length) {
+        ippsMagnitude_64fc(work + source, out + bin, length);
+    });
+}
+
+void SpectrumCore::AddInnerFrame(const Ipp64fc* work, int index, bool last, double* scratch, double* sum) {
+    // Four powers multiply well inside the range of a double (from 16-bit
+    // samples a power that is not 0 lies far above 1e-77, and none exceeds
+    // a few units), and one logarithm serves them all.
+    constexpr int kGroup = 4;
+    const int n = filter->fftSize, k0 = keepFrom, kn = keepCount;
+    double* products = filter->workSpectrum.get();
+    double* product = products + k0;
+    if (index % kGroup == 0) {
+        SwappedPower(work, n, products, k0, kn);
     } else {
-        PowerSpectrum(filter, samples, out);
+        SwappedPower(work, n, scratch, k0, kn);
+        ippsMul_64f(product, scratch + k0, product, kn);
+    }
+    if (index % kGroup != kGroup - 1 && !last) return;
+    PowerToDecibels(product, kn);
+    if (index < kGroup) {
+        ippsCopy_64f(product, sum, kn);
+    } else {
+        ippsAdd_64f(sum, product, sum, kn);
     }
 }
 
-void SpectrumCore::PowerSpectrum(RbwFilter* filter, const Ipp64fc* samples, double* out) {
-    // Swap the halves so that DC lands in the middle.
-    const int half = filter->fftSize / 2;
-    const Ipp64fc* work = FrameTransform(filter, samples);
-    ippsPowerSpectr_64fc(work, out + half, half);
-    ippsPowerSpectr_64fc(work + half, out, half);
+void SpectrumCore::PowerDecibels(const Ipp64fc* work, int n, double* out, int from, int count) {
+    // Piece by piece, so that the logarithm finds the powers still in the first-level cache.
+    constexpr int kPiece = 1024;
+    for (int i = from; i < from + count; i += kPiece) {
+        const int length = std::min(kPiece, from + count - i);
+        SwappedPower(work, n, out, i, length);
+        PowerToDecibels(out + i, length);
+    }
 }
 
 void SpectrumCore::KeepBins(int32_t from, int32_t count) {
@@ -94,9 +166,10 @@ void SpectrumCore::PowerToDecibels(double* values, int length) {
     ippsMulC_64f_I(kTenOverLn10, values, length);
 }
 
-void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate) {
+void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate, const Ipp64fc* tone) {
     const int n = filter->fftSize;
     Ipp64fc* p = skipLeading ? block + kLeadingSamples : block;
+    if (tone) tone += p - block;
 
     if (n == 1) {
         double power = 0.0;
@@ -105,26 +178,26 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
         return;
     }
 
-    if (conjugate) ippsConj_64fc(p, p, sampleCount);
-
     // Past the FFT only the kept bins are worked on.
     const int k0 = keepFrom, kn = keepCount;
-    if (filter->units == UnitsSample) {
-        FrameValues(filter, p, outMin);
+    if (filter->units == UnitsSample || (frameCount == 1 && detector == DetectorMinMax)) {
+        // One frame is both extremes (sample units look at the first only).
+        PowerDecibels(FirstFrameTransform(p, tone, conjugate), n, outMin, k0, kn);
         ippsCopy_64f(outMin + k0, outMax + k0, kn);
-        ToDecibels(outMin + k0, kn);
-        ToDecibels(outMax + k0, kn);
         return;
     }
+    if (tone) ippsMul_64fc_I(tone, p, sampleCount);
+    if (conjugate) ippsConj_64fc(p, p, sampleCount);
+
     if (videoFrames == 1 && detector == DetectorMinMax) {
         // Each frame is its own average, and the logarithm keeps the order of
-        // values (magnitudes order as powers do): the extremes of the frames'
-        // powers, taken to dB at the end, are the extremes of their dB values.
+        // values: the extremes of the frames' powers, taken to dB at the end,
+        // are the extremes of their dB values.
         double* power = frames[0].get();
-        PowerSpectrum(filter, p, outMin);
+        SwappedPower(FrameTransform(filter, p), n, outMin, k0, kn);
         ippsCopy_64f(outMin + k0, outMax + k0, kn);
         for (int f = 1; f < frameCount; ++f) {
-            PowerSpectrum(filter, p + f * hop, power);
+            SwappedPower(FrameTransform(filter, p + f * hop), n, power, k0, kn);
             ippsMinEvery_64f(power + k0, outMin + k0, outMin + k0, kn);
             ippsMaxEvery_64f(power + k0, outMax + k0, outMax + k0, kn);
         }
@@ -132,16 +205,31 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
         PowerToDecibels(outMax + k0, kn);
         return;
     }
+    // Frames [inner, videoFrames) lie in every average: in dB only their sum
+    // counts (with log units), and that is the logarithm of their product.
+    const int inner = averageCount - 1;
+    const bool logUnits = filter->units == UnitsLog;
+    const bool grouped = logUnits && videoFrames - inner > 1;
+    double* first = sums[0].get() + k0;
     for (int f = 0; f < frameCount; ++f) {
-        FrameValues(filter, p + f * hop, frames[f].get());
-        if (filter->units == UnitsLog) LinearToDecibels(frames[f].get() + k0, kn);
+        const Ipp64fc* work = FrameTransform(filter, p + f * hop);
+        if (grouped && f >= inner && f < videoFrames) {
+            AddInnerFrame(work, f - inner, f + 1 == videoFrames, frames[f].get(), first);
+        } else if (logUnits) {
+            PowerDecibels(work, n, frames[f].get(), k0, kn);
+        } else {
+            SwappedValues(filter, work, frames[f].get(), k0, kn);
+        }
     }
 
     // Moving sums over videoFrames frames: one subtraction and one
     // addition per step, whatever the length of the average.
-    double* first = sums[0].get() + k0;
-    ippsCopy_64f(frames[0].get() + k0, first, kn);
-    for (int f = 1; f < videoFrames; ++f) ippsAdd_64f(first, frames[f].get() + k0, first, kn);
+    if (grouped) {
+        for (int f = 0; f < inner; ++f) ippsAdd_64f(first, frames[f].get() + k0, first, kn);
+    } else {
+        ippsCopy_64f(frames[0].get() + k0, first, kn);
+        for (int f = 1; f < videoFrames; ++f) ippsAdd_64f(first, frames[f].get() + k0, first, kn);
+    }
     for (int k = 1; k < averageCount; ++k) {
         double* sum = sums[k].get() + k0;
         ippsSub_64f(frames[k - 1].get() + k0, sums[k - 1].get() + k0, sum, kn);

@@ -40,10 +40,12 @@ public:
     SpectrumCore(const SpectrumCore&) = delete;
     SpectrumCore& operator=(const SpectrumCore&) = delete;
 
-    // `block` holds the constructor's `samples`; with `conjugate` they are
-    // conjugated in place first. `outMin`, `outMax` take fftSize values (only
-    // index 0 without an FFT).
-    void Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate);
+    // `block` holds the constructor's `samples`; they are multiplied by
+    // `tone` (as long as the block, magnitude 1) when one is given, then
+    // with `conjugate` conjugated, in place unless only one frame is
+    // transformed. `outMin`, `outMax` take fftSize values (only index 0
+    // without an FFT).
+    void Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate, const Ipp64fc* tone = nullptr);
     // From now on Process works out only bins from..from+count-1 of its
     // spectra past the FFT (the rest of outMin and outMax holds nothing of use):
     // an engine that keeps the middle of each spectrum spares the others'
@@ -68,11 +70,22 @@ public:
 private:
     // The window and the FFT of one frame, in the filter's work samples (DC first).
     static const Ipp64fc* FrameTransform(RbwFilter* filter, const Ipp64fc* samples);
-    // The power (magnitude for UnitsVoltage) of each bin of a frame, halves
-    // swapped, before any logarithm.
-    static void FrameValues(RbwFilter* filter, const Ipp64fc* samples, double* out);
-    // The power of each bin of a frame, halves swapped.
-    static void PowerSpectrum(RbwFilter* filter, const Ipp64fc* samples, double* out);
+    // The same for the first frame at `p`, multiplied by `tone` (if any)
+    // and conjugated (if asked) on the way, the samples left as they are.
+    const Ipp64fc* FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate);
+    // Bins from..from+count-1 of a transform's spectrum with its halves
+    // swapped (DC in the middle), into the same places of `out` (fftSize
+    // values; SwappedPower writes a small spectrum whole): power, and the
+    // power or for UnitsVoltage the magnitude.
+    static void SwappedPower(const Ipp64fc* work, int n, double* out, int from, int count);
+    static void SwappedValues(RbwFilter* filter, const Ipp64fc* work, double* out, int from, int count);
+    // Frame `index` of those inside every video average (log units): its
+    // power (worked out in `scratch`, fftSize values) joins a product whose
+    // dB value is added to `sum` (the kept bins' sum) every four frames and
+    // after the `last`.
+    void AddInnerFrame(const Ipp64fc* work, int index, bool last, double* scratch, double* sum);
+    // The same bins' power in dB.
+    static void PowerDecibels(const Ipp64fc* work, int n, double* out, int from, int count);
     // Averaged values to dB, by the units they were averaged in.
     void ToDecibels(double* values, int length) const;
     // Power (magnitude for UnitsVoltage) to dB.

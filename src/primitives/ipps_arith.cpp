@@ -70,6 +70,9 @@ IppStatus ippsSub_32s_Sfs(const Ipp32s* a, const Ipp32s* b, Ipp32s* d, int lengt
 IppStatus ippsMul_32f(const Ipp32f* a, const Ipp32f* b, Ipp32f* d, int length) {
     return Binary(a, b, d, length, [](Ipp32f x, Ipp32f y) { return x * y; });
 }
+IppStatus ippsMul_64f(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int length) {
+    return Binary(a, b, d, length, [](Ipp64f x, Ipp64f y) { return x * y; });
+}
 IppStatus ippsMinEvery_64f(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int length) {
     return Binary(a, b, d, length, [](Ipp64f x, Ipp64f y) { return y < x ? y : x; });
 }

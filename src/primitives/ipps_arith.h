@@ -18,6 +18,7 @@ IppStatus ippsSub_64f(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int length);
 IppStatus ippsSub_32s_Sfs(const Ipp32s* a, const Ipp32s* b, Ipp32s* d, int length, int scaleFactor);
 // d = a x b
 IppStatus ippsMul_32f(const Ipp32f* a, const Ipp32f* b, Ipp32f* d, int length);
+IppStatus ippsMul_64f(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int length);
 // d = the smaller / larger of a and b
 IppStatus ippsMinEvery_64f(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int length);
 IppStatus ippsMaxEvery_64f(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int length);

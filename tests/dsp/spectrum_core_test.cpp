@@ -108,35 +108,41 @@ TEST(SpectrumCore, ToneLandsOnItsBinAtItsLevel) {
 }
 
 // The moving sums against a plain computation from the single frames, in
-// every video unit; a ratio of 1 takes the extremes of single frames. (The
-// detectors and units on noise are measured end to end.)
+// every video unit; a ratio of 1 takes the extremes of single frames, the
+// average detector one average of all frames, here over kept bins across the
+// middle. (The detectors and units on noise are measured end to end.)
 TEST(SpectrumCore, MovingAverageMatchesPlainSums) {
     const int n = 256;
     for (int units = 0; units < 3; ++units) {
-        for (int ratio : {1, 3}) {
-            SCOPED_TRACE(testing::Message() << "units " << units << " ratio " << ratio);
-            RbwFilter filter(10000.0, 1, kSampleRate, units, false);
-            SpectrumCore core(&filter, 0, ratio, Samples(n, ratio), false);
-            const Block block = Noise(core.sampleCount, 0.01, 5);
-            const Spectra s = Measure(core, block);
+        for (int detector : {0, 1}) {
+            for (int ratio : {1, 3}) {
+                SCOPED_TRACE(testing::Message()
+                             << "units " << units << " detector " << detector << " ratio " << ratio);
+                RbwFilter filter(10000.0, 1, kSampleRate, units, false);
+                SpectrumCore core(&filter, detector, ratio, Samples(n, ratio), false);
+                if (detector == 1) core.KeepBins(60, 130);
+                const Block block = Noise(core.sampleCount, 0.01, 5);
+                const Spectra s = Measure(core, block);
 
-            std::vector<std::vector<double>> frames(static_cast<std::size_t>(core.frameCount), std::vector<double>(n));
-            for (int f = 0; f < core.frameCount; ++f) {
-                SpectrumCore::FrameSpectrum(&filter, &block[f * core.hop], frames[f].data());
-            }
-            const auto toDb = [units](double v) {
-                return units == 0 ? v : units == 1 ? 20.0 * std::log10(v) : 10.0 * std::log10(v);
-            };
-            for (int i = 0; i < n; i += 17) {
-                double lowest = INFINITY, highest = -INFINITY;
-                for (int k = 0; k < core.averageCount; ++k) {
-                    double sum = 0.0;
-                    for (int f = k; f < k + core.videoFrames; ++f) sum += frames[f][i];
-                    lowest = std::min(lowest, sum / core.videoFrames);
-                    highest = std::max(highest, sum / core.videoFrames);
+                std::vector<std::vector<double>> frames(static_cast<std::size_t>(core.frameCount),
+                                                        std::vector<double>(n));
+                for (int f = 0; f < core.frameCount; ++f) {
+                    SpectrumCore::FrameSpectrum(&filter, &block[f * core.hop], frames[f].data());
                 }
-                EXPECT_NEAR(s.min[i], toDb(lowest), 1e-9) << i;
-                EXPECT_NEAR(s.max[i], toDb(highest), 1e-9) << i;
+                const auto toDb = [units](double v) {
+                    return units == 0 ? v : units == 1 ? 20.0 * std::log10(v) : 10.0 * std::log10(v);
+                };
+                for (int i = core.keepFrom; i < core.keepFrom + core.keepCount; i += 17) {
+                    double lowest = INFINITY, highest = -INFINITY;
+                    for (int k = 0; k < core.averageCount; ++k) {
+                        double sum = 0.0;
+                        for (int f = k; f < k + core.videoFrames; ++f) sum += frames[f][i];
+                        lowest = std::min(lowest, sum / core.videoFrames);
+                        highest = std::max(highest, sum / core.videoFrames);
+                    }
+                    EXPECT_NEAR(s.min[i], toDb(lowest), 1e-9) << i;
+                    EXPECT_NEAR(s.max[i], toDb(highest), 1e-9) << i;
+                }
             }
         }
     }
@@ -154,6 +160,37 @@ TEST(SpectrumCore, SampleUnitsTakeTheFirstFrameOnly) {
     EXPECT_NEAR(std::max_element(s.max.begin(), s.max.end()) - s.max.begin(), 128 - 20, 4);
     EXPECT_NEAR(s.max[108], -40.0 + kWindowDb, 0.01);
     EXPECT_EQ(s.min, s.max);
+}
+
+// A tone handed to Process mixes the samples before the conjugation: the
+// same spectra as samples mixed and conjugated beforehand, whether one frame
+// (taken piece by piece) or many are transformed.
+TEST(SpectrumCore, ToneMixesBeforeTheConjugation) {
+    for (double rbw : {100.0, 10000.0}) {
+        for (bool conjugate : {false, true}) {
+            SCOPED_TRACE(testing::Message() << "rbw " << rbw << " conjugate " << conjugate);
+            RbwFilter filter(rbw, 1, kSampleRate, 0, false);
+            SpectrumCore core(&filter, 0, 1.0, Samples(filter.fftSize, 1), false);
+            Block block = Noise(core.sampleCount, 0.01, 3);
+            AddTone(block, 0.2, 7.3, filter.fftSize);
+            Block tone(block.size(), Ipp64fc{0.0, 0.0});
+            AddTone(tone, 1.0, -2.6, filter.fftSize);
+            Block mixed = block;
+            for (std::size_t i = 0; i < mixed.size(); ++i) {
+                const Ipp64fc x = block[i], t = tone[i];
+                mixed[i] = {x.re * t.re - x.im * t.im, x.re * t.im + x.im * t.re};
+                if (conjugate) mixed[i].im = -mixed[i].im;
+            }
+            const Spectra expected = Measure(core, mixed);
+            const std::size_t n = static_cast<std::size_t>(filter.fftSize);
+            Spectra s{std::vector<double>(n), std::vector<double>(n)};
+            core.Process(block.data(), s.min.data(), s.max.data(), conjugate, tone.data());
+            for (std::size_t i = 0; i < n; i += 7) {
+                EXPECT_NEAR(s.min[i], expected.min[i], 1e-9) << i;
+                EXPECT_NEAR(s.max[i], expected.max[i], 1e-9) << i;
+            }
+        }
+    }
 }
 
 // Above 210 kHz there is no FFT: the power of 256 samples plus 2.5 dB.
