@@ -116,28 +116,19 @@ void RunSplit(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, 
 
     // Sweep 1: input n = n1 N2 + n2; a transform over n1 for each column n2.
     for (long c = 0; c < n2; c += kBlock) {
-        for (long i = 0; i < n1; ++i) {
-            const Ipp64fc* row = src + i * n2 + c;
-            for (int b = 0; b < kBlock; ++b) gathered[b * n1 + i] = row[b];
-        }
+        k.transpose(src + c, n2, gathered, n1, static_cast<int>(n1), kBlock, 1.0);
         for (int b = 0; b < kBlock; ++b) {
             RunStockham(spec.columns, k, gathered + b * n1, out + b * n1, scratch, 1.0, inverse);
             k.twiddle(out + b * n1, spec.middle + (c + b) * n1, out + b * n1, static_cast<int>(n1), inverse);
         }
-        for (long i = 0; i < n1; ++i) {
-            Ipp64fc* row = middle + i * n2 + c;
-            for (int b = 0; b < kBlock; ++b) row[b] = out[b * n1 + i];
-        }
+        k.transpose(out, n1, middle + c, n2, kBlock, static_cast<int>(n1), 1.0);
     }
     // Sweep 2: a transform over n2 for each row k1; output k1 + N1 k2.
     for (long r = 0; r < n1; r += kBlock) {
         for (int b = 0; b < kBlock; ++b) {
             RunStockham(spec.rows, k, middle + (r + b) * n2, out + b * n2, scratch, 1.0, inverse);
         }
-        for (long i = 0; i < n2; ++i) {
-            Ipp64fc* row = dst + i * n1 + r;
-            for (int b = 0; b < kBlock; ++b) row[b] = {out[b * n2 + i].re * scale, out[b * n2 + i].im * scale};
-        }
+        k.transpose(out, n2, dst + r, n1, kBlock, static_cast<int>(n2), scale);
     }
 }
 

@@ -30,7 +30,13 @@ struct FftKernels {
     // product is left to a pass of its own.
     void (*radix4LastTimes)(int s, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* h);
     void (*radix2LastTimes)(int s, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* h);
+    // dst[j dstRow + i] = scale x src[i srcRow + j] for i < rows, j < cols:
+    // the block transposes of the large sizes' two sweeps.
+    void (*transpose)(const Ipp64fc* src, long srcRow, Ipp64fc* dst, long dstRow, int rows, int cols, double scale);
 };
+
+// The plain block transpose, which the AVX2 level shares.
+void TransposeGeneric(const Ipp64fc* src, long srcRow, Ipp64fc* dst, long dstRow, int rows, int cols, double scale);
 
 extern const FftKernels kFftKernelsGeneric;
 extern const FftKernels kFftKernelsAvx2;

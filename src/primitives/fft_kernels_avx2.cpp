@@ -88,7 +88,8 @@ QOR_TARGET_AVX2 void TwiddleMultiply(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc
 
 }  // namespace
 
-const FftKernels kFftKernelsAvx2 = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply, nullptr,
-                                     Radix4LastTimes, Radix2LastTimes};
+const FftKernels kFftKernelsAvx2 = {Radix4Pass,      Radix4LastPass,  Radix2LastPass,
+                                     TwiddleMultiply, nullptr,         Radix4LastTimes,
+                                     Radix2LastTimes, TransposeGeneric};
 
 }  // namespace qor_prim

@@ -194,9 +194,35 @@ QOR_TARGET_AVX512 void TwiddleMultiply(const Ipp64fc* a, const Ipp64fc* w, Ipp64
     if (i < length) kFftKernelsAvx2.twiddle(a + i, w + i, d + i, length - i, inverse);
 }
 
+// Tiles of 4 x 4 complex values, each turned by the regrouping of the first pass.
+QOR_TARGET_AVX512 void Transpose(const Ipp64fc* src, long srcRow, Ipp64fc* dst, long dstRow, int rows, int cols,
+                                 double scale) {
+    if (rows % 4 != 0 || cols % 4 != 0) {
+        TransposeGeneric(src, srcRow, dst, dstRow, rows, cols, scale);
+        return;
+    }
+    constexpr int kEven = _MM_SHUFFLE(2, 0, 2, 0), kOdd = _MM_SHUFFLE(3, 1, 3, 1);
+    const __m512d k = Vec::Broadcast(scale);
+    for (int i = 0; i < rows; i += 4) {
+        const Ipp64fc* in = src + i * srcRow;
+        for (int j = 0; j < cols; j += 4) {
+            const __m512d a = Vec::Mul(Vec::Load(in + j), k), b = Vec::Mul(Vec::Load(in + srcRow + j), k);
+            const __m512d c = Vec::Mul(Vec::Load(in + 2 * srcRow + j), k);
+            const __m512d d = Vec::Mul(Vec::Load(in + 3 * srcRow + j), k);
+            const __m512d t0 = PickPairs<kEven>(a, b), t1 = PickPairs<kOdd>(a, b);
+            const __m512d t2 = PickPairs<kEven>(c, d), t3 = PickPairs<kOdd>(c, d);
+            Ipp64fc* out = dst + j * dstRow + i;
+            Vec::Store(out, PickPairs<kEven>(t0, t2));
+            Vec::Store(out + dstRow, PickPairs<kEven>(t1, t3));
+            Vec::Store(out + 2 * dstRow, PickPairs<kOdd>(t0, t2));
+            Vec::Store(out + 3 * dstRow, PickPairs<kOdd>(t1, t3));
+        }
+    }
+}
+
 }  // namespace
 
-const FftKernels kFftKernelsAvx512 = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply, Radix4Twice,
-                                       Radix4LastTimes, Radix2LastTimes};
+const FftKernels kFftKernelsAvx512 = {Radix4Pass,      Radix4LastPass,  Radix2LastPass, TwiddleMultiply, Radix4Twice,
+                                       Radix4LastTimes, Radix2LastTimes, Transpose};
 
 }  // namespace qor_prim

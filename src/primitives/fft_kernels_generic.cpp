@@ -81,6 +81,14 @@ void TwiddleMultiply(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc* d, int length,
 
 }  // namespace
 
-const FftKernels kFftKernelsGeneric = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply, nullptr, nullptr, nullptr};
+void TransposeGeneric(const Ipp64fc* src, long srcRow, Ipp64fc* dst, long dstRow, int rows, int cols, double scale) {
+    for (int i = 0; i < rows; ++i) {
+        const Ipp64fc* row = src + i * srcRow;
+        for (int j = 0; j < cols; ++j) dst[j * dstRow + i] = Scale(row[j], scale);
+    }
+}
+
+const FftKernels kFftKernelsGeneric = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply,
+                                       nullptr,    nullptr,        nullptr,        TransposeGeneric};
 
 }  // namespace qor_prim
