@@ -2,6 +2,8 @@
 // required pointers (-1), then its own checks and the mode tests.
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -104,7 +106,9 @@ TEST(Frame, ChecksComeInTheFramesOrder) {
     Buffers b;
     for (const FrameCase& c : Cases()) {
         SCOPED_TRACE(c.name);
-        for (int index : {-1, 8, 1000}) EXPECT_EQ(c.call(index, b, true), qorInvalidDeviceErr) << index;
+        for (int index : {INT_MIN, -1, 8, 1000, INT_MAX}) {
+            EXPECT_EQ(c.call(index, b, true), qorInvalidDeviceErr) << index;
+        }
         EXPECT_EQ(c.call(3, b, true), qorDeviceNotOpenErr) << "a closed device comes before null pointers";
         if (c.hasRequiredPointer) {
             EXPECT_EQ(c.call(2, b, true), qorNullPtrErr) << "null pointers come before modes";
