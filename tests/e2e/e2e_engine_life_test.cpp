@@ -75,7 +75,9 @@ TEST_F(EngineLife, LeavingTheModeWakesAWaitingCaller) {
         EXPECT_GT(woken, 0) << "no caller was ever waiting when the mode was left";
         // The 100 ms are a matter of scheduling; a sanitizer's engine threads,
         // ten times slower, keep the cores busy: there only the second counts.
-        if (!e2e::kAnySanitizer) EXPECT_LE(late, kRounds / 10) << "waiters back after 100 ms";
+        if (!e2e::kAnySanitizer) {
+            EXPECT_LE(late, kRounds / 10) << "waiters back after 100 ms";
+        }
         devices_[serial] = device;
     }
 }
