@@ -55,6 +55,10 @@ void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* s
         dst[0] = {src[0].re * scale, src[0].im * scale};
         return;
     }
+    if (plan.order == 4 && k.whole16 && !times) {
+        k.whole16(src, dst, plan.twiddles, scale, inverse);
+        return;
+    }
     const int twiddled = (plan.order - 1) / 2;
     // Sweeps through memory: the twiddled passes (two at a time where the
     // kernels fuse them), then the last pass.

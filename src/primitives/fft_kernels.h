@@ -33,6 +33,10 @@ struct FftKernels {
     // dst[j dstRow + i] = scale x src[i srcRow + j] for i < rows, j < cols:
     // the block transposes of the large sizes' two sweeps.
     void (*transpose)(const Ipp64fc* src, long srcRow, Ipp64fc* dst, long dstRow, int rows, int cols, double scale);
+    // The whole transform of 16 points in registers (its one twiddled pass
+    // with twiddles w, then the last pass), outputs times scale. Null where
+    // the registers are too few.
+    void (*whole16)(const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w, double scale, bool inverse);
 };
 
 // The plain block transpose, which the AVX2 level shares.

@@ -220,9 +220,33 @@ QOR_TARGET_AVX512 void Transpose(const Ipp64fc* src, long srcRow, Ipp64fc* dst, 
     }
 }
 
+// Sixteen points: the twiddled pass's four butterflies side by side, their
+// outputs regrouped by one 4 x 4 transpose into the last pass's inputs.
+template <bool Inverse>
+QOR_TARGET_AVX512 void Whole16(const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w, double scale) {
+    constexpr int kEven = _MM_SHUFFLE(2, 0, 2, 0), kOdd = _MM_SHUFFLE(3, 1, 3, 1);
+    const Four f = Butterfly<Inverse>(Vec::Load(x), Vec::Load(x + 4), Vec::Load(x + 8), Vec::Load(x + 12));
+    const __m512d y1 = TwiddleLoaded<Inverse>(f.y1, Vec::Load(w));
+    const __m512d y2 = TwiddleLoaded<Inverse>(f.y2, Vec::Load(w + 4));
+    const __m512d y3 = TwiddleLoaded<Inverse>(f.y3, Vec::Load(w + 8));
+    const __m512d t0 = PickPairs<kEven>(f.y0, y1), t1 = PickPairs<kOdd>(f.y0, y1);
+    const __m512d t2 = PickPairs<kEven>(y2, y3), t3 = PickPairs<kOdd>(y2, y3);
+    const Four g = Butterfly<Inverse>(PickPairs<kEven>(t0, t2), PickPairs<kEven>(t1, t3), PickPairs<kOdd>(t0, t2),
+                                      PickPairs<kOdd>(t1, t3));
+    const __m512d k = Vec::Broadcast(scale);
+    Vec::Store(y, Vec::Mul(g.y0, k));
+    Vec::Store(y + 4, Vec::Mul(g.y1, k));
+    Vec::Store(y + 8, Vec::Mul(g.y2, k));
+    Vec::Store(y + 12, Vec::Mul(g.y3, k));
+}
+
+QOR_TARGET_AVX512 void Whole16Pass(const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w, double scale, bool inverse) {
+    inverse ? Whole16<true>(x, y, w, scale) : Whole16<false>(x, y, w, scale);
+}
+
 }  // namespace
 
 const FftKernels kFftKernelsAvx512 = {Radix4Pass,      Radix4LastPass,  Radix2LastPass, TwiddleMultiply, Radix4Twice,
-                                       Radix4LastTimes, Radix2LastTimes, Transpose};
+                                       Radix4LastTimes, Radix2LastTimes, Transpose,      Whole16Pass};
 
 }  // namespace qor_prim

@@ -89,6 +89,7 @@ void TransposeGeneric(const Ipp64fc* src, long srcRow, Ipp64fc* dst, long dstRow
 }
 
 const FftKernels kFftKernelsGeneric = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply,
-                                       nullptr,    nullptr,        nullptr,        TransposeGeneric};
+                                       nullptr,    nullptr,        nullptr,        TransposeGeneric,
+                                       nullptr};
 
 }  // namespace qor_prim
