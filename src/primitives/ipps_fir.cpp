@@ -138,12 +138,6 @@ bool DirectIsCheaper(const FirCore& c, int count) {
     return static_cast<long long>(count) * c.taps <= (static_cast<long long>(c.layout.order) << c.layout.order) / 2;
 }
 
-int Log2(int v) {
-    int order = 0;
-    while ((2 << order) <= v) ++order;
-    return order;
-}
-
 // The transform a chunk is filtered with: the full one, or the one of half
 // the points for a chunk short enough (the last of a block, mostly).
 struct Transform {
@@ -151,10 +145,12 @@ struct Transform {
     const Ipp64fc* spectrum;  // of the taps, turned back by keep, scaled by 1 / n
 };
 
-// Whether the folded transform of factor can follow t: the shorter
-// transforms run on the tables of the unsplit sizes.
+// Whether the folded transform of factor can follow t: a power of two, no
+// more than the points, and the shorter transforms run on the tables of the
+// unsplit sizes.
 bool CanFold(const FirCore& c, const Transform& t, int factor) {
-    return factor == 1 || (!c.fft->split && !c.fftHalf->split && (1 << t.spec->order) >= factor);
+    const bool powerOfTwo = (factor & (factor - 1)) == 0;
+    return factor == 1 || (powerOfTwo && !c.fft->split && !c.fftHalf->split && (1 << t.spec->order) >= factor);
 }
 
 // Circular convolution of the line with the taps, into freq: output i is the
@@ -173,7 +169,7 @@ void Convolve(const FirCore& c, const Transform& t, int factor) {
     }
     const int bins = n / factor;
     for (int r = 1; r < factor; ++r) ippsAdd_64f(&freq[r * bins].re, &freq[0].re, &freq[0].re, 2 * bins);
-    const int order = t.spec->order - Log2(factor);
+    const int order = t.spec->order - CeilLog2(factor);
     const IppsFFTSpec_C_64fc& spec = (c.fft->order - order) % 2 == 0 ? *c.fft : *c.fftHalf;
     qor_prim::FftRunShorter(spec, order, freq, freq, work, true, 1.0);
 }

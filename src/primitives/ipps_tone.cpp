@@ -14,7 +14,7 @@ constexpr double kTwoPi = 6.283185307179586476925286766559;
 // by a table of the first kBlock steps.
 constexpr int kBlockBits = 6;
 constexpr int kBlock = 1 << kBlockBits;
-// Samples per segment: each segment starts from an exact cos and sin; its
+// Samples per segment: each segment starts from its own cos and sin; its
 // blocks follow by rotations in long double, whose error over a segment
 // stays far below an ulp of the output, so the error is a few ulps at any length.
 constexpr int kSegment = 4096;
@@ -25,22 +25,16 @@ struct LongComplex {
 
 LongComplex Times(LongComplex a, LongComplex b) { return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re}; }
 
-// The angle 2 pi frequency n + phase, with the whole turns of frequency n removed first.
-double Angle(double frequency, long long n, double phase) {
+// The angle 2 pi frequency n, with the whole turns of frequency n removed first.
+long double TurnAngle(double frequency, long long n) {
     const long double turns = static_cast<long double>(frequency) * static_cast<long double>(n);
-    return static_cast<double>(kTwoPiL * (turns - std::floor(turns)) + phase);
+    return kTwoPiL * (turns - std::floor(turns));
 }
 
-LongComplex Exact(double frequency, long long n, double phase) {
-    const double a = Angle(frequency, n, phase);
-    return {std::cos(a), std::sin(a)};
-}
-
-// The rotation by n samples in long double: the steps that are multiplied up
-// carry no rounding of a double angle along.
-LongComplex Rotation(double frequency, long long n) {
-    const long double turns = static_cast<long double>(frequency) * static_cast<long double>(n);
-    const long double a = kTwoPiL * (turns - std::floor(turns));
+// The rotation by n samples from `phase`, in long double: the steps that are
+// multiplied up carry no rounding of a double angle along.
+LongComplex Rotation(double frequency, long long n, double phase = 0.0) {
+    const long double a = TurnAngle(frequency, n) + phase;
     return {std::cos(a), std::sin(a)};
 }
 
@@ -76,16 +70,16 @@ IppStatus ippsTone_64fc(Ipp64fc* dst, int length, Ipp64f magnitude, Ipp64f frequ
     const LongComplex advance = Rotation(frequency, kBlock);
     const qor_prim::MulConstKernel rotate = kRotate.Pick();
     for (int segment = 0; segment < length; segment += kSegment) {
-        const LongComplex exact = Exact(frequency, segment, start);
+        const LongComplex exact = Rotation(frequency, segment, start);
         LongComplex anchor = {magnitude * exact.re, magnitude * exact.im};
         const int end = length - segment < kSegment ? length : segment + kSegment;
         for (int base = segment; base < end; base += kBlock) {
-            const Ipp64fc start = {static_cast<double>(anchor.re), static_cast<double>(anchor.im)};
-            rotate(step, start, dst + base, end - base < kBlock ? end - base : kBlock);
+            const Ipp64fc from = {static_cast<double>(anchor.re), static_cast<double>(anchor.im)};
+            rotate(step, from, dst + base, end - base < kBlock ? end - base : kBlock);
             anchor = Times(anchor, advance);
         }
     }
-    double next = std::fmod(Angle(frequency, length, start), kTwoPi);
+    double next = std::fmod(static_cast<double>(TurnAngle(frequency, length) + start), kTwoPi);
     if (!(next >= 0.0 && next < kTwoPi)) next = 0.0;
     *phase = next;
     return ippStsNoErr;
