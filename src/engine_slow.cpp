@@ -43,6 +43,10 @@ SlowSweepEngine::SlowSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
     samples.Allocate(sampleCount + kStreamRounding);
     toneA.Allocate(sampleCount);
     toneB.Allocate(sampleCount);
+    if (core->SingleFrame()) {
+        windowedToneA.Allocate(n);
+        windowedToneB.Allocate(n);
+    }
     for (smart_array<double>* a : {&minA, &maxA, &minB, &maxB, &corrA, &corrB}) a->Allocate(n);
 
     // Pass B takes the low IF only above 5 MHz and at moderate levels.
@@ -191,6 +195,10 @@ void SlowSweepEngine::Run() {
     offsetB = shift(tuneB, conjugateB);
     FillTone(toneA.get(), sampleCount, offsetA / sampleRate);
     FillTone(toneB.get(), sampleCount, offsetB / sampleRate);
+    if (windowedToneA.get()) {
+        core->WindowTone(toneA.get(), conjugateA, windowedToneA.get());
+        core->WindowTone(toneB.get(), conjugateB, windowedToneB.get());
+    }
 
     PrepareLevel();
     link->SetPreamp(s.preamp);
@@ -198,12 +206,12 @@ void SlowSweepEngine::Run() {
 
     while (running) {
         if (Capture(timeoutMs)) {
-            core->Process(samples.get(), minA.get(), maxA.get(), conjugateA, toneA.get());
+            core->Process(samples.get(), minA.get(), maxA.get(), conjugateA, toneA.get(), windowedToneA.get());
         }
         if (s.reject && running) {
             ConfigurePass(plan.recordB, ifSelectB, s.attenUsedB, s.gainUsedB);
             if (Capture(timeoutMs)) {
-                core->Process(samples.get(), minB.get(), maxB.get(), conjugateB, toneB.get());
+                core->Process(samples.get(), minB.get(), maxB.get(), conjugateB, toneB.get(), windowedToneB.get());
             }
             ConfigurePass(plan.recordA, ifSelectA, s.attenUsed, s.gainUsed);
         }

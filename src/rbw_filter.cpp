@@ -21,6 +21,11 @@ IppStatus FftPlan::Inverse(const Ipp64fc* source, Ipp64fc* destination) {
     return ippsFFTInv_CToC_64fc(source, destination, spec_, work_.get());
 }
 
+IppStatus FftPlan::ForwardWindowed(const Ipp64fc* source, const Ipp64fc* window, Ipp64fc* destination,
+                                   bool conjugate) {
+    return ippsFFTFwdWindowed_CToC_64fc(source, window, conjugate ? 1 : 0, destination, spec_, work_.get());
+}
+
 RbwGeometry RbwGeometryFor(double rbw, int32_t shape, double sampleRate, bool capFftSize) {
     RbwGeometry g;
     if (rbw > kDirectPowerRbw) {

@@ -37,6 +37,10 @@ public:
     // Source and destination may be the same array.
     IppStatus Forward(const Ipp64fc* source, Ipp64fc* destination);
     IppStatus Inverse(const Ipp64fc* source, Ipp64fc* destination);
+    // The forward transform of source times window (complex products; of
+    // conj(source) times window when `conjugate`).
+    IppStatus ForwardWindowed(const Ipp64fc* source, const Ipp64fc* window, Ipp64fc* destination,
+                              bool conjugate = false);
 
 private:
     smart_array<Ipp8u> specMemory_;

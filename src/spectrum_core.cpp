@@ -62,14 +62,33 @@ void SpectrumCore::FrameSpectrum(RbwFilter* filter, const Ipp64fc* samples, doub
 }
 
 const Ipp64fc* SpectrumCore::FrameTransform(RbwFilter* filter, const Ipp64fc* samples) {
-    const int n = filter->fftSize;
     Ipp64fc* work = filter->workSamples.get();
-    ippsMul_64fc(samples, filter->complexWindow.get(), work, n);
-    filter->fftPlan->Forward(work, work);
+    filter->fftPlan->ForwardWindowed(samples, filter->complexWindow.get(), work);
     return work;
 }
 
-const Ipp64fc* SpectrumCore::FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate) {
+bool SpectrumCore::SingleFrame() const {
+    return filter->fftSize > 1 && (filter->units == UnitsSample || (frameCount == 1 && detector == DetectorMinMax));
+}
+
+void SpectrumCore::WindowTone(const Ipp64fc* tone, bool conjugate, Ipp64fc* product) const {
+    const int n = filter->fftSize;
+    if (skipLeading) tone += kLeadingSamples;
+    if (conjugate) {
+        ippsConj_64fc(tone, product, n);
+        tone = product;
+    }
+    ippsMul_64fc(tone, filter->complexWindow.get(), product, n);
+}
+
+const Ipp64fc* SpectrumCore::FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate,
+                                                 const Ipp64fc* windowedTone) {
+    if (windowedTone) {
+        // conj(p tone) window = conj(p) (conj(tone) window)
+        Ipp64fc* work = filter->workSamples.get();
+        filter->fftPlan->ForwardWindowed(p, windowedTone, work, conjugate);
+        return work;
+    }
     if (!tone && !conjugate) return FrameTransform(filter, p);
     // The tone, the conjugation and the window piece by piece in cache:
     // one pass over the frame instead of three.
@@ -136,13 +155,15 @@ void SpectrumCore::AddInnerFrame(const Ipp64fc* work, int index, bool last, doub
     }
 }
 
-void SpectrumCore::PowerDecibels(const Ipp64fc* work, int n, double* out, int from, int count) {
-    // Piece by piece, so that the logarithm finds the powers still in the first-level cache.
+void SpectrumCore::PowerDecibels(const Ipp64fc* work, int n, double* out, int from, int count, double* copy) {
+    // Piece by piece, so that the logarithm and the copy find the powers
+    // still in the first-level cache.
     constexpr int kPiece = 1024;
     for (int i = from; i < from + count; i += kPiece) {
         const int length = std::min(kPiece, from + count - i);
         SwappedPower(work, n, out, i, length);
         PowerToDecibels(out + i, length);
+        if (copy) ippsCopy_64f(out + i, copy + i, length);
     }
 }
 
@@ -166,7 +187,8 @@ void SpectrumCore::PowerToDecibels(double* values, int length) {
     ippsMulC_64f_I(kTenOverLn10, values, length);
 }
 
-void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate, const Ipp64fc* tone) {
+void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate, const Ipp64fc* tone,
+                           const Ipp64fc* windowedTone) {
     const int n = filter->fftSize;
     Ipp64fc* p = skipLeading ? block + kLeadingSamples : block;
     if (tone) tone += p - block;
@@ -180,10 +202,9 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
 
     // Past the FFT only the kept bins are worked on.
     const int k0 = keepFrom, kn = keepCount;
-    if (filter->units == UnitsSample || (frameCount == 1 && detector == DetectorMinMax)) {
+    if (SingleFrame()) {
         // One frame is both extremes (sample units look at the first only).
-        PowerDecibels(FirstFrameTransform(p, tone, conjugate), n, outMin, k0, kn);
-        ippsCopy_64f(outMin + k0, outMax + k0, kn);
+        PowerDecibels(FirstFrameTransform(p, tone, conjugate, windowedTone), n, outMin, k0, kn, outMax);
         return;
     }
     if (tone) ippsMul_64fc_I(tone, p, sampleCount);

@@ -45,7 +45,16 @@ public:
     // with `conjugate` conjugated, in place unless only one frame is
     // transformed. `outMin`, `outMax` take fftSize values (only index 0
     // without an FFT).
-    void Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate, const Ipp64fc* tone = nullptr);
+    // `windowedTone`, if given, is what WindowTone made of `tone` for this
+    // `conjugate`: the single frame's path then takes tone, conjugation and
+    // window on the way into the transform, in one sweep through memory.
+    void Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate, const Ipp64fc* tone = nullptr,
+                 const Ipp64fc* windowedTone = nullptr);
+    // One frame makes each spectrum (the path that WindowTone serves).
+    bool SingleFrame() const;
+    // For a tone that every block will take: the product of the tone (its
+    // conjugate with `conjugate`) and the window, fftSize values.
+    void WindowTone(const Ipp64fc* tone, bool conjugate, Ipp64fc* product) const;
     // From now on Process works out only bins from..from+count-1 of its
     // spectra past the FFT (the rest of outMin and outMax holds nothing of use):
     // an engine that keeps the middle of each spectrum spares the others'
@@ -72,7 +81,8 @@ private:
     static const Ipp64fc* FrameTransform(RbwFilter* filter, const Ipp64fc* samples);
     // The same for the first frame at `p`, multiplied by `tone` (if any)
     // and conjugated (if asked) on the way, the samples left as they are.
-    const Ipp64fc* FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate);
+    const Ipp64fc* FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate,
+                                       const Ipp64fc* windowedTone);
     // Bins from..from+count-1 of a transform's spectrum with its halves
     // swapped (DC in the middle), into the same places of `out` (fftSize
     // values; SwappedPower writes a small spectrum whole): power, and the
@@ -85,7 +95,7 @@ private:
     // after the `last`.
     void AddInnerFrame(const Ipp64fc* work, int index, bool last, double* scratch, double* sum);
     // The same bins' power in dB.
-    static void PowerDecibels(const Ipp64fc* work, int n, double* out, int from, int count);
+    static void PowerDecibels(const Ipp64fc* work, int n, double* out, int from, int count, double* copy = nullptr);
     // Averaged values to dB, by the units they were averaged in.
     void ToDecibels(double* values, int length) const;
     // Power (magnitude for UnitsVoltage) to dB.

@@ -4,6 +4,7 @@
 
 #include "dispatch_row.h"
 #include "fft_twiddles.h"
+#include "ipps_complex.h"
 
 namespace qor_prim {
 
@@ -11,9 +12,9 @@ namespace {
 
 // From this order on, the two-sweep scheme.
 constexpr int kSplitMinOrder = 17;
-// Columns gathered together: eight complex doubles fill two 64-byte cache lines
-// and halve the pages touched per column compared with one line.
-constexpr int kBlock = 8;
+// Columns gathered together: eight complex doubles fill two 64-byte cache
+// lines, so that each row a block visits yields whole lines.
+constexpr int kBlock = 16;
 constexpr size_t kAlign = 64;
 
 size_t AlignUp(size_t bytes) { return (bytes + kAlign - 1) & ~(kAlign - 1); }
@@ -48,14 +49,16 @@ void FillStockham(Ipp64fc* twiddles, int order, const TwiddleSource& source, int
 }
 
 // With `times`, a forward transform whose outputs are multiplied by it
-// (scale ignored), in the last pass where the kernels can.
+// (scale ignored), in the last pass where the kernels can. With `batch`,
+// that many transforms at once, interleaved: point i of transform b at
+// i x batch + b, in and out (the batch rides in the passes' stride).
 void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* src, Ipp64fc* dst, Ipp64fc* scratch,
-                 double scale, bool inverse, const Ipp64fc* times = nullptr) {
+                 double scale, bool inverse, const Ipp64fc* times = nullptr, int batch = 1) {
     if (plan.order == 0) {
-        dst[0] = {src[0].re * scale, src[0].im * scale};
+        for (int b = 0; b < batch; ++b) dst[b] = {src[b].re * scale, src[b].im * scale};
         return;
     }
-    if (plan.order == 4 && k.whole16 && !times) {
+    if (plan.order == 4 && k.whole16 && !times && batch == 1) {
         k.whole16(src, dst, plan.twiddles, scale, inverse);
         return;
     }
@@ -71,11 +74,11 @@ void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* s
         out = dst;
     } else {
         // An odd pass count in place: start from a copy so that the last pass lands in dst.
-        std::memcpy(static_cast<void*>(scratch), src, sizeof(Ipp64fc) << plan.order);
+        std::memcpy(static_cast<void*>(scratch), src, (sizeof(Ipp64fc) << plan.order) * batch);
         in = scratch;
         out = dst;
     }
-    int len = 1 << plan.order, stride = 1;
+    int len = 1 << plan.order, stride = batch;
     const Ipp64fc* twiddles = plan.twiddles;
     for (int t = 0; t < twiddled;) {
         if (k.radix4Twice && t + 1 < twiddled) {
@@ -104,12 +107,45 @@ void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* s
         } else {
             k.radix2Last(stride, in, out, scale);
         }
-        if (times) k.twiddle(out, times, out, 1 << plan.order, false);
+        if (times) k.twiddle(out, times, out, (1 << plan.order) * batch, false);
     }
 }
 
+// The rows of a block lie too far apart for the processor to guess them:
+// each is fetched some rows ahead of its use.
+constexpr long kRowsAhead = 48;
+constexpr size_t kRowBytes = kBlock * sizeof(Ipp64fc);
+
+// kBlock values from each of `rows` rows `stride` apart, packed.
+void GatherRows(const Ipp64fc* from, long stride, Ipp64fc* to, long rows) {
+    for (long r = 0; r < rows; ++r) {
+        const Ipp64fc* row = from + r * stride;
+        if (r + kRowsAhead < rows) {
+            for (size_t line = 0; line < kRowBytes; line += 64) {
+                __builtin_prefetch(reinterpret_cast<const char*>(row + kRowsAhead * stride) + line);
+            }
+        }
+        std::memcpy(static_cast<void*>(to + r * kBlock), row, kRowBytes);
+    }
+}
+
+// The reverse: packed rows of kBlock values put back `stride` apart.
+void ScatterRows(const Ipp64fc* from, Ipp64fc* to, long stride, long rows) {
+    for (long r = 0; r < rows; ++r) {
+        Ipp64fc* row = to + r * stride;
+        if (r + kRowsAhead < rows) {
+            for (size_t line = 0; line < kRowBytes; line += 64) {
+                __builtin_prefetch(reinterpret_cast<char*>(row + kRowsAhead * stride) + line, 1);
+            }
+        }
+        std::memcpy(static_cast<void*>(row), from + r * kBlock, kRowBytes);
+    }
+}
+
+// With `window`, the transform of src x window (complex products; conj(src)
+// x window when `conjugate`), taken while the first sweep gathers its blocks.
 void RunSplit(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, Ipp64fc* work, bool inverse,
-              double scale) {
+              double scale, const Ipp64fc* window = nullptr, bool conjugate = false) {
     const FftKernels& k = *spec.kernels;
     const long n1 = 1L << spec.columns.order, n2 = 1L << spec.rows.order;
     const long widest = n1 > n2 ? n1 : n2;
@@ -118,21 +154,27 @@ void RunSplit(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, 
     Ipp64fc* out = gathered + kBlock * widest;
     Ipp64fc* scratch = out + kBlock * widest;
 
-    // Sweep 1: input n = n1 N2 + n2; a transform over n1 for each column n2.
+    // Sweep 1: input n = n1 N2 + n2; a transform over n1 for each column n2,
+    // kBlock neighbouring columns at once as one batch, multiplied by the
+    // middle twiddles and put back in place.
     for (long c = 0; c < n2; c += kBlock) {
-        k.transpose(src + c, n2, gathered, n1, static_cast<int>(n1), kBlock, 1.0);
-        for (int b = 0; b < kBlock; ++b) {
-            RunStockham(spec.columns, k, gathered + b * n1, out + b * n1, scratch, 1.0, inverse);
-            k.twiddle(out + b * n1, spec.middle + (c + b) * n1, out + b * n1, static_cast<int>(n1), inverse);
+        GatherRows(src + c, n2, gathered, n1);
+        if (window) {
+            GatherRows(window + c, n2, out, n1);
+            if (conjugate) ippsConj_64fc(gathered, gathered, static_cast<int>(n1 * kBlock));
+            k.twiddle(gathered, out, gathered, static_cast<int>(n1 * kBlock), false);
         }
-        k.transpose(out, n1, middle + c, n2, kBlock, static_cast<int>(n1), 1.0);
+        RunStockham(spec.columns, k, gathered, out, scratch, 1.0, inverse, nullptr, kBlock);
+        k.twiddle(out, spec.middle + c * n1, out, static_cast<int>(n1 * kBlock), inverse);
+        ScatterRows(out, middle + c, n2, n1);
     }
     // Sweep 2: a transform over n2 for each row k1; output k1 + N1 k2.
     for (long r = 0; r < n1; r += kBlock) {
         for (int b = 0; b < kBlock; ++b) {
             RunStockham(spec.rows, k, middle + (r + b) * n2, out + b * n2, scratch, 1.0, inverse);
         }
-        k.transpose(out, n2, dst + r, n1, kBlock, static_cast<int>(n2), scale);
+        k.transpose(out, n2, gathered, kBlock, kBlock, static_cast<int>(n2), scale);
+        ScatterRows(gathered, dst + r, n1, n2);
     }
 }
 
@@ -148,7 +190,7 @@ FftSizes FftMemorySizes(int order) {
         const size_t widest = size_t{1} << (o1 > o2 ? o1 : o2);
         spec += AlignUp(StockhamTwiddleCount(o1) * point) + AlignUp(StockhamTwiddleCount(o2) * point) +
                 AlignUp(n * point);
-        work = (n + (2 * kBlock + 1) * widest) * point;
+        work = (n + 3 * kBlock * widest) * point;
     } else {
         spec += AlignUp(StockhamTwiddleCount(order) * point);
         work = n * point;
@@ -187,9 +229,13 @@ IppsFFTSpec_C_64fc* FftBuild(int order, double forwardScale, double inverseScale
     Ipp64fc* middle = take(size_t{1} << order);
     FillStockham(t1, o1, source, order);
     FillStockham(t2, o2, source, order);
+    // Laid out as the first sweep's blocks use them: block by block, point k1
+    // of column c + b at c N1 + k1 kBlock + b.
     const long long n1 = 1LL << o1, n2 = 1LL << o2;
-    for (long long c = 0; c < n2; ++c) {
-        for (long long k1 = 0; k1 < n1; ++k1) middle[c * n1 + k1] = source(c * k1);
+    for (long long c = 0; c < n2; c += kBlock) {
+        for (long long k1 = 0; k1 < n1; ++k1) {
+            for (int b = 0; b < kBlock; ++b) middle[c * n1 + k1 * kBlock + b] = source((c + b) * k1);
+        }
     }
     spec->columns = {o1, t1};
     spec->rows = {o2, t2};
@@ -221,6 +267,22 @@ void FftRunTimes(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* ds
         return;
     }
     RunStockham(spec.whole, *spec.kernels, src, dst, AlignPointer<Ipp64fc>(work), 1.0, false, h);
+}
+
+void FftRunWindowed(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, const Ipp64fc* window, bool conjugate,
+                    Ipp64fc* dst, void* work) {
+    auto* scratch = AlignPointer<Ipp64fc>(work);
+    if (spec.split) {
+        RunSplit(spec, src, dst, scratch, false, spec.forwardScale, window, conjugate);
+        return;
+    }
+    const int n = 1 << spec.order;
+    if (conjugate) {
+        ippsConj_64fc(src, dst, n);
+        src = dst;
+    }
+    spec.kernels->twiddle(src, window, dst, n, false);
+    RunStockham(spec.whole, *spec.kernels, dst, dst, scratch, spec.forwardScale, false);
 }
 
 void FftRun(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, bool inverse) {

@@ -3,9 +3,9 @@
 // Up to 2^16 points, radix-4 Stockham passes (one radix-2 pass last for odd
 // orders) ping-pong between the destination and one scratch array. Above,
 // the data no longer fit the caches and the transform is split in two
-// sweeps of short row transforms N = N1 x N2: blocks of four columns are
-// gathered, transformed, multiplied by the middle twiddles and written as
-// rows; then each row is transformed and scattered to its output columns.
+// sweeps of short transforms N = N1 x N2: blocks of eight columns are
+// gathered, transformed together, multiplied by the middle twiddles and put
+// back; then each row is transformed and scattered to its output columns.
 // Each sweep reads and writes memory once, instead of once per pass.
 #ifndef QOR_PRIMITIVES_FFT_CORE_H
 #define QOR_PRIMITIVES_FFT_CORE_H
@@ -48,7 +48,7 @@ struct IppsFFTSpec_C_64fc {
     qor_prim::StockhamPlan whole;    // the whole transform when not split
     qor_prim::StockhamPlan columns;  // N1 points, the first sweep
     qor_prim::StockhamPlan rows;     // N2 points, the second sweep
-    const Ipp64fc* middle;           // W_N^(n2 k1) at n2 x N1 + k1
+    const Ipp64fc* middle;           // W_N^(n2 k1), in the first sweep's order
 };
 
 namespace qor_prim {
@@ -67,6 +67,13 @@ void FftRunScaled(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* d
 // The forward transform, unscaled, with each output multiplied by h at its
 // index (h and dst not the same array).
 void FftRunTimes(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, const Ipp64fc* h);
+
+// The forward transform of src x window (complex products, element by
+// element; conj(src) x window when `conjugate`), with the setup block's
+// scale; the large sizes take the products on the way into their first
+// sweep instead of in a pass of their own.
+void FftRunWindowed(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, const Ipp64fc* window, bool conjugate,
+                    Ipp64fc* dst, void* work);
 
 // The transform of 2^order points on the tables of a larger unsplit one,
 // whose order exceeds it by an even number: the passes of the shorter

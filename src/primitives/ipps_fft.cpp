@@ -57,3 +57,11 @@ IppStatus ippsFFTFwd_CToC_64fc(const Ipp64fc* src, Ipp64fc* dst, const IppsFFTSp
 IppStatus ippsFFTInv_CToC_64fc(const Ipp64fc* src, Ipp64fc* dst, const IppsFFTSpec_C_64fc* spec, Ipp8u* work) {
     return Transform(src, dst, spec, work, true);
 }
+
+IppStatus ippsFFTFwdWindowed_CToC_64fc(const Ipp64fc* src, const Ipp64fc* window, int conjugate, Ipp64fc* dst,
+                                       const IppsFFTSpec_C_64fc* spec, Ipp8u* work) {
+    if (qor_prim::AnyNull(src, window, dst, spec, work)) return ippStsNullPtrErr;
+    if (spec->magic != qor_prim::kFftMagic) return ippStsContextMatchErr;
+    qor_prim::FftRunWindowed(*spec, src, window, conjugate != 0, dst, work);
+    return ippStsNoErr;
+}

@@ -34,13 +34,13 @@ protected:
     std::map<unsigned, int> devices_;
 };
 
-// A caller waits for data while the mode is left from another thread, 30
+// A caller waits for data while the mode is left from another thread, 50
 // times in each mode: by abort, and every tenth time by closing the device.
 // The waiter gets its data (0), learns that the mode is gone (-6) or that
 // the device closed before it looked (-3), within 100 ms (a busy machine may
 // hold a few of them back, never for a second).
 TEST_F(EngineLife, LeavingTheModeWakesAWaitingCaller) {
-    constexpr int kRounds = 30;
+    constexpr int kRounds = 50;
     for (const e2e::ModeCase& mode : e2e::AllModes()) {
         SCOPED_TRACE(mode.name);
         const unsigned serial = SerialFor(mode);

@@ -174,6 +174,37 @@ out(np.concatenate(parts).view(np.float64))
 }
 
 // 2^24 once: a sparse input whose transform is known exactly at chosen bins, and the round trip.
+// The window's product taken inside the transform (in the first sweep of
+// the large sizes) against the three calls it stands for, with and without
+// the conjugation, below and above the split and on every code path.
+TEST(Fft, WindowedForwardIsConjugateMultiplyForward) {
+    qor_test::OnEachCodePath([](int) {
+        for (int order : {10, 17, 18}) {
+            const size_t n = size_t{1} << order;
+            const Vec x = RandomSignal(n, 7 + order), window = RandomSignal(n, 70 + order);
+            Fft fft(order);
+            for (int conjugate : {0, 1}) {
+                SCOPED_TRACE(testing::Message() << "order " << order << " conjugate " << conjugate);
+                Vec reference(n);
+                if (conjugate) {
+                    ippsConj_64fc(x.data(), reference.data(), static_cast<int>(n));
+                } else {
+                    reference = x;
+                }
+                ippsMul_64fc_I(window.data(), reference.data(), static_cast<int>(n));
+                fft.Forward(reference.data(), reference.data());
+                Vec y(n);
+                ASSERT_EQ(ippsFFTFwdWindowed_CToC_64fc(x.data(), window.data(), conjugate, y.data(), fft.spec(), fft.work()),
+                          ippStsNoErr);
+                EXPECT_LE(RelativeError(y, reference), Bound(order));
+            }
+        }
+    });
+    Fft fft(10);
+    Vec x(1024);
+    EXPECT_EQ(ippsFFTFwdWindowed_CToC_64fc(x.data(), nullptr, 0, x.data(), fft.spec(), fft.work()), ippStsNullPtrErr);
+}
+
 TEST(Fft, LargestSize) {
     constexpr int kOrder = 24;
     const size_t n = size_t{1} << kOrder;
