@@ -14,7 +14,7 @@ namespace {
 constexpr int kSplitMinOrder = 17;
 // Columns gathered together: eight complex doubles fill two 64-byte cache
 // lines, so that each row a block visits yields whole lines.
-constexpr int kBlock = 16;
+constexpr int kBlock = 8;
 constexpr size_t kAlign = 64;
 
 size_t AlignUp(size_t bytes) { return (bytes + kAlign - 1) & ~(kAlign - 1); }
@@ -113,7 +113,7 @@ void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* s
 
 // The rows of a block lie too far apart for the processor to guess them:
 // each is fetched some rows ahead of its use.
-constexpr long kRowsAhead = 48;
+constexpr long kRowsAhead = 24;
 constexpr size_t kRowBytes = kBlock * sizeof(Ipp64fc);
 
 // kBlock values from each of `rows` rows `stride` apart, packed.
