@@ -26,6 +26,11 @@ IppStatus FftPlan::ForwardWindowed(const Ipp64fc* source, const Ipp64fc* window,
     return ippsFFTFwdWindowed_CToC_64fc(source, window, conjugate ? 1 : 0, destination, spec_, work_.get());
 }
 
+IppStatus FftPlan::ForwardWindowedPower(const Ipp64fc* source, const Ipp64fc* window, bool conjugate,
+                                        Ipp64fc* scratch, double* power) {
+    return ippsFFTFwdWindowedPower_64fc(source, window, conjugate ? 1 : 0, scratch, power, spec_, work_.get());
+}
+
 RbwGeometry RbwGeometryFor(double rbw, int32_t shape, double sampleRate, bool capFftSize) {
     RbwGeometry g;
     if (rbw > kDirectPowerRbw) {

@@ -41,6 +41,10 @@ public:
     // conj(source) times window when `conjugate`).
     IppStatus ForwardWindowed(const Ipp64fc* source, const Ipp64fc* window, Ipp64fc* destination,
                               bool conjugate = false);
+    // That transform's power with its halves swapped (DC in the middle);
+    // `scratch` holds 2^order complex values and may be overwritten.
+    IppStatus ForwardWindowedPower(const Ipp64fc* source, const Ipp64fc* window, bool conjugate, Ipp64fc* scratch,
+                                   double* power);
 
 private:
     smart_array<Ipp8u> specMemory_;

@@ -81,15 +81,7 @@ void SpectrumCore::WindowTone(const Ipp64fc* tone, bool conjugate, Ipp64fc* prod
     ippsMul_64fc(tone, filter->complexWindow.get(), product, n);
 }
 
-const Ipp64fc* SpectrumCore::FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate,
-                                                 const Ipp64fc* windowedTone) {
-    if (windowedTone) {
-        // conj(p tone) window = conj(p) (conj(tone) window)
-        Ipp64fc* work = filter->workSamples.get();
-        filter->fftPlan->ForwardWindowed(p, windowedTone, work, conjugate);
-        return work;
-    }
-    if (!tone && !conjugate) return FrameTransform(filter, p);
+const Ipp64fc* SpectrumCore::FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate) {
     // The tone, the conjugation and the window piece by piece in cache:
     // one pass over the frame instead of three.
     constexpr int kPiece = 1024;
@@ -161,7 +153,7 @@ void SpectrumCore::PowerDecibels(const Ipp64fc* work, int n, double* out, int fr
     constexpr int kPiece = 1024;
     for (int i = from; i < from + count; i += kPiece) {
         const int length = std::min(kPiece, from + count - i);
-        SwappedPower(work, n, out, i, length);
+        if (work) SwappedPower(work, n, out, i, length);
         PowerToDecibels(out + i, length);
         if (copy) ippsCopy_64f(out + i, copy + i, length);
     }
@@ -204,7 +196,16 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
     const int k0 = keepFrom, kn = keepCount;
     if (SingleFrame()) {
         // One frame is both extremes (sample units look at the first only).
-        PowerDecibels(FirstFrameTransform(p, tone, conjugate, windowedTone), n, outMin, k0, kn, outMax);
+        // conj(p tone) window = conj(p) (conj(tone) window): without a tone,
+        // or with its product with the window at hand, the transform takes
+        // conjugation and window on its way in and gives the power itself.
+        const Ipp64fc* window = windowedTone ? windowedTone : tone ? nullptr : filter->complexWindow.get();
+        if (window) {
+            filter->fftPlan->ForwardWindowedPower(p, window, conjugate, filter->workSamples.get(), outMin);
+            PowerDecibels(nullptr, n, outMin, k0, kn, outMax);
+        } else {
+            PowerDecibels(FirstFrameTransform(p, tone, conjugate), n, outMin, k0, kn, outMax);
+        }
         return;
     }
     if (tone) ippsMul_64fc_I(tone, p, sampleCount);

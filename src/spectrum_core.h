@@ -81,8 +81,7 @@ private:
     static const Ipp64fc* FrameTransform(RbwFilter* filter, const Ipp64fc* samples);
     // The same for the first frame at `p`, multiplied by `tone` (if any)
     // and conjugated (if asked) on the way, the samples left as they are.
-    const Ipp64fc* FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate,
-                                       const Ipp64fc* windowedTone);
+    const Ipp64fc* FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate);
     // Bins from..from+count-1 of a transform's spectrum with its halves
     // swapped (DC in the middle), into the same places of `out` (fftSize
     // values; SwappedPower writes a small spectrum whole): power, and the
@@ -94,7 +93,8 @@ private:
     // dB value is added to `sum` (the kept bins' sum) every four frames and
     // after the `last`.
     void AddInnerFrame(const Ipp64fc* work, int index, bool last, double* scratch, double* sum);
-    // The same bins' power in dB.
+    // The same bins' power in dB (with a null `work`, `out` holds their
+    // power already), and copied to `copy` if given.
     static void PowerDecibels(const Ipp64fc* work, int n, double* out, int from, int count, double* copy = nullptr);
     // Averaged values to dB, by the units they were averaged in.
     void ToDecibels(double* values, int length) const;

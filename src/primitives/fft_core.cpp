@@ -114,12 +114,13 @@ void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* s
 // The rows of a block lie too far apart for the processor to guess them:
 // each is fetched some rows ahead of its use.
 constexpr long kRowsAhead = 24;
-constexpr size_t kRowBytes = kBlock * sizeof(Ipp64fc);
 
 // kBlock values from each of `rows` rows `stride` apart, packed.
-void GatherRows(const Ipp64fc* from, long stride, Ipp64fc* to, long rows) {
+template <typename T>
+void GatherRows(const T* from, long stride, T* to, long rows) {
+    constexpr size_t kRowBytes = kBlock * sizeof(T);
     for (long r = 0; r < rows; ++r) {
-        const Ipp64fc* row = from + r * stride;
+        const T* row = from + r * stride;
         if (r + kRowsAhead < rows) {
             for (size_t line = 0; line < kRowBytes; line += 64) {
                 __builtin_prefetch(reinterpret_cast<const char*>(row + kRowsAhead * stride) + line);
@@ -130,9 +131,11 @@ void GatherRows(const Ipp64fc* from, long stride, Ipp64fc* to, long rows) {
 }
 
 // The reverse: packed rows of kBlock values put back `stride` apart.
-void ScatterRows(const Ipp64fc* from, Ipp64fc* to, long stride, long rows) {
+template <typename T>
+void ScatterRows(const T* from, T* to, long stride, long rows) {
+    constexpr size_t kRowBytes = kBlock * sizeof(T);
     for (long r = 0; r < rows; ++r) {
-        Ipp64fc* row = to + r * stride;
+        T* row = to + r * stride;
         if (r + kRowsAhead < rows) {
             for (size_t line = 0; line < kRowBytes; line += 64) {
                 __builtin_prefetch(reinterpret_cast<char*>(row + kRowsAhead * stride) + line, 1);
@@ -143,9 +146,11 @@ void ScatterRows(const Ipp64fc* from, Ipp64fc* to, long stride, long rows) {
 }
 
 // With `window`, the transform of src x window (complex products; conj(src)
-// x window when `conjugate`), taken while the first sweep gathers its blocks.
+// x window when `conjugate`), taken while the first sweep gathers its
+// blocks. With `power`, the outputs' power goes there instead of the
+// outputs to dst, halves swapped (output k at (k + N / 2) mod N).
 void RunSplit(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, Ipp64fc* work, bool inverse,
-              double scale, const Ipp64fc* window = nullptr, bool conjugate = false) {
+              double scale, const Ipp64fc* window = nullptr, bool conjugate = false, double* power = nullptr) {
     const FftKernels& k = *spec.kernels;
     const long n1 = 1L << spec.columns.order, n2 = 1L << spec.rows.order;
     const long widest = n1 > n2 ? n1 : n2;
@@ -165,7 +170,7 @@ void RunSplit(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, 
             k.twiddle(gathered, out, gathered, static_cast<int>(n1 * kBlock), false);
         }
         RunStockham(spec.columns, k, gathered, out, scratch, 1.0, inverse, nullptr, kBlock);
-        k.twiddle(out, spec.middle + c * n1, out, static_cast<int>(n1 * kBlock), inverse);
+        k.blockTwiddle(out, spec.blockStarts + c / kBlock * n1, spec.inBlock, static_cast<int>(n1), kBlock, inverse);
         ScatterRows(out, middle + c, n2, n1);
     }
     // Sweep 2: a transform over n2 for each row k1; output k1 + N1 k2.
@@ -174,7 +179,16 @@ void RunSplit(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, 
             RunStockham(spec.rows, k, middle + (r + b) * n2, out + b * n2, scratch, 1.0, inverse);
         }
         k.transpose(out, n2, gathered, kBlock, kBlock, static_cast<int>(n2), scale);
-        ScatterRows(gathered, dst + r, n1, n2);
+        if (!power) {
+            ScatterRows(gathered, dst + r, n1, n2);
+            continue;
+        }
+        // Output k1 + N1 k2 goes to row k2 + N2 / 2 (mod N2) of the powers.
+        auto* rows = reinterpret_cast<double*>(out);
+        ippsPowerSpectr_64fc(gathered, rows, static_cast<int>(n2 * kBlock));
+        const long half = n2 / 2;
+        ScatterRows(rows, power + half * n1 + r, n1, half);
+        ScatterRows(rows + half * kBlock, power + r, n1, half);
     }
 }
 
@@ -189,7 +203,7 @@ FftSizes FftMemorySizes(int order) {
         const int o1 = ColumnOrder(order), o2 = order - o1;
         const size_t widest = size_t{1} << (o1 > o2 ? o1 : o2);
         spec += AlignUp(StockhamTwiddleCount(o1) * point) + AlignUp(StockhamTwiddleCount(o2) * point) +
-                AlignUp(n * point);
+                AlignUp(n / kBlock * point) + AlignUp((size_t{1} << o1) * kBlock * point);
         work = (n + 3 * kBlock * widest) * point;
     } else {
         spec += AlignUp(StockhamTwiddleCount(order) * point);
@@ -216,7 +230,8 @@ IppsFFTSpec_C_64fc* FftBuild(int order, double forwardScale, double inverseScale
     spec->whole = {0, nullptr};
     spec->columns = {0, nullptr};
     spec->rows = {0, nullptr};
-    spec->middle = nullptr;
+    spec->blockStarts = nullptr;
+    spec->inBlock = nullptr;
     if (!spec->split) {
         Ipp64fc* twiddles = take(StockhamTwiddleCount(order));
         FillStockham(twiddles, order, source, order);
@@ -226,20 +241,21 @@ IppsFFTSpec_C_64fc* FftBuild(int order, double forwardScale, double inverseScale
     const int o1 = ColumnOrder(order), o2 = order - o1;
     Ipp64fc* t1 = take(StockhamTwiddleCount(o1));
     Ipp64fc* t2 = take(StockhamTwiddleCount(o2));
-    Ipp64fc* middle = take(size_t{1} << order);
     FillStockham(t1, o1, source, order);
     FillStockham(t2, o2, source, order);
-    // Laid out as the first sweep's blocks use them: block by block, point k1
-    // of column c + b at c N1 + k1 kBlock + b.
     const long long n1 = 1LL << o1, n2 = 1LL << o2;
+    Ipp64fc* starts = take(static_cast<size_t>(n2 / kBlock * n1));
+    Ipp64fc* inBlock = take(static_cast<size_t>(n1 * kBlock));
     for (long long c = 0; c < n2; c += kBlock) {
-        for (long long k1 = 0; k1 < n1; ++k1) {
-            for (int b = 0; b < kBlock; ++b) middle[c * n1 + k1 * kBlock + b] = source((c + b) * k1);
-        }
+        for (long long k1 = 0; k1 < n1; ++k1) starts[c / kBlock * n1 + k1] = source(c * k1);
+    }
+    for (long long k1 = 0; k1 < n1; ++k1) {
+        for (int b = 0; b < kBlock; ++b) inBlock[k1 * kBlock + b] = source(b * k1);
     }
     spec->columns = {o1, t1};
     spec->rows = {o2, t2};
-    spec->middle = middle;
+    spec->blockStarts = starts;
+    spec->inBlock = inBlock;
     return spec;
 }
 
@@ -283,6 +299,18 @@ void FftRunWindowed(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, const Ip
     }
     spec.kernels->twiddle(src, window, dst, n, false);
     RunStockham(spec.whole, *spec.kernels, dst, dst, scratch, spec.forwardScale, false);
+}
+
+void FftRunWindowedPower(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, const Ipp64fc* window, bool conjugate,
+                         Ipp64fc* scratch, double* power, void* work) {
+    if (spec.split) {
+        RunSplit(spec, src, nullptr, AlignPointer<Ipp64fc>(work), false, spec.forwardScale, window, conjugate, power);
+        return;
+    }
+    FftRunWindowed(spec, src, window, conjugate, scratch, work);
+    const int n = 1 << spec.order, half = n / 2;
+    ippsPowerSpectr_64fc(scratch + half, power, n - half);
+    if (half > 0) ippsPowerSpectr_64fc(scratch, power + n - half, half);
 }
 
 void FftRun(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, void* work, bool inverse) {

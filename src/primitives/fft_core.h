@@ -48,7 +48,10 @@ struct IppsFFTSpec_C_64fc {
     qor_prim::StockhamPlan whole;    // the whole transform when not split
     qor_prim::StockhamPlan columns;  // N1 points, the first sweep
     qor_prim::StockhamPlan rows;     // N2 points, the second sweep
-    const Ipp64fc* middle;           // W_N^(n2 k1), in the first sweep's order
+    // The middle twiddles W_N^(n2 k1) of a column n2 = c + b, c the first
+    // column of its block of the first sweep, as W_N^(c k1) W_N^(b k1):
+    const Ipp64fc* blockStarts;      // W_N^(c k1) at (c / block) N1 + k1
+    const Ipp64fc* inBlock;          // W_N^(b k1) at k1 x block + b
 };
 
 namespace qor_prim {
@@ -74,6 +77,12 @@ void FftRunTimes(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* ds
 // sweep instead of in a pass of their own.
 void FftRunWindowed(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, const Ipp64fc* window, bool conjugate,
                     Ipp64fc* dst, void* work);
+
+// The same transform's power, |X[k]|^2, with its halves swapped: X[k] at
+// (k + N / 2) mod N, DC in the middle. `scratch` holds N complex values for
+// the sizes that need them. The large sizes never store the transform.
+void FftRunWindowedPower(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, const Ipp64fc* window, bool conjugate,
+                         Ipp64fc* scratch, double* power, void* work);
 
 // The transform of 2^order points on the tables of a larger unsplit one,
 // whose order exceeds it by an even number: the passes of the shorter

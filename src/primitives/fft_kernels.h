@@ -33,6 +33,10 @@ struct FftKernels {
     // dst[j dstRow + i] = scale x src[i srcRow + j] for i < rows, j < cols:
     // the block transposes of the large sizes' two sweeps.
     void (*transpose)(const Ipp64fc* src, long srcRow, Ipp64fc* dst, long dstRow, int rows, int cols, double scale);
+    // a[r width + b] x starts[r] x within[r width + b] for r < rows, b <
+    // width (conjugated twiddles for the inverse): the middle twiddles of the
+    // large sizes' first sweep, put together from their two tables on the way.
+    void (*blockTwiddle)(Ipp64fc* a, const Ipp64fc* starts, const Ipp64fc* within, int rows, int width, bool inverse);
     // The whole transform of 16 points in registers (its one twiddled pass
     // with twiddles w, then the last pass), outputs times scale. Null where
     // the registers are too few.
@@ -41,6 +45,8 @@ struct FftKernels {
 
 // The plain block transpose, which the AVX2 level shares.
 void TransposeGeneric(const Ipp64fc* src, long srcRow, Ipp64fc* dst, long dstRow, int rows, int cols, double scale);
+// The plain middle twiddles, for widths the registers do not divide.
+void BlockTwiddleGeneric(Ipp64fc* a, const Ipp64fc* starts, const Ipp64fc* within, int rows, int width, bool inverse);
 
 extern const FftKernels kFftKernelsGeneric;
 extern const FftKernels kFftKernelsAvx2;

@@ -88,8 +88,9 @@ QOR_TARGET_AVX2 void TwiddleMultiply(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc
 
 }  // namespace
 
-const FftKernels kFftKernelsAvx2 = {Radix4Pass,      Radix4LastPass,  Radix2LastPass,
-                                     TwiddleMultiply, nullptr,         Radix4LastTimes,
-                                     Radix2LastTimes, TransposeGeneric, nullptr};
+const FftKernels kFftKernelsAvx2 = {Radix4Pass,      Radix4LastPass,   Radix2LastPass,
+                                     TwiddleMultiply, nullptr,          Radix4LastTimes,
+                                     Radix2LastTimes, TransposeGeneric, BlockTwiddle,
+                                     nullptr};
 
 }  // namespace qor_prim

@@ -246,7 +246,8 @@ QOR_TARGET_AVX512 void Whole16Pass(const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* 
 
 }  // namespace
 
-const FftKernels kFftKernelsAvx512 = {Radix4Pass,      Radix4LastPass,  Radix2LastPass, TwiddleMultiply, Radix4Twice,
-                                       Radix4LastTimes, Radix2LastTimes, Transpose,      Whole16Pass};
+const FftKernels kFftKernelsAvx512 = {Radix4Pass,      Radix4LastPass,  Radix2LastPass, TwiddleMultiply,
+                                       Radix4Twice,     Radix4LastTimes, Radix2LastTimes, Transpose,
+                                       BlockTwiddle,    Whole16Pass};
 
 }  // namespace qor_prim

@@ -81,6 +81,16 @@ void TwiddleMultiply(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc* d, int length,
 
 }  // namespace
 
+void BlockTwiddleGeneric(Ipp64fc* a, const Ipp64fc* starts, const Ipp64fc* within, int rows, int width, bool inverse) {
+    for (int r = 0; r < rows; ++r) {
+        for (int b = 0; b < width; ++b) {
+            Ipp64fc& v = a[r * width + b];
+            const Ipp64fc w = Twiddle<false>(within[r * width + b], starts[r]);
+            v = inverse ? Twiddle<true>(v, w) : Twiddle<false>(v, w);
+        }
+    }
+}
+
 void TransposeGeneric(const Ipp64fc* src, long srcRow, Ipp64fc* dst, long dstRow, int rows, int cols, double scale) {
     for (int i = 0; i < rows; ++i) {
         const Ipp64fc* row = src + i * srcRow;
@@ -88,8 +98,8 @@ void TransposeGeneric(const Ipp64fc* src, long srcRow, Ipp64fc* dst, long dstRow
     }
 }
 
-const FftKernels kFftKernelsGeneric = {Radix4Pass, Radix4LastPass, Radix2LastPass, TwiddleMultiply,
-                                       nullptr,    nullptr,        nullptr,        TransposeGeneric,
-                                       nullptr};
+const FftKernels kFftKernelsGeneric = {Radix4Pass, Radix4LastPass, Radix2LastPass,      TwiddleMultiply,
+                                       nullptr,    nullptr,        nullptr,             TransposeGeneric,
+                                       BlockTwiddleGeneric, nullptr};
 
 }  // namespace qor_prim

@@ -123,5 +123,30 @@ QOR_VECTOR_TARGET int TwiddleMultiplyWhole(const Ipp64fc* a, const Ipp64fc* w, I
     return i;
 }
 
+// The middle twiddles of a block of the large sizes' first sweep: each row's
+// start broadcast times the row's twiddles within the block, then times a.
+template <bool Inverse>
+QOR_VECTOR_TARGET void BlockTwiddleRows(Ipp64fc* a, const Ipp64fc* starts, const Ipp64fc* within, int rows,
+                                        int width) {
+    for (int r = 0; r < rows; ++r) {
+        const V sr = Vec::Broadcast(starts[r].re), si = Vec::Broadcast(starts[r].im);
+        for (int b = r * width; b < (r + 1) * width; b += Vec::kComplex) {
+            const V w = Twiddle<false>(Vec::Load(within + b), sr, si);
+            Vec::Store(a + b, TwiddleLoaded<Inverse>(Vec::Load(a + b), w));
+        }
+    }
+}
+
+QOR_VECTOR_TARGET void BlockTwiddle(Ipp64fc* a, const Ipp64fc* starts, const Ipp64fc* within, int rows, int width,
+                                    bool inverse) {
+    if (width % Vec::kComplex != 0) {
+        BlockTwiddleGeneric(a, starts, within, rows, width, inverse);
+    } else if (inverse) {
+        BlockTwiddleRows<true>(a, starts, within, rows, width);
+    } else {
+        BlockTwiddleRows<false>(a, starts, within, rows, width);
+    }
+}
+
 }  // namespace
 }  // namespace qor_prim

@@ -65,3 +65,11 @@ IppStatus ippsFFTFwdWindowed_CToC_64fc(const Ipp64fc* src, const Ipp64fc* window
     qor_prim::FftRunWindowed(*spec, src, window, conjugate != 0, dst, work);
     return ippStsNoErr;
 }
+
+IppStatus ippsFFTFwdWindowedPower_64fc(const Ipp64fc* src, const Ipp64fc* window, int conjugate, Ipp64fc* scratch,
+                                       Ipp64f* power, const IppsFFTSpec_C_64fc* spec, Ipp8u* work) {
+    if (qor_prim::AnyNull(src, window, scratch, power, spec, work)) return ippStsNullPtrErr;
+    if (spec->magic != qor_prim::kFftMagic) return ippStsContextMatchErr;
+    qor_prim::FftRunWindowedPower(*spec, src, window, conjugate != 0, scratch, power, work);
+    return ippStsNoErr;
+}

@@ -35,4 +35,11 @@ IppStatus ippsFFTInv_CToC_64fc(const Ipp64fc* src, Ipp64fc* dst, const IppsFFTSp
 IppStatus ippsFFTFwdWindowed_CToC_64fc(const Ipp64fc* src, const Ipp64fc* window, int conjugate, Ipp64fc* dst,
                                        const IppsFFTSpec_C_64fc* spec, Ipp8u* work);
 
+// The power of that transform, |X[k]|^2, with its halves swapped (X[k] at
+// (k + N / 2) mod N, DC in the middle), into `power` (N values); `scratch`
+// (N complex values) may be overwritten. The large sizes never store the
+// transform. Status as the forward.
+IppStatus ippsFFTFwdWindowedPower_64fc(const Ipp64fc* src, const Ipp64fc* window, int conjugate, Ipp64fc* scratch,
+                                       Ipp64f* power, const IppsFFTSpec_C_64fc* spec, Ipp8u* work);
+
 #endif

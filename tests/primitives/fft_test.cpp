@@ -176,7 +176,8 @@ out(np.concatenate(parts).view(np.float64))
 // 2^24 once: a sparse input whose transform is known exactly at chosen bins, and the round trip.
 // The window's product taken inside the transform (in the first sweep of
 // the large sizes) against the three calls it stands for, with and without
-// the conjugation, below and above the split and on every code path.
+// the conjugation, below and above the split and on every code path; and
+// the power of that transform, which the large sizes never store.
 TEST(Fft, WindowedForwardIsConjugateMultiplyForward) {
     qor_test::OnEachCodePath([](int) {
         for (int order : {10, 17, 18}) {
@@ -197,6 +198,20 @@ TEST(Fft, WindowedForwardIsConjugateMultiplyForward) {
                 ASSERT_EQ(ippsFFTFwdWindowed_CToC_64fc(x.data(), window.data(), conjugate, y.data(), fft.spec(), fft.work()),
                           ippStsNoErr);
                 EXPECT_LE(RelativeError(y, reference), Bound(order));
+                // Its power with the halves swapped: bin i holds output (i + N/2) mod N.
+                std::vector<double> power(n);
+                Vec scratch(n);
+                ASSERT_EQ(ippsFFTFwdWindowedPower_64fc(x.data(), window.data(), conjugate, scratch.data(),
+                                                       power.data(), fft.spec(), fft.work()),
+                          ippStsNoErr);
+                double worst = 0.0, peak = 0.0;
+                for (size_t i = 0; i < n; ++i) {
+                    const Ipp64fc v = reference[(i + n / 2) % n];
+                    const double expected = v.re * v.re + v.im * v.im;
+                    worst = std::max(worst, std::fabs(power[i] - expected));
+                    peak = std::max(peak, expected);
+                }
+                EXPECT_LE(worst / peak, 4 * Bound(order));
             }
         }
     });
