@@ -1,7 +1,5 @@
 #include "audio_chain.h"
 
-#include <cassert>
-
 #include "rbw_filter.h"
 #include "settings.h"
 
@@ -22,12 +20,13 @@ double MixFrequency(double residualHz) {
 AudioChain::AudioChain(const Settings& s, double residualHz, AudioLevels& levels)
     : mixFrequency(MixFrequency(residualHz)),
       tone(kReadSamples),
-      mixed(kReadSamples),
+      mixed(kMixPiece),
       channel(kTurnSamples),
       audioWide(kTurnSamples),
       channelFilter(s.audioBandwidth / kSampleRate * 0.5, AudioChannelFilter::TapsFor(s.audioBandwidth)),
-      demodulator(MakeAudioDemodulator(s.audioType, levels, s.audioBandwidth, s.audioDeemphasis, kTurnSamples)),
       lowPass(s.audioLowPass / kSampleRate),
+      demodulator(MakeAudioDemodulator(s.audioType, levels, s.audioBandwidth, s.audioDeemphasis, kTurnSamples,
+                                       &lowPass, kDownFactor)),
       highPass(s.audioHighPass / kAudioRate, kHighPassRipple, kHighPassOrder, ippChebyshev1, true) {
     // The first read is mixed with the tone that follows one read from phase 0.
     ippsTone_64fc(tone.get(), kReadSamples, 1.0, mixFrequency, &mixPhase, ippAlgHintFast);
@@ -35,9 +34,11 @@ AudioChain::AudioChain(const Settings& s, double residualHz, AudioLevels& levels
 
 bool AudioChain::Take(const Ipp64fc* samples) {
     ippsTone_64fc(tone.get(), kReadSamples, 1.0, mixFrequency, &mixPhase, ippAlgHintFast);
-    ippsMul_64fc(samples, tone.get(), mixed.get(), kReadSamples);
-    ippsConvert_64f32f(reinterpret_cast<const Ipp64f*>(mixed.get()), reinterpret_cast<Ipp32f*>(channel.get() + filled),
-                       2 * kReadSamples);
+    // In pieces that stay in the first level cache between the two passes.
+    for (int at = 0; at < kReadSamples; at += kMixPiece) {
+        ippsMul_64fc(samples + at, tone.get() + at, mixed.get(), kMixPiece);
+        ippsConvert_64f32f(&mixed[0].re, &channel[filled + at].re, 2 * kMixPiece);
+    }
     filled += kReadSamples;
     return filled == kTurnSamples;
 }
@@ -45,11 +46,8 @@ bool AudioChain::Take(const Ipp64fc* samples) {
 void AudioChain::Run(Ipp32f* block) {
     filled = 0;
     channelFilter.Run(channel.get(), kTurnSamples);
-    demodulator->Run(channel.get(), audioWide.get(), kTurnSamples);
     // The low pass computes only the outputs that the sampling down keeps.
-    int phase = 0;
-    lowPass.RunDown(audioWide.get(), kTurnSamples, block, kDownFactor, &phase);
-    assert(phase == 0);
+    demodulator->RunDown(channel.get(), kTurnSamples, audioWide.get(), block);
     highPass.Run(block, kBlockSamples);
 }
 

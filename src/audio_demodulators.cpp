@@ -1,6 +1,9 @@
 #include "audio_demodulators.h"
 
+#include <cassert>
 #include <cmath>
+
+#include "audio_phasing.h"
 
 namespace qor {
 namespace {
@@ -56,9 +59,19 @@ double FollowPeak(const Ipp32f* magnitude, int length, double peak) {
     return peak;
 }
 
+// The odd-offset taps 2 / (pi n) of the ideal transformer, Blackman-windowed.
+smart_array<Ipp64f> HilbertTaps() {
+    smart_array<Ipp64f> taps(kHilbertTaps);
+    for (int i = 0; i < kHilbertTaps; ++i) {
+        taps[i] = i % 2 == 0 ? kTwoOverPi / (i - kHilbertDelay) : 0.0;
+    }
+    ippsWinBlackmanStd_64f_I(taps.get(), kHilbertTaps);
+    return taps;
+}
+
 class AmDemodulator : public AudioDemodulator {
 public:
-    explicit AmDemodulator(double& level) : level(level) {}
+    AmDemodulator(double& level, AudioFirFilter* lowPass, int factor) : AudioDemodulator(lowPass, factor), level(level) {}
 
     void Run(const Ipp32fc* channel, Ipp32f* audio, int length) override {
         ippsMagnitude_32fc(channel, audio, length);
@@ -81,8 +94,9 @@ private:
 
 class FmDemodulator : public AudioDemodulator {
 public:
-    FmDemodulator(float& previous, double bandwidthHz, double deemphasisUs)
-        : previous(previous),
+    FmDemodulator(float& previous, double bandwidthHz, double deemphasisUs, AudioFirFilter* lowPass, int factor)
+        : AudioDemodulator(lowPass, factor),
+          previous(previous),
           scale(static_cast<float>(kFmScaleHz / bandwidthHz)),
           deemphasis(kDeemphasisPerUs / deemphasisUs, 0.2, 1, ippButterworth, false) {}
 
@@ -112,17 +126,16 @@ private:
 
 class SidebandDemodulator : public AudioDemodulator {
 public:
-    SidebandDemodulator(double& level, bool upper, int blockLength)
-        : level(level), sign(upper ? 1.0 : -1.0), realPart(blockLength), hilbertOut(blockLength),
-          quadratureDelay(kHilbertDelay) {
-        smart_array<Ipp64f> taps(kHilbertTaps);
-        // The odd-offset taps 2 / (pi n) of the ideal transformer, Blackman-windowed.
-        for (int i = 0; i < kHilbertTaps; ++i) {
-            taps[i] = i % 2 == 0 ? kTwoOverPi / (i - kHilbertDelay) : 0.0;
-        }
-        ippsWinBlackmanStd_64f_I(taps.get(), kHilbertTaps);
+    SidebandDemodulator(double& level, bool upper, int blockLength, AudioFirFilter* lowPass, int factor)
+        : AudioDemodulator(lowPass, factor), level(level), sign(upper ? 1.0 : -1.0), realPart(blockLength),
+          hilbertOut(blockLength), quadratureDelay(kHilbertDelay) {
+        const smart_array<Ipp64f> taps = HilbertTaps();
         ippsFIRInitAlloc_64f(&hilbert, taps.get(), kHilbertTaps, nullptr);
         ippsZero_64f(quadratureDelay.get(), kHilbertDelay);
+        if (lowPass != nullptr) {
+            phasingDown = std::make_unique<AudioPhasingDown>(taps.get(), kHilbertTaps, sign, *lowPass, factor,
+                                                             blockLength);
+        }
     }
     ~SidebandDemodulator() override { ippsFIRFree_64f(hilbert); }
     SidebandDemodulator(const SidebandDemodulator&) = delete;
@@ -130,16 +143,12 @@ public:
 
     // `length` must be at least the transformer's delay.
     void Run(const Ipp32fc* channel, Ipp32f* audio, int length) override {
-        ippsMagnitude_32fc(channel, audio, length);
-        level = FollowPeak(audio, length, level);
-        KeepFinite(level);
-
+        const double gain = 1.0 / FollowLevel(channel, audio, length);
         for (int i = 0; i < length; ++i) realPart[i] = sign * channel[i].re;
         ippsFIR_64f(realPart.get(), hilbertOut.get(), length, hilbert);
         // The imaginary path, 1023 samples late: the head of the block from the
         // tail of the last one.
         const int seam = length - kHilbertDelay;
-        const double gain = 1.0 / level;
         for (int i = 0; i < kHilbertDelay; ++i) {
             audio[i] = static_cast<float>((hilbertOut[i] + quadratureDelay[i]) * gain);
             quadratureDelay[i] = channel[i + seam].im;
@@ -149,30 +158,52 @@ public:
         }
     }
 
+    void RunDown(const Ipp32fc* channel, int length, Ipp32f* wide, Ipp32f* block) override {
+        const double gain = 1.0 / FollowLevel(channel, wide, length);
+        phasingDown->Run(channel, length, gain, block);
+    }
+
 private:
+    // The level of the turn, which divides it; `scratch` holds `length` samples.
+    double FollowLevel(const Ipp32fc* channel, Ipp32f* scratch, int length) {
+        ippsMagnitude_32fc(channel, scratch, length);
+        level = FollowPeak(scratch, length, level);
+        KeepFinite(level);
+        return level;
+    }
+
     double& level;
     const double sign;  // of the real path: + passes the upper sideband, - the lower
     smart_array<Ipp64f> realPart;
     smart_array<Ipp64f> hilbertOut;
     smart_array<Ipp64f> quadratureDelay;  // the last 1023 imaginary parts of the block before
     IppsFIRState_64f* hilbert = nullptr;
+    std::unique_ptr<AudioPhasingDown> phasingDown;  // with a low pass: phasing and low pass as one
 };
 
 }  // namespace
 
+void AudioDemodulator::RunDown(const Ipp32fc* channel, int length, Ipp32f* wide, Ipp32f* block) {
+    Run(channel, wide, length);
+    int phase = 0;
+    lowPass->RunDown(wide, length, block, factor, &phase);
+    assert(phase == 0);
+}
+
 std::unique_ptr<AudioDemodulator> MakeAudioDemodulator(int type, AudioLevels& levels, double bandwidthHz,
-                                                       double deemphasisUs, int blockLength) {
+                                                       double deemphasisUs, int blockLength, AudioFirFilter* lowPass,
+                                                       int factor) {
     switch (type) {
         case AudioFM:
-            return std::make_unique<FmDemodulator>(levels.previousPhase, bandwidthHz, deemphasisUs);
+            return std::make_unique<FmDemodulator>(levels.previousPhase, bandwidthHz, deemphasisUs, lowPass, factor);
         case AudioUSB:
-            return std::make_unique<SidebandDemodulator>(levels.sideband, true, blockLength);
+            return std::make_unique<SidebandDemodulator>(levels.sideband, true, blockLength, lowPass, factor);
         case AudioLSB:
-            return std::make_unique<SidebandDemodulator>(levels.sideband, false, blockLength);
+            return std::make_unique<SidebandDemodulator>(levels.sideband, false, blockLength, lowPass, factor);
         case AudioCW:
-            return std::make_unique<SidebandDemodulator>(levels.cw, false, blockLength);
+            return std::make_unique<SidebandDemodulator>(levels.cw, false, blockLength, lowPass, factor);
         default:
-            return std::make_unique<AmDemodulator>(levels.am);
+            return std::make_unique<AmDemodulator>(levels.am, lowPass, factor);
     }
 }
 

@@ -167,8 +167,15 @@ void Convolve(const FirCore& c, const Transform& t, int factor) {
         qor_prim::FftRunScaled(*t.spec, freq, freq, work, true, 1.0);
         return;
     }
-    const int bins = n / factor;
-    for (int r = 1; r < factor; ++r) ippsAdd_64f(&freq[r * bins].re, &freq[0].re, &freq[0].re, 2 * bins);
+    // Stretch by stretch, so that the sum stays in the first level cache
+    // while the rows pass by (added in the same order as row after row).
+    const int values = 2 * (n / factor);
+    constexpr int kStretch = 512;
+    double* sum = &freq[0].re;
+    for (int at = 0; at < values; at += kStretch) {
+        const int count = values - at < kStretch ? values - at : kStretch;
+        for (int r = 1; r < factor; ++r) ippsAdd_64f(sum + r * values + at, sum + at, sum + at, count);
+    }
     const int order = t.spec->order - CeilLog2(factor);
     const IppsFFTSpec_C_64fc& spec = (c.fft->order - order) % 2 == 0 ? *c.fft : *c.fftHalf;
     qor_prim::FftRunShorter(spec, order, freq, freq, work, true, 1.0);
@@ -384,6 +391,10 @@ IppStatus ippsFIR_64fc(const Ipp64fc* src, Ipp64fc* dst, int length, IppsFIRStat
 
 IppStatus ippsFIRSampleDown_32f(const Ipp32f* src, int srcLength, Ipp32f* dst, int* dstLength, int factor, int* phase,
                                 IppsFIRState_32f* state) {
+    return FilterDown(src, dst, srcLength, dstLength, factor, phase, state);
+}
+IppStatus ippsFIRSampleDown_32fc(const Ipp32fc* src, int srcLength, Ipp32fc* dst, int* dstLength, int factor,
+                                 int* phase, IppsFIRState_32fc* state) {
     return FilterDown(src, dst, srcLength, dstLength, factor, phase, state);
 }
 IppStatus ippsFIRSampleDown_64fc(const Ipp64fc* src, int srcLength, Ipp64fc* dst, int* dstLength, int factor,
