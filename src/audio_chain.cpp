@@ -19,7 +19,7 @@ double MixFrequency(double residualHz) {
 
 AudioChain::AudioChain(const Settings& s, double residualHz, AudioLevels& levels)
     : mixFrequency(MixFrequency(residualHz)),
-      tone(kReadSamples),
+      tone(kToneReads * kReadSamples),
       mixed(kMixPiece),
       channel(kTurnSamples),
       audioWide(kTurnSamples),
@@ -30,13 +30,17 @@ AudioChain::AudioChain(const Settings& s, double residualHz, AudioLevels& levels
       highPass(s.audioHighPass / kAudioRate, kHighPassRipple, kHighPassOrder, ippChebyshev1, true) {
     // The first read is mixed with the tone that follows one read from phase 0.
     ippsTone_64fc(tone.get(), kReadSamples, 1.0, mixFrequency, &mixPhase, ippAlgHintFast);
+    static_assert(kTurnSamples % (kToneReads * kReadSamples) == 0, "a turn holds whole tones");
 }
 
 bool AudioChain::Take(const Ipp64fc* samples) {
-    ippsTone_64fc(tone.get(), kReadSamples, 1.0, mixFrequency, &mixPhase, ippAlgHintFast);
+    // The tone of several reads at once: each call pays for its start anew.
+    const int read = filled / kReadSamples % kToneReads;
+    if (read == 0) ippsTone_64fc(tone.get(), tone.size(), 1.0, mixFrequency, &mixPhase, ippAlgHintFast);
+    const Ipp64fc* readTone = tone.get() + read * kReadSamples;
     // In pieces that stay in the first level cache between the two passes.
     for (int at = 0; at < kReadSamples; at += kMixPiece) {
-        ippsMul_64fc(samples + at, tone.get() + at, mixed.get(), kMixPiece);
+        ippsMul_64fc(samples + at, readTone + at, mixed.get(), kMixPiece);
         ippsConvert_64f32f(&mixed[0].re, &channel[filled + at].re, 2 * kMixPiece);
     }
     filled += kReadSamples;

@@ -6,7 +6,6 @@
 #include "fft_core.h"
 #include "fir_kernels.h"
 #include "ipp_check.h"
-#include "ipps_arith.h"
 #include "ipp_memory.h"
 
 namespace {
@@ -167,14 +166,21 @@ void Convolve(const FirCore& c, const Transform& t, int factor) {
         qor_prim::FftRunScaled(*t.spec, freq, freq, work, true, 1.0);
         return;
     }
-    // Stretch by stretch, so that the sum stays in the first level cache
-    // while the rows pass by (added in the same order as row after row).
+    // One pass over the rows, eight sums at a time held in registers (added
+    // in the order of the rows).
     const int values = 2 * (n / factor);
-    constexpr int kStretch = 512;
-    double* sum = &freq[0].re;
-    for (int at = 0; at < values; at += kStretch) {
-        const int count = values - at < kStretch ? values - at : kStretch;
-        for (int r = 1; r < factor; ++r) ippsAdd_64f(sum + r * values + at, sum + at, sum + at, count);
+    double* fold = &freq[0].re;
+    int at = 0;
+    for (; at + 8 <= values; at += 8) {
+        double sum[8];
+        for (int k = 0; k < 8; ++k) sum[k] = fold[at + k];
+        for (int r = 1; r < factor; ++r) {
+            for (int k = 0; k < 8; ++k) sum[k] += fold[r * values + at + k];
+        }
+        for (int k = 0; k < 8; ++k) fold[at + k] = sum[k];
+    }
+    for (; at < values; ++at) {
+        for (int r = 1; r < factor; ++r) fold[at] += fold[r * values + at];
     }
     const int order = t.spec->order - CeilLog2(factor);
     const IppsFFTSpec_C_64fc& spec = (c.fft->order - order) % 2 == 0 ? *c.fft : *c.fftHalf;
