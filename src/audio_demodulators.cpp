@@ -32,7 +32,8 @@ void KeepFinite(double& level) {
 // p -> max(a, b + g p), and two such maps compose into one of the same form,
 // so eight stretches of the block are followed side by side (no sample
 // waits for the one before) and their maps applied to the peak in turn.
-// A NaN stays in the map and so reaches the peak.
+// A NaN stays in the map and so reaches the peak. (2 m in float is the
+// double 2 m rounded to float: doubling is exact up to the overflow to inf.)
 double FollowPeak(const Ipp32f* magnitude, int length, double peak) {
     constexpr int kLanes = 8;
     const double d = kSidebandDecay, e = 1.0 - kSidebandDecay;
@@ -45,7 +46,7 @@ double FollowPeak(const Ipp32f* magnitude, int length, double peak) {
     double a[kLanes], b[kLanes];
     for (int l = 0; l < kLanes; ++l) a[l] = -HUGE_VAL, b[l] = 0.0;
     for (int i = 0; i < stretch; ++i) {
-        for (int l = 0; l < kLanes; ++l) step(static_cast<float>(2.0 * magnitude[l * stretch + i]), a[l], b[l]);
+        for (int l = 0; l < kLanes; ++l) step(2.0f * magnitude[l * stretch + i], a[l], b[l]);
     }
     const double g = std::pow(d, stretch);
     for (int l = 0; l < kLanes; ++l) {
@@ -54,7 +55,7 @@ double FollowPeak(const Ipp32f* magnitude, int length, double peak) {
     }
     for (int i = kLanes * stretch; i < length; ++i) {
         double tailB = 0.0;
-        step(static_cast<float>(2.0 * magnitude[i]), peak, tailB);
+        step(2.0f * magnitude[i], peak, tailB);
     }
     return peak;
 }

@@ -68,8 +68,26 @@ QOR_TARGET_AVX2 void DirectComplex(const Ipp64fc* line, const Ipp64fc* reversed,
     if (i < count) kFirKernelsGeneric.directComplex(line + i, reversed, taps, count - i, out + i);
 }
 
+QOR_TARGET_AVX2 void Widen(const float* src, double* dst, int count) {
+    int i = 0;
+    for (; i + 8 <= count; i += 8) {
+        _mm256_storeu_pd(dst + i, _mm256_cvtps_pd(_mm_loadu_ps(src + i)));
+        _mm256_storeu_pd(dst + i + 4, _mm256_cvtps_pd(_mm_loadu_ps(src + i + 4)));
+    }
+    if (i < count) kFirKernelsGeneric.widen(src + i, dst + i, count - i);
+}
+
+QOR_TARGET_AVX2 void Narrow(const double* src, float* dst, int count) {
+    int i = 0;
+    for (; i + 8 <= count; i += 8) {
+        _mm_storeu_ps(dst + i, _mm256_cvtpd_ps(_mm256_loadu_pd(src + i)));
+        _mm_storeu_ps(dst + i + 4, _mm256_cvtpd_ps(_mm256_loadu_pd(src + i + 4)));
+    }
+    if (i < count) kFirKernelsGeneric.narrow(src + i, dst + i, count - i);
+}
+
 }  // namespace
 
-const FirKernels kFirKernelsAvx2 = {DirectReal, DirectComplex};
+const FirKernels kFirKernelsAvx2 = {DirectReal, DirectComplex, Widen, Narrow};
 
 }  // namespace qor_prim

@@ -119,6 +119,24 @@ inline void Put(double v, Ipp64f* d) { *d = v; }
 inline void Put(Ipp64fc v, Ipp32fc* d) { *d = {static_cast<float>(v.re), static_cast<float>(v.im)}; }
 inline void Put(Ipp64fc v, Ipp64fc* d) { *d = v; }
 
+// count samples into the line, float ones by the vector conversion.
+void WidenInto(const FirCore& c, const Ipp32f* src, double* line, int count) { c.kernels->widen(src, line, count); }
+void WidenInto(const FirCore& c, const Ipp32fc* src, Ipp64fc* line, int count) {
+    c.kernels->widen(&src[0].re, &line[0].re, 2 * count);
+}
+template <typename S, typename D>
+void WidenInto(const FirCore&, const S* src, D* line, int count) {
+    std::memcpy(static_cast<void*>(line), src, sizeof(D) * static_cast<size_t>(count));
+}
+
+// count complex outputs in a row into dst.
+void PutAll(const FirCore& c, const Ipp64fc* y, int count, Ipp32fc* dst) {
+    c.kernels->narrow(&y[0].re, &dst[0].re, 2 * count);
+}
+void PutAll(const FirCore&, const Ipp64fc* y, int count, Ipp64fc* dst) {
+    std::memcpy(static_cast<void*>(dst), y, sizeof(Ipp64fc) * static_cast<size_t>(count));
+}
+
 void Direct(const FirCore& c, const double* line, int count, double* out) {
     c.kernels->directReal(line, c.At<double>(c.layout.reversed), c.taps, count, out);
 }
@@ -211,7 +229,7 @@ int FilterChunk(const FirCore& c, const S* src, S* dst, int count, const Transfo
     using D = typename Traits<S>::Domain;
     const int keep = c.taps - 1;
     D* line = History<D>(c);
-    for (int i = 0; i < count; ++i) line[keep + i] = Widen(src[i]);
+    WidenInto(c, src, line + keep, count);
     int written = 0;
     if (!c.layout.fast || DirectIsCheaper(c, count)) {
         D* out = c.layout.fast ? c.At<D>(c.layout.freq) : c.At<D>(c.layout.out);
@@ -223,8 +241,12 @@ int FilterChunk(const FirCore& c, const S* src, S* dst, int count, const Transfo
         const bool fold = phase == 0 && count % factor == 0 && CanFold(c, t, factor);
         Convolve(c, t, fold ? factor : 1);
         const Ipp64fc* y = c.At<Ipp64fc>(c.layout.freq);
-        written = fold ? PutEvery([y](int i) { return y[i]; }, count / factor, dst, 1, phase)
-                       : PutEvery([y](int i) { return y[i]; }, count, dst, factor, phase);
+        if (fold || factor == 1) {
+            written = fold ? count / factor : count;
+            PutAll(c, y, written, dst);
+        } else {
+            written = PutEvery([y](int i) { return y[i]; }, count, dst, factor, phase);
+        }
     } else {
         // Two real chunks ride in one complex transform: the first in the real
         // parts, the next (with its own history) in the imaginary parts.
