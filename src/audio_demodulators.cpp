@@ -43,11 +43,22 @@ double FollowPeak(const Ipp32f* magnitude, int length, double peak) {
         b = e * x + d * b;
     };
     const int stretch = length / kLanes;
-    double a[kLanes], b[kLanes];
-    for (int l = 0; l < kLanes; ++l) a[l] = -HUGE_VAL, b[l] = 0.0;
+    // Lanes in pairs, one pair to a 128-bit register of the compiler's vectors.
+    typedef double Pair __attribute__((vector_size(2 * sizeof(double))));
+    constexpr int kPairs = kLanes / 2;
+    Pair pa[kPairs], pb[kPairs];
+    for (int p = 0; p < kPairs; ++p) pa[p] = Pair{-HUGE_VAL, -HUGE_VAL}, pb[p] = Pair{0.0, 0.0};
     for (int i = 0; i < stretch; ++i) {
-        for (int l = 0; l < kLanes; ++l) step(2.0f * magnitude[l * stretch + i], a[l], b[l]);
+        for (int p = 0; p < kPairs; ++p) {
+            const Pair x = {2.0f * magnitude[2 * p * stretch + i], 2.0f * magnitude[(2 * p + 1) * stretch + i]};
+            const Pair ex = e * x;
+            const Pair decayed = ex + d * pa[p];
+            pa[p] = x > decayed ? x : decayed;
+            pb[p] = ex + d * pb[p];
+        }
     }
+    double a[kLanes], b[kLanes];
+    for (int l = 0; l < kLanes; ++l) a[l] = pa[l / 2][l % 2], b[l] = pb[l / 2][l % 2];
     const double g = std::pow(d, stretch);
     for (int l = 0; l < kLanes; ++l) {
         const double decayed = b[l] + g * peak;
