@@ -19,6 +19,11 @@ struct FirKernels {
 
 extern const FirKernels kFirKernelsGeneric;
 extern const FirKernels kFirKernelsAvx2;
+// The AVX2 sums with conversions on 512-bit registers.
+extern const FirKernels kFirKernelsAvx512;
+
+void DirectRealAvx2(const double* line, const double* reversed, int taps, int count, double* out);
+void DirectComplexAvx2(const Ipp64fc* line, const Ipp64fc* reversed, int taps, int count, Ipp64fc* out);
 
 }  // namespace qor_prim
 

@@ -22,7 +22,8 @@ constexpr size_t kAlign = 64;
 size_t AlignUp(size_t bytes) { return (bytes + kAlign - 1) & ~(kAlign - 1); }
 
 const qor_prim::DispatchRow<const qor_prim::FirKernels*> kKernelRow(&qor_prim::kFirKernelsGeneric,
-                                                                     &qor_prim::kFirKernelsAvx2);
+                                                                     &qor_prim::kFirKernelsAvx2,
+                                                                     &qor_prim::kFirKernelsAvx512);
 
 int CeilLog2(int v) {
     int order = 0;
