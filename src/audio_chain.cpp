@@ -20,7 +20,7 @@ double MixFrequency(double residualHz) {
 AudioChain::AudioChain(const Settings& s, double residualHz, AudioLevels& levels)
     : mixFrequency(MixFrequency(residualHz)),
       tone(kToneReads * kReadSamples),
-      mixed(kMixPiece),
+      mixed(kReadSamples),
       channel(kTurnSamples),
       audioWide(kTurnSamples),
       channelFilter(s.audioBandwidth / kSampleRate * 0.5, AudioChannelFilter::TapsFor(s.audioBandwidth)),
@@ -38,11 +38,8 @@ bool AudioChain::Take(const Ipp64fc* samples) {
     const int read = filled / kReadSamples % kToneReads;
     if (read == 0) ippsTone_64fc(tone.get(), tone.size(), 1.0, mixFrequency, &mixPhase, ippAlgHintFast);
     const Ipp64fc* readTone = tone.get() + read * kReadSamples;
-    // In pieces that stay in the first level cache between the two passes.
-    for (int at = 0; at < kReadSamples; at += kMixPiece) {
-        ippsMul_64fc(samples + at, readTone + at, mixed.get(), kMixPiece);
-        ippsConvert_64f32f(&mixed[0].re, &channel[filled + at].re, 2 * kMixPiece);
-    }
+    ippsMul_64fc(samples, readTone, mixed.get(), kReadSamples);
+    ippsConvert_64f32f(&mixed[0].re, &channel[filled].re, 2 * kReadSamples);
     filled += kReadSamples;
     return filled == kTurnSamples;
 }

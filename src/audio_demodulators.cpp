@@ -138,18 +138,24 @@ private:
 
 class SidebandDemodulator : public AudioDemodulator {
 public:
+    // With a low pass, only what RunDown needs is made.
     SidebandDemodulator(double& level, bool upper, int blockLength, AudioFirFilter* lowPass, int factor)
-        : AudioDemodulator(lowPass, factor), level(level), sign(upper ? 1.0 : -1.0), realPart(blockLength),
-          hilbertOut(blockLength), quadratureDelay(kHilbertDelay) {
+        : AudioDemodulator(lowPass, factor), level(level), sign(upper ? 1.0 : -1.0) {
         const smart_array<Ipp64f> taps = HilbertTaps();
-        ippsFIRInitAlloc_64f(&hilbert, taps.get(), kHilbertTaps, nullptr);
-        ippsZero_64f(quadratureDelay.get(), kHilbertDelay);
         if (lowPass != nullptr) {
             phasingDown = std::make_unique<AudioPhasingDown>(taps.get(), kHilbertTaps, sign, *lowPass, factor,
                                                              blockLength);
+            return;
         }
+        realPart.Allocate(blockLength);
+        hilbertOut.Allocate(blockLength);
+        quadratureDelay.Allocate(kHilbertDelay);
+        ippsFIRInitAlloc_64f(&hilbert, taps.get(), kHilbertTaps, nullptr);
+        ippsZero_64f(quadratureDelay.get(), kHilbertDelay);
     }
-    ~SidebandDemodulator() override { ippsFIRFree_64f(hilbert); }
+    ~SidebandDemodulator() override {
+        if (hilbert != nullptr) ippsFIRFree_64f(hilbert);
+    }
     SidebandDemodulator(const SidebandDemodulator&) = delete;
     SidebandDemodulator& operator=(const SidebandDemodulator&) = delete;
 
