@@ -83,15 +83,21 @@ smart_array<Ipp64f> HilbertTaps() {
 
 class AmDemodulator : public AudioDemodulator {
 public:
-    AmDemodulator(double& level, AudioFirFilter* lowPass, int factor) : AudioDemodulator(lowPass, factor), level(level) {}
+    AmDemodulator(double& level, AudioFirFilter* lowPass, int factor) : AudioDemodulator(lowPass, factor), level(level) {
+        double power = 1.0;
+        for (double& p : powers) p = power *= kAmDecay;
+    }
 
     void Run(const Ipp32fc* channel, Ipp32f* audio, int length) override {
         ippsMagnitude_32fc(channel, audio, length);
         double mean = level;
-        for (int i = 0; i < length; ++i) {
-            const double m = audio[i];
-            mean = m * (1.0 - kAmDecay) + mean * kAmDecay;
-            audio[i] = static_cast<float>((m - mean) / mean);
+        for (int at = 0; at < length; at += kPiece) {
+            const int count = length - at < kPiece ? length - at : kPiece;
+            mean = FollowMean(audio + at, count, mean);
+            for (int i = 0; i < count; ++i) {
+                const double m = audio[at + i];
+                audio[at + i] = static_cast<float>((m - means[i]) / means[i]);
+            }
         }
         level = mean;
         // That turn is lost; silence keeps its 0 / 0 out of the memories of the
@@ -101,7 +107,36 @@ public:
     }
 
 private:
+    // The mean follows m[n] as mean[n] = (1 - d) m[n] + d mean[n - 1]: a
+    // recursion whose one product and one sum per sample would be the
+    // turn's longest path. So eight stretches run side by side from 0, and
+    // each then gets d^(i + 1) times the true mean before it at its i-th sample.
+    static constexpr int kLanes = 8;
+    static constexpr int kStretch = 512;
+    static constexpr int kPiece = kLanes * kStretch;
+
+    // The means of `count` magnitudes into `means`, from `mean`; returns the last.
+    double FollowMean(const Ipp32f* m, int count, double mean) {
+        const int stretch = count / kLanes;
+        double y[kLanes] = {mean};
+        for (int i = 0; i < stretch; ++i) {
+            for (int l = 0; l < kLanes; ++l) {
+                y[l] = m[l * stretch + i] * (1.0 - kAmDecay) + y[l] * kAmDecay;
+                means[l * stretch + i] = y[l];
+            }
+        }
+        for (int l = 1; l < kLanes; ++l) {
+            const double before = means[l * stretch - 1];
+            for (int i = 0; i < stretch; ++i) means[l * stretch + i] += powers[i] * before;
+        }
+        mean = stretch > 0 ? means[kLanes * stretch - 1] : mean;
+        for (int i = kLanes * stretch; i < count; ++i) means[i] = mean = m[i] * (1.0 - kAmDecay) + mean * kAmDecay;
+        return mean;
+    }
+
     double& level;
+    double powers[kStretch];  // d^(i + 1)
+    double means[kPiece];
 };
 
 class FmDemodulator : public AudioDemodulator {

@@ -1,7 +1,7 @@
 // The audio chain below the engine: the channel filter's length at the
-// borders of the bandwidth, the sideband seam across turns, a level that
-// overflowed restarting for the next turn, and the sidebands' phasing and
-// low pass run as one filter.
+// borders of the bandwidth, the sideband seam across turns, the levels
+// followed sample by sample, a level that overflowed restarting for the
+// next turn, and the sidebands' phasing and low pass run as one filter.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -100,6 +100,35 @@ TEST(AudioChain, SidebandLevelFollowsThePeakSampleBySample) {
     channel[777].re = std::numeric_limits<float>::quiet_NaN();
     demodulator->Run(channel.data(), audio.data(), length);
     EXPECT_EQ(levels.sideband, qor::AudioLevels::kStart);
+}
+
+// AM's output is the depth around a mean followed sample by sample, the
+// mean carried from turn to turn (also over turns of a ragged length).
+TEST(AudioChain, AmFollowsTheMeanSampleBySample) {
+    const int length = AudioChain::kTurnSamples + 5;
+    std::vector<Ipp32fc> channel(length);
+    std::vector<Ipp32f> audio(length);
+    for (int i = 0; i < length; ++i) {
+        const float a = (i % 20011 < 3000 ? 3.0f : 0.2f) * static_cast<float>(1.0 + 0.5 * std::sin(i * 0.02));
+        channel[i] = {a * static_cast<float>(std::cos(i * 0.01)), a * static_cast<float>(std::sin(i * 0.01))};
+    }
+    const double d = std::pow(2.71828, -1.5625e-05);
+    qor::AudioLevels levels;
+    double mean = levels.am;
+    auto demodulator = qor::MakeAudioDemodulator(qor::AudioAM, levels, 3000.0, 75.0, length);
+    for (int turn = 0; turn < 2; ++turn) {
+        demodulator->Run(channel.data(), audio.data(), length);
+        double worst = 0.0;
+        for (int i = 0; i < length; ++i) {
+            const Ipp32fc z = channel[i];
+            const double m = static_cast<float>(std::sqrt(double{z.re} * z.re + double{z.im} * z.im));
+            mean = m * (1.0 - d) + mean * d;
+            const double want = (m - mean) / mean;
+            worst = std::max(worst, std::fabs(audio[i] - want) / std::max(1.0, std::fabs(want)));
+        }
+        EXPECT_LT(worst, 3e-7) << "turn " << turn;
+        EXPECT_NEAR(levels.am, mean, 1e-12 * mean) << "turn " << turn;
+    }
 }
 
 // A turn whose AM level turned infinite or NaN: its own output is silence,
