@@ -34,7 +34,22 @@ void FirstOrder(const Ipp32f* src, Ipp32f* dst, int length, const double* b, dou
     z = b[1] * x - a1 * y;
 }
 
-// The same in lanes: the output is y[n] = c[n] + r y[n - 1] with
+// The second order (the audio's high pass) with its state in registers, in
+// the operations and order of the general form.
+void SecondOrder(const Ipp32f* src, Ipp32f* dst, int length, const double* b, const double* a, double* z) {
+    double z0 = z[0], z1 = z[1];
+    for (int n = 0; n < length; ++n) {
+        const double x = src[n];
+        const double y = b[0] * x + z0;
+        z0 = b[1] * x - a[1] * y + z1;
+        z1 = b[2] * x - a[2] * y;
+        dst[n] = static_cast<Ipp32f>(y);
+    }
+    z[0] = z0;
+    z[1] = z1;
+}
+
+// The first order in lanes: the output is y[n] = c[n] + r y[n - 1] with
 // c[n] = b0 x[n] + b1 x[n - 1] and r = -a1, so a stretch started from rest
 // differs from the truth by r^(i + 1) times the true output before the
 // stretch at its i-th sample. For a stable pole only: the decay then never
@@ -131,6 +146,10 @@ IppStatus ippsIIR_32f(const Ipp32f* src, Ipp32f* dst, int length, IppsIIRState_3
         } else {
             FirstOrder(src, dst, length, b, a[1], z[0]);
         }
+        return ippStsNoErr;
+    }
+    if (order == 2) {
+        SecondOrder(src, dst, length, b, a, z);
         return ippStsNoErr;
     }
     for (int n = 0; n < length; ++n) {
