@@ -1,7 +1,5 @@
 #include "audio_chain.h"
 
-#include <cassert>
-
 #include "rbw_filter.h"
 #include "settings.h"
 
@@ -21,23 +19,27 @@ double MixFrequency(double residualHz) {
 
 AudioChain::AudioChain(const Settings& s, double residualHz, AudioLevels& levels)
     : mixFrequency(MixFrequency(residualHz)),
-      tone(kReadSamples),
+      tone(kToneReads * kReadSamples),
       mixed(kReadSamples),
       channel(kTurnSamples),
       audioWide(kTurnSamples),
       channelFilter(s.audioBandwidth / kSampleRate * 0.5, AudioChannelFilter::TapsFor(s.audioBandwidth)),
-      demodulator(MakeAudioDemodulator(s.audioType, levels, s.audioBandwidth, s.audioDeemphasis, kTurnSamples)),
       lowPass(s.audioLowPass / kSampleRate),
+      demodulator(MakeAudioDemodulator(s.audioType, levels, s.audioBandwidth, s.audioDeemphasis, kTurnSamples,
+                                       &lowPass, kDownFactor)),
       highPass(s.audioHighPass / kAudioRate, kHighPassRipple, kHighPassOrder, ippChebyshev1, true) {
     // The first read is mixed with the tone that follows one read from phase 0.
     ippsTone_64fc(tone.get(), kReadSamples, 1.0, mixFrequency, &mixPhase, ippAlgHintFast);
+    static_assert(kTurnSamples % (kToneReads * kReadSamples) == 0, "a turn holds whole tones");
 }
 
 bool AudioChain::Take(const Ipp64fc* samples) {
-    ippsTone_64fc(tone.get(), kReadSamples, 1.0, mixFrequency, &mixPhase, ippAlgHintFast);
-    ippsMul_64fc(samples, tone.get(), mixed.get(), kReadSamples);
-    ippsConvert_64f32f(reinterpret_cast<const Ipp64f*>(mixed.get()), reinterpret_cast<Ipp32f*>(channel.get() + filled),
-                       2 * kReadSamples);
+    // The tone of several reads at once: each call pays for its start anew.
+    const int read = filled / kReadSamples % kToneReads;
+    if (read == 0) ippsTone_64fc(tone.get(), tone.size(), 1.0, mixFrequency, &mixPhase, ippAlgHintFast);
+    const Ipp64fc* readTone = tone.get() + read * kReadSamples;
+    ippsMul_64fc(samples, readTone, mixed.get(), kReadSamples);
+    ippsConvert_64f32f(&mixed[0].re, &channel[filled].re, 2 * kReadSamples);
     filled += kReadSamples;
     return filled == kTurnSamples;
 }
@@ -45,11 +47,8 @@ bool AudioChain::Take(const Ipp64fc* samples) {
 void AudioChain::Run(Ipp32f* block) {
     filled = 0;
     channelFilter.Run(channel.get(), kTurnSamples);
-    demodulator->Run(channel.get(), audioWide.get(), kTurnSamples);
     // The low pass computes only the outputs that the sampling down keeps.
-    int phase = 0;
-    lowPass.RunDown(audioWide.get(), kTurnSamples, block, kDownFactor, &phase);
-    assert(phase == 0);
+    demodulator->RunDown(channel.get(), kTurnSamples, audioWide.get(), block);
     highPass.Run(block, kBlockSamples);
 }
 

@@ -43,16 +43,18 @@ public:
     int ChannelTaps() const { return channelFilter.TapCount(); }
 
 private:
+    static constexpr int kToneReads = 4;  // reads that one generation of the tone covers
+
     double mixFrequency;
     double mixPhase = 0.0;
     int filled = 0;  // samples of the turn taken so far
-    smart_array<Ipp64fc> tone;     // one read's worth of the mix
+    smart_array<Ipp64fc> tone;     // kToneReads reads' worth of the mix
     smart_array<Ipp64fc> mixed;    // one read, mixed
     smart_array<Ipp32fc> channel;  // the turn
     smart_array<Ipp32f> audioWide; // the turn, demodulated
     AudioChannelFilter channelFilter;
-    std::unique_ptr<AudioDemodulator> demodulator;
     AudioFirFilter lowPass;
+    std::unique_ptr<AudioDemodulator> demodulator;  // with the low pass behind it
     AudioIirFilter highPass;
 };
 

@@ -12,7 +12,8 @@
 //   the sum keeps what lies above the tuning (USB) or, with the real path
 //   negated, below it (LSB, and CW, which is tuned 1040 Hz above the carrier
 //   so that the carrier sounds at 1040 Hz). The output is divided by a
-//   peak-following level of the channel.
+//   peak-following level of the channel. Sampled down behind the low pass,
+//   phasing and low pass run as one filter (audio_phasing.h).
 //
 // The levels of AM, of the sidebands, of CW and FM's last phase outlive an
 // engine: the next one starts where the last one left them (AudioLevels,
@@ -47,12 +48,23 @@ public:
     virtual ~AudioDemodulator() = default;
     // `length` samples, at most the block length the demodulator was made for.
     virtual void Run(const Ipp32fc* channel, Ipp32f* audio, int length) = 0;
+    // The same followed by the low pass it was made with, keeping every
+    // factor-th output from the first in `block` (length / factor samples;
+    // `length` a multiple of the factor); `wide` holds `length` samples of scratch.
+    virtual void RunDown(const Ipp32fc* channel, int length, Ipp32f* wide, Ipp32f* block);
+
+protected:
+    AudioDemodulator(AudioFirFilter* lowPass, int factor) : lowPass(lowPass), factor(factor) {}
+    AudioFirFilter* const lowPass;  // null: no RunDown
+    const int factor;
 };
 
 // The demodulator of `type` (AudioType) for blocks of up to `blockLength`
 // samples; `bandwidthHz` scales FM, `deemphasisUs` is FM's time constant.
+// RunDown filters through `lowPass` and samples down by `factor`.
 std::unique_ptr<AudioDemodulator> MakeAudioDemodulator(int type, AudioLevels& levels, double bandwidthHz,
-                                                       double deemphasisUs, int blockLength);
+                                                       double deemphasisUs, int blockLength,
+                                                       AudioFirFilter* lowPass = nullptr, int factor = 1);
 
 }  // namespace qor
 

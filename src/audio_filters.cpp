@@ -5,6 +5,15 @@
 #include "stream_lowpass.h"
 
 namespace qor {
+namespace {
+
+std::vector<float> FloatTaps(const std::vector<double>& design) {
+    std::vector<float> taps(design.size());
+    ippsConvert_64f32f(design.data(), taps.data(), static_cast<int>(taps.size()));
+    return taps;
+}
+
+}  // namespace
 
 AudioIirFilter::AudioIirFilter(double cutoff, double ripple, int order, int family, bool highPass)
     : taps(2 * order + 2) {
@@ -24,9 +33,10 @@ AudioIirFilter::AudioIirFilter(double cutoff, double ripple, int order, int fami
     ippsIIRInit_32f(&state, taps.get(), order, nullptr, stateMemory.get());
 }
 
-AudioFirFilter::AudioFirFilter(double cutoff) : taps(kTaps) {
-    const std::vector<double> design = StreamLowpassTaps(cutoff, kTaps);
-    ippsConvert_64f32f(design.data(), taps.get(), kTaps);
+AudioFirFilter::AudioFirFilter(double cutoff) : AudioFirFilter(FloatTaps(StreamLowpassTaps(cutoff, kTaps)).data()) {}
+
+AudioFirFilter::AudioFirFilter(const Ipp32f* from) : taps(kTaps) {
+    ippsCopy_32f(from, taps.get(), kTaps);
     int bytes = 0;
     ippsFIRGetStateSize_32f(kTaps, &bytes);
     stateMemory.Allocate(bytes);

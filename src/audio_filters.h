@@ -31,6 +31,11 @@ class AudioFirFilter {
 public:
     static constexpr int kTaps = 2048;
     explicit AudioFirFilter(double cutoff);
+    // A filter of the same kTaps taps with a delay line of its own, zero.
+    explicit AudioFirFilter(const Ipp32f* taps);
+    AudioFirFilter(const AudioFirFilter&) = delete;
+    AudioFirFilter& operator=(const AudioFirFilter&) = delete;
+    const Ipp32f* Taps() const { return taps.get(); }
     // Filters `length` samples and keeps every factor-th output from *phase
     // on in `out`; *phase moves on as the sampling down does.
     void RunDown(const Ipp32f* samples, int length, Ipp32f* out, int factor, int* phase) {

@@ -7,9 +7,7 @@
 
 namespace qor_prim {
 
-namespace {
-
-QOR_TARGET_AVX2 void DirectReal(const double* line, const double* reversed, int taps, int count, double* out) {
+QOR_TARGET_AVX2 void DirectRealAvx2(const double* line, const double* reversed, int taps, int count, double* out) {
     int i = 0;
     for (; i + 16 <= count; i += 16) {
         __m256d a0 = _mm256_setzero_pd(), a1 = a0, a2 = a0, a3 = a0;
@@ -37,7 +35,7 @@ QOR_TARGET_AVX2 void DirectReal(const double* line, const double* reversed, int 
 }
 
 // h x = hr x + hi swap(x) with the sign of the real part's term flipped at the end.
-QOR_TARGET_AVX2 void DirectComplex(const Ipp64fc* line, const Ipp64fc* reversed, int taps, int count, Ipp64fc* out) {
+QOR_TARGET_AVX2 void DirectComplexAvx2(const Ipp64fc* line, const Ipp64fc* reversed, int taps, int count, Ipp64fc* out) {
     const double* base = &line[0].re;
     int i = 0;
     for (; i + 8 <= count; i += 8) {
@@ -68,8 +66,28 @@ QOR_TARGET_AVX2 void DirectComplex(const Ipp64fc* line, const Ipp64fc* reversed,
     if (i < count) kFirKernelsGeneric.directComplex(line + i, reversed, taps, count - i, out + i);
 }
 
+namespace {
+
+QOR_TARGET_AVX2 void Widen(const float* src, double* dst, int count) {
+    int i = 0;
+    for (; i + 8 <= count; i += 8) {
+        _mm256_storeu_pd(dst + i, _mm256_cvtps_pd(_mm_loadu_ps(src + i)));
+        _mm256_storeu_pd(dst + i + 4, _mm256_cvtps_pd(_mm_loadu_ps(src + i + 4)));
+    }
+    if (i < count) kFirKernelsGeneric.widen(src + i, dst + i, count - i);
+}
+
+QOR_TARGET_AVX2 void Narrow(const double* src, float* dst, int count) {
+    int i = 0;
+    for (; i + 8 <= count; i += 8) {
+        _mm_storeu_ps(dst + i, _mm256_cvtpd_ps(_mm256_loadu_pd(src + i)));
+        _mm_storeu_ps(dst + i + 4, _mm256_cvtpd_ps(_mm256_loadu_pd(src + i + 4)));
+    }
+    if (i < count) kFirKernelsGeneric.narrow(src + i, dst + i, count - i);
+}
+
 }  // namespace
 
-const FirKernels kFirKernelsAvx2 = {DirectReal, DirectComplex};
+const FirKernels kFirKernelsAvx2 = {DirectRealAvx2, DirectComplexAvx2, Widen, Narrow};
 
 }  // namespace qor_prim

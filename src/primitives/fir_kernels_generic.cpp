@@ -24,8 +24,16 @@ void DirectComplex(const Ipp64fc* line, const Ipp64fc* reversed, int taps, int c
     }
 }
 
+void Widen(const float* src, double* dst, int count) {
+    for (int i = 0; i < count; ++i) dst[i] = src[i];
+}
+
+void Narrow(const double* src, float* dst, int count) {
+    for (int i = 0; i < count; ++i) dst[i] = static_cast<float>(src[i]);
+}
+
 }  // namespace
 
-const FirKernels kFirKernelsGeneric = {DirectReal, DirectComplex};
+const FirKernels kFirKernelsGeneric = {DirectReal, DirectComplex, Widen, Narrow};
 
 }  // namespace qor_prim

@@ -6,7 +6,6 @@
 #include "fft_core.h"
 #include "fir_kernels.h"
 #include "ipp_check.h"
-#include "ipps_arith.h"
 #include "ipp_memory.h"
 
 namespace {
@@ -23,7 +22,8 @@ constexpr size_t kAlign = 64;
 size_t AlignUp(size_t bytes) { return (bytes + kAlign - 1) & ~(kAlign - 1); }
 
 const qor_prim::DispatchRow<const qor_prim::FirKernels*> kKernelRow(&qor_prim::kFirKernelsGeneric,
-                                                                     &qor_prim::kFirKernelsAvx2);
+                                                                     &qor_prim::kFirKernelsAvx2,
+                                                                     &qor_prim::kFirKernelsAvx512);
 
 int CeilLog2(int v) {
     int order = 0;
@@ -120,6 +120,24 @@ inline void Put(double v, Ipp64f* d) { *d = v; }
 inline void Put(Ipp64fc v, Ipp32fc* d) { *d = {static_cast<float>(v.re), static_cast<float>(v.im)}; }
 inline void Put(Ipp64fc v, Ipp64fc* d) { *d = v; }
 
+// count samples into the line, float ones by the vector conversion.
+void WidenInto(const FirCore& c, const Ipp32f* src, double* line, int count) { c.kernels->widen(src, line, count); }
+void WidenInto(const FirCore& c, const Ipp32fc* src, Ipp64fc* line, int count) {
+    c.kernels->widen(&src[0].re, &line[0].re, 2 * count);
+}
+template <typename S, typename D>
+void WidenInto(const FirCore&, const S* src, D* line, int count) {
+    std::memcpy(static_cast<void*>(line), src, sizeof(D) * static_cast<size_t>(count));
+}
+
+// count complex outputs in a row into dst.
+void PutAll(const FirCore& c, const Ipp64fc* y, int count, Ipp32fc* dst) {
+    c.kernels->narrow(&y[0].re, &dst[0].re, 2 * count);
+}
+void PutAll(const FirCore&, const Ipp64fc* y, int count, Ipp64fc* dst) {
+    std::memcpy(static_cast<void*>(dst), y, sizeof(Ipp64fc) * static_cast<size_t>(count));
+}
+
 void Direct(const FirCore& c, const double* line, int count, double* out) {
     c.kernels->directReal(line, c.At<double>(c.layout.reversed), c.taps, count, out);
 }
@@ -167,8 +185,22 @@ void Convolve(const FirCore& c, const Transform& t, int factor) {
         qor_prim::FftRunScaled(*t.spec, freq, freq, work, true, 1.0);
         return;
     }
-    const int bins = n / factor;
-    for (int r = 1; r < factor; ++r) ippsAdd_64f(&freq[r * bins].re, &freq[0].re, &freq[0].re, 2 * bins);
+    // One pass over the rows, eight sums at a time held in registers (added
+    // in the order of the rows).
+    const int values = 2 * (n / factor);
+    double* fold = &freq[0].re;
+    int at = 0;
+    for (; at + 8 <= values; at += 8) {
+        double sum[8];
+        for (int k = 0; k < 8; ++k) sum[k] = fold[at + k];
+        for (int r = 1; r < factor; ++r) {
+            for (int k = 0; k < 8; ++k) sum[k] += fold[r * values + at + k];
+        }
+        for (int k = 0; k < 8; ++k) fold[at + k] = sum[k];
+    }
+    for (; at < values; ++at) {
+        for (int r = 1; r < factor; ++r) fold[at] += fold[r * values + at];
+    }
     const int order = t.spec->order - CeilLog2(factor);
     const IppsFFTSpec_C_64fc& spec = (c.fft->order - order) % 2 == 0 ? *c.fft : *c.fftHalf;
     qor_prim::FftRunShorter(spec, order, freq, freq, work, true, 1.0);
@@ -198,7 +230,7 @@ int FilterChunk(const FirCore& c, const S* src, S* dst, int count, const Transfo
     using D = typename Traits<S>::Domain;
     const int keep = c.taps - 1;
     D* line = History<D>(c);
-    for (int i = 0; i < count; ++i) line[keep + i] = Widen(src[i]);
+    WidenInto(c, src, line + keep, count);
     int written = 0;
     if (!c.layout.fast || DirectIsCheaper(c, count)) {
         D* out = c.layout.fast ? c.At<D>(c.layout.freq) : c.At<D>(c.layout.out);
@@ -210,8 +242,12 @@ int FilterChunk(const FirCore& c, const S* src, S* dst, int count, const Transfo
         const bool fold = phase == 0 && count % factor == 0 && CanFold(c, t, factor);
         Convolve(c, t, fold ? factor : 1);
         const Ipp64fc* y = c.At<Ipp64fc>(c.layout.freq);
-        written = fold ? PutEvery([y](int i) { return y[i]; }, count / factor, dst, 1, phase)
-                       : PutEvery([y](int i) { return y[i]; }, count, dst, factor, phase);
+        if (fold || factor == 1) {
+            written = fold ? count / factor : count;
+            PutAll(c, y, written, dst);
+        } else {
+            written = PutEvery([y](int i) { return y[i]; }, count, dst, factor, phase);
+        }
     } else {
         // Two real chunks ride in one complex transform: the first in the real
         // parts, the next (with its own history) in the imaginary parts.
@@ -384,6 +420,10 @@ IppStatus ippsFIR_64fc(const Ipp64fc* src, Ipp64fc* dst, int length, IppsFIRStat
 
 IppStatus ippsFIRSampleDown_32f(const Ipp32f* src, int srcLength, Ipp32f* dst, int* dstLength, int factor, int* phase,
                                 IppsFIRState_32f* state) {
+    return FilterDown(src, dst, srcLength, dstLength, factor, phase, state);
+}
+IppStatus ippsFIRSampleDown_32fc(const Ipp32fc* src, int srcLength, Ipp32fc* dst, int* dstLength, int factor,
+                                 int* phase, IppsFIRState_32fc* state) {
     return FilterDown(src, dst, srcLength, dstLength, factor, phase, state);
 }
 IppStatus ippsFIRSampleDown_64fc(const Ipp64fc* src, int srcLength, Ipp64fc* dst, int* dstLength, int factor,

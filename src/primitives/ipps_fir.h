@@ -56,6 +56,8 @@ IppStatus ippsFIR_64fc(const Ipp64fc* src, Ipp64fc* dst, int length, IppsFIRStat
 // Status: as ippsFIR_*, plus -59 factor below 1, -60 phase outside 0 to factor - 1.
 IppStatus ippsFIRSampleDown_32f(const Ipp32f* src, int srcLength, Ipp32f* dst, int* dstLength, int factor, int* phase,
                                 IppsFIRState_32f* state);
+IppStatus ippsFIRSampleDown_32fc(const Ipp32fc* src, int srcLength, Ipp32fc* dst, int* dstLength, int factor,
+                                 int* phase, IppsFIRState_32fc* state);
 IppStatus ippsFIRSampleDown_64fc(const Ipp64fc* src, int srcLength, Ipp64fc* dst, int* dstLength, int factor,
                                  int* phase, IppsFIRState_64fc* state);
 

@@ -1,5 +1,6 @@
 #include "ipps_iir.h"
 
+#include <cmath>
 #include <cstdint>
 
 #include "ipp_check.h"
@@ -9,6 +10,13 @@ namespace {
 constexpr int kMaxOrder = 12;
 constexpr uint64_t kIirMagic = 0x11A5C0DE32F00001ULL;
 constexpr uintptr_t kAlign = 64;
+// The first order in lanes: a block of kLanes stretches of up to
+// kLaneLength samples, each run from rest side by side, then each stretch
+// gets the decay of the true output before it. Blocks shorter than
+// kLanesFrom samples run the plain recursion.
+constexpr int kLanes = 8;
+constexpr int kLaneLength = 512;
+constexpr int kLanesFrom = 1024;
 
 // The first order written as y = (b0 x + b1 x') - a1 y': one product and one
 // difference on the path from one output to the next, instead of the three
@@ -26,6 +34,66 @@ void FirstOrder(const Ipp32f* src, Ipp32f* dst, int length, const double* b, dou
     z = b[1] * x - a1 * y;
 }
 
+// The second order (the audio's high pass) with its state in registers, in
+// the operations and order of the general form.
+void SecondOrder(const Ipp32f* src, Ipp32f* dst, int length, const double* b, const double* a, double* z) {
+    double z0 = z[0], z1 = z[1];
+    for (int n = 0; n < length; ++n) {
+        const double x = src[n];
+        const double y = b[0] * x + z0;
+        z0 = b[1] * x - a[1] * y + z1;
+        z1 = b[2] * x - a[2] * y;
+        dst[n] = static_cast<Ipp32f>(y);
+    }
+    z[0] = z0;
+    z[1] = z1;
+}
+
+// The first order in lanes: the output is y[n] = c[n] + r y[n - 1] with
+// c[n] = b0 x[n] + b1 x[n - 1] and r = -a1, so a stretch started from rest
+// differs from the truth by r^(i + 1) times the true output before the
+// stretch at its i-th sample. For a stable pole only: the decay then never
+// overflows.
+void FirstOrderLanes(const Ipp32f* src, Ipp32f* dst, int length, const double* b, double a1, double& z) {
+    if (length < kLanesFrom) {
+        FirstOrder(src, dst, length, b, a1, z);
+        return;
+    }
+    double powers[kLaneLength];
+    double power = 1.0;
+    for (double& p : powers) p = power *= -a1;
+    double w[kLanes * kLaneLength];
+    for (int at = 0; at < length;) {
+        const int rest = length - at;
+        if (rest < kLanesFrom) {
+            FirstOrder(src + at, dst + at, rest, b, a1, z);
+            return;
+        }
+        const int stretch = rest / kLanes < kLaneLength ? rest / kLanes : kLaneLength;
+        const Ipp32f* x = src + at;
+        const int count = kLanes * stretch;
+        // c first, in one pass the compiler vectorises; the first sample from the state.
+        w[0] = b[0] * x[0] + z;
+        for (int n = 1; n < count; ++n) w[n] = b[0] * x[n] + b[1] * x[n - 1];
+        double y[kLanes];
+        for (int l = 0; l < kLanes; ++l) y[l] = w[l * stretch];
+        for (int i = 1; i < stretch; ++i) {
+            for (int l = 0; l < kLanes; ++l) {
+                y[l] = w[l * stretch + i] - a1 * y[l];
+                w[l * stretch + i] = y[l];
+            }
+        }
+        for (int l = 1; l < kLanes; ++l) {
+            const double before = w[l * stretch - 1];
+            double* lane = w + l * stretch;
+            for (int i = 0; i < stretch; ++i) lane[i] += powers[i] * before;
+        }
+        z = b[1] * x[count - 1] - a1 * w[count - 1];  // before an output in place overwrites x
+        for (int n = 0; n < count; ++n) dst[at + n] = static_cast<Ipp32f>(w[n]);
+        at += count;
+    }
+}
+
 }  // namespace
 
 struct IppsIIRState_32f {
@@ -34,6 +102,7 @@ struct IppsIIRState_32f {
     double b[kMaxOrder + 1];
     double a[kMaxOrder + 1];
     double z[kMaxOrder];
+    bool lanes;  // a first order with a stable pole
 };
 
 IppStatus ippsIIRGetStateSize_32f(int order, int* size) {
@@ -59,6 +128,7 @@ IppStatus ippsIIRInit_32f(IppsIIRState_32f** state, const Ipp32f* taps, int orde
         s->a[i] = taps[order + 1 + i] / a0;
     }
     for (int i = 0; i < order; ++i) s->z[i] = delayLine ? delayLine[i] : 0.0;
+    s->lanes = order == 1 && std::fabs(s->a[1]) < 1.0;
     *state = s;
     return ippStsNoErr;
 }
@@ -71,7 +141,15 @@ IppStatus ippsIIR_32f(const Ipp32f* src, Ipp32f* dst, int length, IppsIIRState_3
     const double* b = state->b;
     const double* a = state->a;
     if (order == 1) {
-        FirstOrder(src, dst, length, b, a[1], z[0]);
+        if (state->lanes) {
+            FirstOrderLanes(src, dst, length, b, a[1], z[0]);
+        } else {
+            FirstOrder(src, dst, length, b, a[1], z[0]);
+        }
+        return ippStsNoErr;
+    }
+    if (order == 2) {
+        SecondOrder(src, dst, length, b, a, z);
         return ippStsNoErr;
     }
     for (int n = 0; n < length; ++n) {

@@ -1,8 +1,10 @@
 // The audio chain below the engine: the channel filter's length at the
-// borders of the bandwidth, the sideband seam across turns, and a level that
-// overflowed restarting for the next turn.
+// borders of the bandwidth, the sideband seam across turns, the levels
+// followed sample by sample, a level that overflowed restarting for the
+// next turn, and the sidebands' phasing and low pass run as one filter.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <vector>
@@ -100,6 +102,35 @@ TEST(AudioChain, SidebandLevelFollowsThePeakSampleBySample) {
     EXPECT_EQ(levels.sideband, qor::AudioLevels::kStart);
 }
 
+// AM's output is the depth around a mean followed sample by sample, the
+// mean carried from turn to turn (also over turns of a ragged length).
+TEST(AudioChain, AmFollowsTheMeanSampleBySample) {
+    const int length = AudioChain::kTurnSamples + 5;
+    std::vector<Ipp32fc> channel(length);
+    std::vector<Ipp32f> audio(length);
+    for (int i = 0; i < length; ++i) {
+        const float a = (i % 20011 < 3000 ? 3.0f : 0.2f) * static_cast<float>(1.0 + 0.5 * std::sin(i * 0.02));
+        channel[i] = {a * static_cast<float>(std::cos(i * 0.01)), a * static_cast<float>(std::sin(i * 0.01))};
+    }
+    const double d = std::pow(2.71828, -1.5625e-05);
+    qor::AudioLevels levels;
+    double mean = levels.am;
+    auto demodulator = qor::MakeAudioDemodulator(qor::AudioAM, levels, 3000.0, 75.0, length);
+    for (int turn = 0; turn < 2; ++turn) {
+        demodulator->Run(channel.data(), audio.data(), length);
+        double worst = 0.0;
+        for (int i = 0; i < length; ++i) {
+            const Ipp32fc z = channel[i];
+            const double m = static_cast<float>(std::sqrt(double{z.re} * z.re + double{z.im} * z.im));
+            mean = m * (1.0 - d) + mean * d;
+            const double want = (m - mean) / mean;
+            worst = std::max(worst, std::fabs(audio[i] - want) / std::max(1.0, std::fabs(want)));
+        }
+        EXPECT_LT(worst, 3e-7) << "turn " << turn;
+        EXPECT_NEAR(levels.am, mean, 1e-12 * mean) << "turn " << turn;
+    }
+}
+
 // A turn whose AM level turned infinite or NaN: its own output is silence,
 // the level starts again at 0.1 and the next turn is audio again.
 TEST(AudioChain, AnOverflowedLevelRestartsAtTheStart) {
@@ -112,6 +143,43 @@ TEST(AudioChain, AnOverflowedLevelRestartsAtTheStart) {
         const std::vector<float> next = Demodulate(chain, 0.0, 1);
         for (std::size_t i = 0; i < lost.size(); ++i) {
             ASSERT_TRUE(std::isfinite(lost[i]) && std::isfinite(next[i])) << "sample " << i;
+        }
+    }
+}
+
+// Behind the low pass, the sidebands run phasing and low pass as one filter
+// that computes only the outputs kept; it must give what the two filters in
+// turn give, also across turns whose levels differ (the low pass of a
+// turn's first outputs reaches into the turn before, divided by its level).
+TEST(AudioChain, SidebandsSampledDownEqualPhasingThenLowPass) {
+    constexpr int kTurn = AudioChain::kTurnSamples, kFactor = AudioChain::kDownFactor;
+    const double cutoff = 3000.0 / kRate;
+    for (int type : {qor::AudioUSB, qor::AudioLSB}) {
+        qor::AudioLevels fusedLevels, wideLevels;
+        qor::AudioFirFilter fusedLowPass(cutoff), wideLowPass(cutoff);
+        auto fused = qor::MakeAudioDemodulator(type, fusedLevels, 3000.0, 75.0, kTurn, &fusedLowPass, kFactor);
+        auto wide = qor::MakeAudioDemodulator(type, wideLevels, 3000.0, 75.0, kTurn);
+        std::vector<Ipp32fc> channel(kTurn);
+        std::vector<Ipp32f> scratch(kTurn), got(kTurn / kFactor), want(kTurn / kFactor);
+        long long n = 0;
+        // The level jumps from turn to turn: each turn louder than the last.
+        for (double amplitude : {0.02, 0.3, 2.0, 5.0}) {
+            for (auto& z : channel) {
+                const double t = static_cast<double>(n++);
+                z = {static_cast<float>(amplitude * (std::cos(t * 0.011) + 0.5 * std::sin(t * 0.0031))),
+                     static_cast<float>(amplitude * (std::sin(t * 0.011) - 0.3 * std::cos(t * 0.0057)))};
+            }
+            fused->RunDown(channel.data(), kTurn, scratch.data(), got.data());
+            wide->Run(channel.data(), scratch.data(), kTurn);
+            int phase = 0;
+            wideLowPass.RunDown(scratch.data(), kTurn, want.data(), kFactor, &phase);
+            float largest = 0.0f, worst = 0.0f;
+            for (int j = 0; j < kTurn / kFactor; ++j) {
+                largest = std::max(largest, std::fabs(want[j]));
+                worst = std::max(worst, std::fabs(got[j] - want[j]));
+            }
+            EXPECT_LT(worst, 2e-6f * largest) << "type " << type << ", amplitude " << amplitude;
+            EXPECT_EQ(fusedLevels.sideband, wideLevels.sideband);
         }
     }
 }
