@@ -40,6 +40,12 @@ void FoldExtremes(const double* values, double* min, double* max, int count) {
     }
 }
 
+// products[i] times the power of work[i], in one pass rather than a power
+// written out and read back for a product.
+void MultiplyByPower(const Ipp64fc* work, double* products, int count) {
+    for (int i = 0; i < count; ++i) products[i] *= work[i].re * work[i].re + work[i].im * work[i].im;
+}
+
 }  // namespace
 
 SpectrumCore::SpectrumCore(RbwFilter* filter, int32_t detector, double rbwToVbw, int32_t samples,
@@ -124,7 +130,7 @@ void SpectrumCore::SwappedValues(RbwFilter* filter, const Ipp64fc* work, double*
     });
 }
 
-void SpectrumCore::AddInnerFrame(const Ipp64fc* work, int index, bool last, double* scratch, double* sum) {
+void SpectrumCore::AddInnerFrame(const Ipp64fc* work, int index, bool last, double* sum) {
     // Four powers multiply well inside the range of a double (from 16-bit
     // samples a power that is not 0 lies far above 1e-77, and none exceeds
     // a few units), and one logarithm serves them all.
@@ -135,8 +141,9 @@ void SpectrumCore::AddInnerFrame(const Ipp64fc* work, int index, bool last, doub
     if (index % kGroup == 0) {
         SwappedPower(work, n, products, k0, kn);
     } else {
-        SwappedPower(work, n, scratch, k0, kn);
-        ippsMul_64f(product, scratch + k0, product, kn);
+        SwappedPieces(n, k0, kn, [&](int source, int bin, int length) {
+            MultiplyByPower(work + source, products + bin, length);
+        });
     }
     if (index % kGroup != kGroup - 1 && !last) return;
     PowerToDecibels(product, kn);
@@ -231,7 +238,7 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
     for (int f = 0; f < frameCount; ++f) {
         const Ipp64fc* work = FrameTransform(filter, p + f * hop);
         if (grouped && f >= inner && f < videoFrames) {
-            AddInnerFrame(work, f - inner, f + 1 == videoFrames, frames[f].get(), first);
+            AddInnerFrame(work, f - inner, f + 1 == videoFrames, first);
         } else if (logUnits) {
             PowerDecibels(work, n, frames[f].get(), k0, kn);
         } else {
