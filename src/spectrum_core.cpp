@@ -12,6 +12,9 @@ constexpr int kLeadingSamples = 256;
 // place of the window's 3 dB.
 constexpr int kDirectSamples = 256;
 constexpr double kDirectOffsetDb = 2.5;
+// A small spectrum is cheaper whole, in runs that the vector loop takes,
+// than as the few bins kept, in short runs it takes one by one.
+constexpr int kSmallSpectrum = 32;
 
 // Calls take(FFT output index, bin, length) for the one or two runs of
 // bins from..from+count-1 of a spectrum with its halves swapped (DC in the
@@ -24,6 +27,23 @@ void SwappedPieces(int n, int from, int count, Take take) {
         const int first = std::max(from, half);
         take(first - half, first, end - first);
     }
+}
+
+// The running extremes of the frames' values in one pass, chosen as the
+// every-element minimum and maximum primitives choose: a call of those per
+// frame of a small spectrum costs more than its few bins.
+void FoldExtremes(const double* values, double* min, double* max, int count) {
+    for (int i = 0; i < count; ++i) {
+        const double v = values[i];
+        min[i] = min[i] < v ? min[i] : v;
+        max[i] = max[i] > v ? max[i] : v;
+    }
+}
+
+// products[i] times the power of work[i], in one pass rather than a power
+// written out and read back for a product.
+void MultiplyByPower(const Ipp64fc* work, double* products, int count) {
+    for (int i = 0; i < count; ++i) products[i] *= work[i].re * work[i].re + work[i].im * work[i].im;
 }
 
 }  // namespace
@@ -102,9 +122,6 @@ const Ipp64fc* SpectrumCore::FirstFrameTransform(const Ipp64fc* p, const Ipp64fc
 }
 
 void SpectrumCore::SwappedPower(const Ipp64fc* work, int n, double* out, int from, int count) {
-    // A small spectrum is cheaper whole, in two runs of N/2 that the vector
-    // loop takes, than as the few bins kept, in short runs it takes one by one.
-    constexpr int kSmallSpectrum = 32;
     if (n <= kSmallSpectrum) {
         from = 0;
         count = n;
@@ -124,7 +141,7 @@ void SpectrumCore::SwappedValues(RbwFilter* filter, const Ipp64fc* work, double*
     });
 }
 
-void SpectrumCore::AddInnerFrame(const Ipp64fc* work, int index, bool last, double* scratch, double* sum) {
+void SpectrumCore::AddInnerFrame(const Ipp64fc* work, int index, bool last, double* sum) {
     // Four powers multiply well inside the range of a double (from 16-bit
     // samples a power that is not 0 lies far above 1e-77, and none exceeds
     // a few units), and one logarithm serves them all.
@@ -135,8 +152,9 @@ void SpectrumCore::AddInnerFrame(const Ipp64fc* work, int index, bool last, doub
     if (index % kGroup == 0) {
         SwappedPower(work, n, products, k0, kn);
     } else {
-        SwappedPower(work, n, scratch, k0, kn);
-        ippsMul_64f(product, scratch + k0, product, kn);
+        SwappedPieces(n, k0, kn, [&](int source, int bin, int length) {
+            MultiplyByPower(work + source, products + bin, length);
+        });
     }
     if (index % kGroup != kGroup - 1 && !last) return;
     PowerToDecibels(product, kn);
@@ -218,10 +236,16 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
         double* power = frames[0].get();
         SwappedPower(FrameTransform(filter, p), n, outMin, k0, kn);
         ippsCopy_64f(outMin + k0, outMax + k0, kn);
+        // The later frames' powers stay in the FFT's order (a small spectrum
+        // whole, in one call) and meet the extremes' bins on the way.
+        const bool whole = n <= kSmallSpectrum;
         for (int f = 1; f < frameCount; ++f) {
-            SwappedPower(FrameTransform(filter, p + f * hop), n, power, k0, kn);
-            ippsMinEvery_64f(power + k0, outMin + k0, outMin + k0, kn);
-            ippsMaxEvery_64f(power + k0, outMax + k0, outMax + k0, kn);
+            const Ipp64fc* work = FrameTransform(filter, p + f * hop);
+            if (whole) ippsPowerSpectr_64fc(work, power, n);
+            SwappedPieces(n, k0, kn, [&](int source, int bin, int length) {
+                if (!whole) ippsPowerSpectr_64fc(work + source, power + source, length);
+                FoldExtremes(power + source, outMin + bin, outMax + bin, length);
+            });
         }
         PowerToDecibels(outMin + k0, kn);
         PowerToDecibels(outMax + k0, kn);
@@ -236,7 +260,7 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
     for (int f = 0; f < frameCount; ++f) {
         const Ipp64fc* work = FrameTransform(filter, p + f * hop);
         if (grouped && f >= inner && f < videoFrames) {
-            AddInnerFrame(work, f - inner, f + 1 == videoFrames, frames[f].get(), first);
+            AddInnerFrame(work, f - inner, f + 1 == videoFrames, first);
         } else if (logUnits) {
             PowerDecibels(work, n, frames[f].get(), k0, kn);
         } else {

@@ -89,10 +89,9 @@ private:
     static void SwappedPower(const Ipp64fc* work, int n, double* out, int from, int count);
     static void SwappedValues(RbwFilter* filter, const Ipp64fc* work, double* out, int from, int count);
     // Frame `index` of those inside every video average (log units): its
-    // power (worked out in `scratch`, fftSize values) joins a product whose
-    // dB value is added to `sum` (the kept bins' sum) every four frames and
-    // after the `last`.
-    void AddInnerFrame(const Ipp64fc* work, int index, bool last, double* scratch, double* sum);
+    // power joins a product whose dB value is added to `sum` (the kept bins'
+    // sum) every four frames and after the `last`.
+    void AddInnerFrame(const Ipp64fc* work, int index, bool last, double* sum);
     // The same bins' power in dB (with a null `work`, `out` holds their
     // power already), and copied to `copy` if given.
     static void PowerDecibels(const Ipp64fc* work, int n, double* out, int from, int count, double* copy = nullptr);

@@ -109,39 +109,47 @@ TEST(SpectrumCore, ToneLandsOnItsBinAtItsLevel) {
 
 // The moving sums against a plain computation from the single frames, in
 // every video unit; a ratio of 1 takes the extremes of single frames, the
-// average detector one average of all frames, here over kept bins across the
-// middle. (The detectors and units on noise are measured end to end.)
+// average detector one average of all frames, over kept bins across the
+// middle, of a spectrum of 256 bins and of one small enough to be worked
+// out whole. (The detectors and units on noise are measured end to end.)
 TEST(SpectrumCore, MovingAverageMatchesPlainSums) {
-    const int n = 256;
-    for (int units = 0; units < 3; ++units) {
-        for (int detector : {0, 1}) {
-            for (int ratio : {1, 3}) {
-                SCOPED_TRACE(testing::Message()
-                             << "units " << units << " detector " << detector << " ratio " << ratio);
-                RbwFilter filter(10000.0, 1, kSampleRate, units, false);
-                SpectrumCore core(&filter, detector, ratio, Samples(n, ratio), false);
-                if (detector == 1) core.KeepBins(60, 130);
-                const Block block = Noise(core.sampleCount, 0.01, 5);
-                const Spectra s = Measure(core, block);
+    struct Size {
+        double rbw;
+        int n, keepFrom, keepCount, step;
+    };
+    for (const Size& size : {Size{10000.0, 256, 60, 130, 17}, Size{200000.0, 8, 2, 5, 1}}) {
+        const int n = size.n;
+        for (int units = 0; units < 3; ++units) {
+            for (int detector : {0, 1}) {
+                for (int ratio : {1, 3, 40}) {  // 40: most frames lie in every average
+                    SCOPED_TRACE(testing::Message() << "n " << n << " units " << units << " detector " << detector
+                                                    << " ratio " << ratio);
+                    RbwFilter filter(size.rbw, 1, kSampleRate, units, false);
+                    ASSERT_EQ(filter.fftSize, n);
+                    SpectrumCore core(&filter, detector, ratio, Samples(n, ratio), false);
+                    core.KeepBins(size.keepFrom, size.keepCount);
+                    const Block block = Noise(core.sampleCount, 0.01, 5);
+                    const Spectra s = Measure(core, block);
 
-                std::vector<std::vector<double>> frames(static_cast<std::size_t>(core.frameCount),
-                                                        std::vector<double>(n));
-                for (int f = 0; f < core.frameCount; ++f) {
-                    SpectrumCore::FrameSpectrum(&filter, &block[f * core.hop], frames[f].data());
-                }
-                const auto toDb = [units](double v) {
-                    return units == 0 ? v : units == 1 ? 20.0 * std::log10(v) : 10.0 * std::log10(v);
-                };
-                for (int i = core.keepFrom; i < core.keepFrom + core.keepCount; i += 17) {
-                    double lowest = INFINITY, highest = -INFINITY;
-                    for (int k = 0; k < core.averageCount; ++k) {
-                        double sum = 0.0;
-                        for (int f = k; f < k + core.videoFrames; ++f) sum += frames[f][i];
-                        lowest = std::min(lowest, sum / core.videoFrames);
-                        highest = std::max(highest, sum / core.videoFrames);
+                    std::vector<std::vector<double>> frames(static_cast<std::size_t>(core.frameCount),
+                                                            std::vector<double>(n));
+                    for (int f = 0; f < core.frameCount; ++f) {
+                        SpectrumCore::FrameSpectrum(&filter, &block[f * core.hop], frames[f].data());
                     }
-                    EXPECT_NEAR(s.min[i], toDb(lowest), 1e-9) << i;
-                    EXPECT_NEAR(s.max[i], toDb(highest), 1e-9) << i;
+                    const auto toDb = [units](double v) {
+                        return units == 0 ? v : units == 1 ? 20.0 * std::log10(v) : 10.0 * std::log10(v);
+                    };
+                    for (int i = core.keepFrom; i < core.keepFrom + core.keepCount; i += size.step) {
+                        double lowest = INFINITY, highest = -INFINITY;
+                        for (int k = 0; k < core.averageCount; ++k) {
+                            double sum = 0.0;
+                            for (int f = k; f < k + core.videoFrames; ++f) sum += frames[f][i];
+                            lowest = std::min(lowest, sum / core.videoFrames);
+                            highest = std::max(highest, sum / core.videoFrames);
+                        }
+                        EXPECT_NEAR(s.min[i], toDb(lowest), 1e-9) << i;
+                        EXPECT_NEAR(s.max[i], toDb(highest), 1e-9) << i;
+                    }
                 }
             }
         }
