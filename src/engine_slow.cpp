@@ -41,11 +41,9 @@ SlowSweepEngine::SlowSweepEngine(Settings* settings, RbwFilter* filter, Analyzer
       band(corr->BandOf(start)) {
     const int n = fftSize;
     samples.Allocate(sampleCount + kStreamRounding);
-    toneA.Allocate(sampleCount);
-    toneB.Allocate(sampleCount);
-    if (core->SingleFrame()) {
-        windowedToneA.Allocate(n);
-        windowedToneB.Allocate(n);
+    if (n > 1) {
+        toneA.Allocate(n);
+        toneB.Allocate(n);
     }
     for (smart_array<double>* a : {&minA, &maxA, &minB, &maxB, &corrA, &corrB}) a->Allocate(n);
 
@@ -193,11 +191,11 @@ void SlowSweepEngine::Run() {
     const double tuneB = altClock && ifSelectB == 0 ? center - residualB : center + residualB;
     offsetA = shift(tuneA, conjugateA);
     offsetB = shift(tuneB, conjugateB);
-    FillTone(toneA.get(), sampleCount, offsetA / sampleRate);
-    FillTone(toneB.get(), sampleCount, offsetB / sampleRate);
-    if (windowedToneA.get()) {
-        core->WindowTone(toneA.get(), conjugateA, windowedToneA.get());
-        core->WindowTone(toneB.get(), conjugateB, windowedToneB.get());
+    if (toneA.get()) {
+        FillTone(toneA.get(), fftSize, offsetA / sampleRate);
+        FillTone(toneB.get(), fftSize, offsetB / sampleRate);
+        core->WindowTone(toneA.get(), conjugateA);
+        core->WindowTone(toneB.get(), conjugateB);
     }
 
     PrepareLevel();
@@ -206,12 +204,12 @@ void SlowSweepEngine::Run() {
 
     while (running) {
         if (Capture(timeoutMs)) {
-            core->Process(samples.get(), minA.get(), maxA.get(), conjugateA, toneA.get(), windowedToneA.get());
+            core->Process(samples.get(), minA.get(), maxA.get(), conjugateA, toneA.get());
         }
         if (s.reject && running) {
             ConfigurePass(plan.recordB, ifSelectB, s.attenUsedB, s.gainUsedB);
             if (Capture(timeoutMs)) {
-                core->Process(samples.get(), minB.get(), maxB.get(), conjugateB, toneB.get(), windowedToneB.get());
+                core->Process(samples.get(), minB.get(), maxB.get(), conjugateB, toneB.get());
             }
             ConfigurePass(plan.recordA, ifSelectA, s.attenUsed, s.gainUsed);
         }

@@ -46,9 +46,7 @@ private:
     int32_t sweepLength = 0;
     int32_t sampleCount;
     smart_array<Ipp64fc> samples;  // sampleCount + 4096: room to round a streamed capture up
-    smart_array<Ipp64fc> toneA, toneB;
-    // The tones times the window, for a core that makes each spectrum of one frame.
-    smart_array<Ipp64fc> windowedToneA, windowedToneB;
+    smart_array<Ipp64fc> toneA, toneB;  // each pass's digital shift times the window (fftSize)
     smart_array<double> minA, maxA, minB, maxB;
     smart_array<double> corrA, corrB;
     uint8_t ifSelectA = 0;  // path filter: 0 high IF, 1 low IF

@@ -81,44 +81,17 @@ void SpectrumCore::FrameSpectrum(RbwFilter* filter, const Ipp64fc* samples, doub
     }
 }
 
-const Ipp64fc* SpectrumCore::FrameTransform(RbwFilter* filter, const Ipp64fc* samples) {
+const Ipp64fc* SpectrumCore::FrameTransform(RbwFilter* filter, const Ipp64fc* samples, const Ipp64fc* window,
+                                            bool conjugate) {
     Ipp64fc* work = filter->workSamples.get();
-    filter->fftPlan->ForwardWindowed(samples, filter->complexWindow.get(), work);
+    filter->fftPlan->ForwardWindowed(samples, window ? window : filter->complexWindow.get(), work, conjugate);
     return work;
 }
 
-bool SpectrumCore::SingleFrame() const {
-    return filter->fftSize > 1 && (filter->units == UnitsSample || (frameCount == 1 && detector == DetectorMinMax));
-}
-
-void SpectrumCore::WindowTone(const Ipp64fc* tone, bool conjugate, Ipp64fc* product) const {
+void SpectrumCore::WindowTone(Ipp64fc* tone, bool conjugate) const {
     const int n = filter->fftSize;
-    if (skipLeading) tone += kLeadingSamples;
-    if (conjugate) {
-        ippsConj_64fc(tone, product, n);
-        tone = product;
-    }
-    ippsMul_64fc(tone, filter->complexWindow.get(), product, n);
-}
-
-const Ipp64fc* SpectrumCore::FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate) {
-    // The tone, the conjugation and the window piece by piece in cache:
-    // one pass over the frame instead of three.
-    constexpr int kPiece = 1024;
-    const int n = filter->fftSize;
-    Ipp64fc* work = filter->workSamples.get();
-    for (int i = 0; i < n; i += kPiece) {
-        const int length = std::min(kPiece, n - i);
-        if (tone) {
-            ippsMul_64fc(p + i, tone + i, work + i, length);
-        } else {
-            ippsCopy_64fc(p + i, work + i, length);
-        }
-        if (conjugate) ippsConj_64fc(work + i, work + i, length);
-        ippsMul_64fc(work + i, filter->complexWindow.get() + i, work + i, length);
-    }
-    filter->fftPlan->Forward(work, work);
-    return work;
+    if (conjugate) ippsConj_64fc(tone, tone, n);
+    ippsMul_64fc_I(filter->complexWindow.get(), tone, n);
 }
 
 void SpectrumCore::SwappedPower(const Ipp64fc* work, int n, double* out, int from, int count) {
@@ -197,11 +170,10 @@ void SpectrumCore::PowerToDecibels(double* values, int length) {
     ippsMulC_64f_I(kTenOverLn10, values, length);
 }
 
-void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate, const Ipp64fc* tone,
+void SpectrumCore::Process(const Ipp64fc* block, double* outMin, double* outMax, bool conjugate,
                            const Ipp64fc* windowedTone) {
     const int n = filter->fftSize;
-    Ipp64fc* p = skipLeading ? block + kLeadingSamples : block;
-    if (tone) tone += p - block;
+    const Ipp64fc* p = skipLeading ? block + kLeadingSamples : block;
 
     if (n == 1) {
         double power = 0.0;
@@ -212,35 +184,29 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
 
     // Past the FFT only the kept bins are worked on.
     const int k0 = keepFrom, kn = keepCount;
-    if (SingleFrame()) {
-        // One frame is both extremes (sample units look at the first only).
-        // conj(p tone) window = conj(p) (conj(tone) window): without a tone,
-        // or with its product with the window at hand, the transform takes
-        // conjugation and window on its way in and gives the power itself.
-        const Ipp64fc* window = windowedTone ? windowedTone : tone ? nullptr : filter->complexWindow.get();
-        if (window) {
-            filter->fftPlan->ForwardWindowedPower(p, window, conjugate, filter->workSamples.get(), outMin);
-            PowerDecibels(nullptr, n, outMin, k0, kn, outMax);
-        } else {
-            PowerDecibels(FirstFrameTransform(p, tone, conjugate), n, outMin, k0, kn, outMax);
-        }
+    // Conjugation and window (or windowed tone) on the way into each transform.
+    const Ipp64fc* window = windowedTone ? windowedTone : filter->complexWindow.get();
+    if (filter->units == UnitsSample || (frameCount == 1 && detector == DetectorMinMax)) {
+        // One frame is both extremes (sample units look at the first only);
+        // the transform gives its power at once.
+        filter->fftPlan->ForwardWindowedPower(p, window, conjugate, filter->workSamples.get(), outMin);
+        PowerDecibels(nullptr, n, outMin, k0, kn, outMax);
         return;
     }
-    if (tone) ippsMul_64fc_I(tone, p, sampleCount);
-    if (conjugate) ippsConj_64fc(p, p, sampleCount);
+    const auto frame = [&](int f) { return FrameTransform(filter, p + f * hop, window, conjugate); };
 
     if (videoFrames == 1 && detector == DetectorMinMax) {
         // Each frame is its own average, and the logarithm keeps the order of
         // values: the extremes of the frames' powers, taken to dB at the end,
         // are the extremes of their dB values.
         double* power = frames[0].get();
-        SwappedPower(FrameTransform(filter, p), n, outMin, k0, kn);
+        SwappedPower(frame(0), n, outMin, k0, kn);
         ippsCopy_64f(outMin + k0, outMax + k0, kn);
         // The later frames' powers stay in the FFT's order (a small spectrum
         // whole, in one call) and meet the extremes' bins on the way.
         const bool whole = n <= kSmallSpectrum;
         for (int f = 1; f < frameCount; ++f) {
-            const Ipp64fc* work = FrameTransform(filter, p + f * hop);
+            const Ipp64fc* work = frame(f);
             if (whole) ippsPowerSpectr_64fc(work, power, n);
             SwappedPieces(n, k0, kn, [&](int source, int bin, int length) {
                 if (!whole) ippsPowerSpectr_64fc(work + source, power + source, length);
@@ -258,7 +224,7 @@ void SpectrumCore::Process(Ipp64fc* block, double* outMin, double* outMax, bool 
     const bool grouped = logUnits && videoFrames - inner > 1;
     double* first = sums[0].get() + k0;
     for (int f = 0; f < frameCount; ++f) {
-        const Ipp64fc* work = FrameTransform(filter, p + f * hop);
+        const Ipp64fc* work = frame(f);
         if (grouped && f >= inner && f < videoFrames) {
             AddInnerFrame(work, f - inner, f + 1 == videoFrames, first);
         } else if (logUnits) {

@@ -40,21 +40,19 @@ public:
     SpectrumCore(const SpectrumCore&) = delete;
     SpectrumCore& operator=(const SpectrumCore&) = delete;
 
-    // `block` holds the constructor's `samples`; they are multiplied by
-    // `tone` (as long as the block, magnitude 1) when one is given, then
-    // with `conjugate` conjugated, in place unless only one frame is
-    // transformed. `outMin`, `outMax` take fftSize values (only index 0
+    // `block` holds the constructor's `samples`, which stay as they are.
+    // Each frame of them is conjugated with `conjugate` and multiplied by the
+    // window, or by `windowedTone` if given: a tone of magnitude 1 times the
+    // window, as WindowTone makes it, which shifts the spectrum (the tone's
+    // phase at a frame's start turns the frame's spectrum without changing
+    // any power). `outMin`, `outMax` take fftSize values (only index 0
     // without an FFT).
-    // `windowedTone`, if given, is what WindowTone made of `tone` for this
-    // `conjugate`: the single frame's path then takes tone, conjugation and
-    // window on the way into the transform, in one sweep through memory.
-    void Process(Ipp64fc* block, double* outMin, double* outMax, bool conjugate, const Ipp64fc* tone = nullptr,
+    void Process(const Ipp64fc* block, double* outMin, double* outMax, bool conjugate,
                  const Ipp64fc* windowedTone = nullptr);
-    // One frame makes each spectrum (the path that WindowTone serves).
-    bool SingleFrame() const;
-    // For a tone that every block will take: the product of the tone (its
-    // conjugate with `conjugate`) and the window, fftSize values.
-    void WindowTone(const Ipp64fc* tone, bool conjugate, Ipp64fc* product) const;
+    // Turns fftSize values of a tone into the windowed tone of Process:
+    // times the window, and conjugated first with `conjugate`, since
+    // conj(x tone) window = conj(x) (conj(tone) window).
+    void WindowTone(Ipp64fc* tone, bool conjugate) const;
     // From now on Process works out only bins from..from+count-1 of its
     // spectra past the FFT (the rest of outMin and outMax holds nothing of use):
     // an engine that keeps the middle of each spectrum spares the others'
@@ -77,11 +75,10 @@ public:
     bool skipLeading;
 
 private:
-    // The window and the FFT of one frame, in the filter's work samples (DC first).
-    static const Ipp64fc* FrameTransform(RbwFilter* filter, const Ipp64fc* samples);
-    // The same for the first frame at `p`, multiplied by `tone` (if any)
-    // and conjugated (if asked) on the way, the samples left as they are.
-    const Ipp64fc* FirstFrameTransform(const Ipp64fc* p, const Ipp64fc* tone, bool conjugate);
+    // The window (the filter's unless another is given) and the FFT of one
+    // frame, conjugated first if asked, in the filter's work samples (DC first).
+    static const Ipp64fc* FrameTransform(RbwFilter* filter, const Ipp64fc* samples, const Ipp64fc* window = nullptr,
+                                         bool conjugate = false);
     // Bins from..from+count-1 of a transform's spectrum with its halves
     // swapped (DC in the middle), into the same places of `out` (fftSize
     // values; SwappedPower writes a small spectrum whole): power, and the

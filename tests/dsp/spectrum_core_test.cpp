@@ -170,9 +170,10 @@ TEST(SpectrumCore, SampleUnitsTakeTheFirstFrameOnly) {
     EXPECT_EQ(s.min, s.max);
 }
 
-// A tone handed to Process mixes the samples before the conjugation: the
-// same spectra as samples mixed and conjugated beforehand, whether one frame
-// (taken piece by piece) or many are transformed.
+// A windowed tone handed to Process mixes the samples before the
+// conjugation: the same spectra as samples mixed and conjugated beforehand,
+// whether one frame or many are transformed (each frame takes the tone from
+// its own start: the same powers).
 TEST(SpectrumCore, ToneMixesBeforeTheConjugation) {
     for (double rbw : {100.0, 10000.0}) {
         for (bool conjugate : {false, true}) {
@@ -192,7 +193,9 @@ TEST(SpectrumCore, ToneMixesBeforeTheConjugation) {
             const Spectra expected = Measure(core, mixed);
             const std::size_t n = static_cast<std::size_t>(filter.fftSize);
             Spectra s{std::vector<double>(n), std::vector<double>(n)};
-            core.Process(block.data(), s.min.data(), s.max.data(), conjugate, tone.data());
+            Block windowed(tone.begin(), tone.begin() + filter.fftSize);
+            core.WindowTone(windowed.data(), conjugate);
+            core.Process(block.data(), s.min.data(), s.max.data(), conjugate, windowed.data());
             for (std::size_t i = 0; i < n; i += 7) {
                 EXPECT_NEAR(s.min[i], expected.min[i], 1e-9) << i;
                 EXPECT_NEAR(s.max[i], expected.max[i], 1e-9) << i;
