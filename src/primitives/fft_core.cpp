@@ -166,8 +166,11 @@ void RunSplit(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, 
         GatherRows(src + c, n2, gathered, n1);
         if (window) {
             GatherRows(window + c, n2, out, n1);
-            if (conjugate) ippsConj_64fc(gathered, gathered, static_cast<int>(n1 * kBlock));
-            k.twiddle(gathered, out, gathered, static_cast<int>(n1 * kBlock), false);
+            if (conjugate) {
+                k.conjTimes(gathered, out, gathered, static_cast<int>(n1 * kBlock));
+            } else {
+                k.twiddle(gathered, out, gathered, static_cast<int>(n1 * kBlock), false);
+            }
         }
         RunStockham(spec.columns, k, gathered, out, scratch, 1.0, inverse, nullptr, kBlock);
         k.blockTwiddle(out, spec.blockStarts + c / kBlock * n1, spec.inBlock, static_cast<int>(n1), kBlock, inverse);
@@ -294,10 +297,10 @@ void FftRunWindowed(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, const Ip
     }
     const int n = 1 << spec.order;
     if (conjugate) {
-        ippsConj_64fc(src, dst, n);
-        src = dst;
+        spec.kernels->conjTimes(src, window, dst, n);
+    } else {
+        spec.kernels->twiddle(src, window, dst, n, false);
     }
-    spec.kernels->twiddle(src, window, dst, n, false);
     RunStockham(spec.whole, *spec.kernels, dst, dst, scratch, spec.forwardScale, false);
 }
 

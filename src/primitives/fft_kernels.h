@@ -33,6 +33,8 @@ struct FftKernels {
     // dst[j dstRow + i] = scale x src[i srcRow + j] for i < rows, j < cols:
     // the block transposes of the large sizes' two sweeps.
     void (*transpose)(const Ipp64fc* src, long srcRow, Ipp64fc* dst, long dstRow, int rows, int cols, double scale);
+    // d[i] = conj(a[i]) x w[i]: a conjugated frame times its window.
+    void (*conjTimes)(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc* d, int length);
     // a[r width + b] x starts[r] x within[r width + b] for r < rows, b <
     // width (conjugated twiddles for the inverse): the middle twiddles of the
     // large sizes' first sweep, put together from their two tables on the way.
@@ -45,6 +47,8 @@ struct FftKernels {
 
 // The plain block transpose, which the AVX2 level shares.
 void TransposeGeneric(const Ipp64fc* src, long srcRow, Ipp64fc* dst, long dstRow, int rows, int cols, double scale);
+// The plain conj(a) x w, for the values past the last whole register.
+void ConjTimesGeneric(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc* d, int length);
 // The plain middle twiddles, for widths the registers do not divide.
 void BlockTwiddleGeneric(Ipp64fc* a, const Ipp64fc* starts, const Ipp64fc* within, int rows, int width, bool inverse);
 

@@ -248,6 +248,6 @@ QOR_TARGET_AVX512 void Whole16Pass(const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* 
 
 const FftKernels kFftKernelsAvx512 = {Radix4Pass,      Radix4LastPass,  Radix2LastPass, TwiddleMultiply,
                                        Radix4Twice,     Radix4LastTimes, Radix2LastTimes, Transpose,
-                                       BlockTwiddle,    Whole16Pass};
+                                       ConjTimes,       BlockTwiddle,    Whole16Pass};
 
 }  // namespace qor_prim

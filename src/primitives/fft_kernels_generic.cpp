@@ -81,6 +81,10 @@ void TwiddleMultiply(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc* d, int length,
 
 }  // namespace
 
+void ConjTimesGeneric(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc* d, int length) {
+    for (int i = 0; i < length; ++i) d[i] = Twiddle<true>(w[i], a[i]);
+}
+
 void BlockTwiddleGeneric(Ipp64fc* a, const Ipp64fc* starts, const Ipp64fc* within, int rows, int width, bool inverse) {
     for (int r = 0; r < rows; ++r) {
         for (int b = 0; b < width; ++b) {
@@ -98,8 +102,8 @@ void TransposeGeneric(const Ipp64fc* src, long srcRow, Ipp64fc* dst, long dstRow
     }
 }
 
-const FftKernels kFftKernelsGeneric = {Radix4Pass, Radix4LastPass, Radix2LastPass,      TwiddleMultiply,
-                                       nullptr,    nullptr,        nullptr,             TransposeGeneric,
-                                       BlockTwiddleGeneric, nullptr};
+const FftKernels kFftKernelsGeneric = {Radix4Pass,       Radix4LastPass,      Radix2LastPass, TwiddleMultiply,
+                                       nullptr,          nullptr,             nullptr,        TransposeGeneric,
+                                       ConjTimesGeneric, BlockTwiddleGeneric, nullptr};
 
 }  // namespace qor_prim

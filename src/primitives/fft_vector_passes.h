@@ -123,6 +123,15 @@ QOR_VECTOR_TARGET int TwiddleMultiplyWhole(const Ipp64fc* a, const Ipp64fc* w, I
     return i;
 }
 
+// d[i] = conj(a[i]) x w[i], which is w[i] x conj(a[i]).
+QOR_VECTOR_TARGET void ConjTimes(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc* d, int length) {
+    int i = 0;
+    for (; i + Vec::kComplex <= length; i += Vec::kComplex) {
+        Vec::Store(d + i, TwiddleLoaded<true>(Vec::Load(w + i), Vec::Load(a + i)));
+    }
+    if (i < length) ConjTimesGeneric(a + i, w + i, d + i, length - i);
+}
+
 // The middle twiddles of a block of the large sizes' first sweep: each row's
 // start broadcast times the row's twiddles within the block, then times a.
 template <bool Inverse>
