@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "audio_phasing.h"
+#include "first_order_lanes.h"
 
 namespace qor {
 namespace {
@@ -108,28 +109,20 @@ public:
 
 private:
     // The mean follows m[n] as mean[n] = (1 - d) m[n] + d mean[n - 1]: a
-    // recursion whose one product and one sum per sample would be the
-    // turn's longest path. So eight stretches run side by side from 0, and
-    // each then gets d^(i + 1) times the true mean before it at its i-th sample.
-    static constexpr int kLanes = 8;
+    // recursion run in lanes, in pieces whose means stay in the first-level cache.
+    static constexpr int kLanes = qor_prim::kRecursionLanes;
     static constexpr int kStretch = 512;
     static constexpr int kPiece = kLanes * kStretch;
 
     // The means of `count` magnitudes into `means`, from `mean`; returns the last.
     double FollowMean(const Ipp32f* m, int count, double mean) {
         const int stretch = count / kLanes;
-        double y[kLanes] = {mean};
-        for (int i = 0; i < stretch; ++i) {
-            for (int l = 0; l < kLanes; ++l) {
-                y[l] = m[l * stretch + i] * (1.0 - kAmDecay) + y[l] * kAmDecay;
-                means[l * stretch + i] = y[l];
-            }
+        if (stretch > 0) {
+            for (int i = 0; i < kLanes * stretch; ++i) means[i] = m[i] * (1.0 - kAmDecay);
+            means[0] += mean * kAmDecay;
+            qor_prim::RecurseInLanes(means, stretch, kAmDecay, powers);
+            mean = means[kLanes * stretch - 1];
         }
-        for (int l = 1; l < kLanes; ++l) {
-            const double before = means[l * stretch - 1];
-            for (int i = 0; i < stretch; ++i) means[l * stretch + i] += powers[i] * before;
-        }
-        mean = stretch > 0 ? means[kLanes * stretch - 1] : mean;
         for (int i = kLanes * stretch; i < count; ++i) means[i] = mean = m[i] * (1.0 - kAmDecay) + mean * kAmDecay;
         return mean;
     }

@@ -54,13 +54,13 @@ void AudioPhasingDown::Run(const Ipp32fc* channel, int length, double gain, Ipp3
     int written = 0, phase = 0;
     ippsFIRSampleDown_32fc(channel, length, down.get(), &written, factor, &phase, state);
     assert(phase == 0 && written == length / factor);
-    for (int j = 0; j < written; ++j) block[j] = static_cast<float>(down[j].re * gain);
-    // The turn before was divided by its own level.
+    // The first outputs reach into the turn before, which was divided by its own level.
     const int first = (seamLead + kSeamTail) / factor;
     const double change = previousGain - gain;
     for (int j = 0; j < seamOutputs; ++j) {
         block[j] = static_cast<float>(down[j].re * gain + seamOut[first + j] * change);
     }
+    for (int j = seamOutputs; j < written; ++j) block[j] = static_cast<float>(down[j].re * gain);
     previousGain = gain;
     KeepSeam(channel, length);
 }

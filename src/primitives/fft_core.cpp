@@ -111,6 +111,15 @@ void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* s
     }
 }
 
+// d = a x w, or conj(a) x w with `conjugate`: a frame times its window.
+void Windowed(const FftKernels& k, const Ipp64fc* a, const Ipp64fc* w, bool conjugate, Ipp64fc* d, int length) {
+    if (conjugate) {
+        k.conjTimes(a, w, d, length);
+    } else {
+        k.twiddle(a, w, d, length, false);
+    }
+}
+
 // The rows of a block lie too far apart for the processor to guess them:
 // each is fetched some rows ahead of its use.
 constexpr long kRowsAhead = 24;
@@ -166,11 +175,7 @@ void RunSplit(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, Ipp64fc* dst, 
         GatherRows(src + c, n2, gathered, n1);
         if (window) {
             GatherRows(window + c, n2, out, n1);
-            if (conjugate) {
-                k.conjTimes(gathered, out, gathered, static_cast<int>(n1 * kBlock));
-            } else {
-                k.twiddle(gathered, out, gathered, static_cast<int>(n1 * kBlock), false);
-            }
+            Windowed(k, gathered, out, conjugate, gathered, static_cast<int>(n1 * kBlock));
         }
         RunStockham(spec.columns, k, gathered, out, scratch, 1.0, inverse, nullptr, kBlock);
         k.blockTwiddle(out, spec.blockStarts + c / kBlock * n1, spec.inBlock, static_cast<int>(n1), kBlock, inverse);
@@ -295,12 +300,7 @@ void FftRunWindowed(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, const Ip
         RunSplit(spec, src, dst, scratch, false, spec.forwardScale, window, conjugate);
         return;
     }
-    const int n = 1 << spec.order;
-    if (conjugate) {
-        spec.kernels->conjTimes(src, window, dst, n);
-    } else {
-        spec.kernels->twiddle(src, window, dst, n, false);
-    }
+    Windowed(*spec.kernels, src, window, conjugate, dst, 1 << spec.order);
     RunStockham(spec.whole, *spec.kernels, dst, dst, scratch, spec.forwardScale, false);
 }
 

@@ -18,9 +18,16 @@ bool ScalesOf(int flag, int order, double* forward, double* inverse) {
     }
 }
 
+// The frame of every transform call: its pointers, then a setup block that
+// ippsFFTInit_C_64fc made.
+template <typename... P>
+IppStatus Refusal(const IppsFFTSpec_C_64fc* spec, const P*... pointers) {
+    if (qor_prim::AnyNull(spec, pointers...)) return ippStsNullPtrErr;
+    return spec->magic != qor_prim::kFftMagic ? ippStsContextMatchErr : ippStsNoErr;
+}
+
 IppStatus Transform(const Ipp64fc* src, Ipp64fc* dst, const IppsFFTSpec_C_64fc* spec, Ipp8u* work, bool inverse) {
-    if (qor_prim::AnyNull(src, dst, spec, work)) return ippStsNullPtrErr;
-    if (spec->magic != qor_prim::kFftMagic) return ippStsContextMatchErr;
+    if (const IppStatus refused = Refusal(spec, src, dst, work)) return refused;
     qor_prim::FftRun(*spec, src, dst, work, inverse);
     return ippStsNoErr;
 }
@@ -60,16 +67,14 @@ IppStatus ippsFFTInv_CToC_64fc(const Ipp64fc* src, Ipp64fc* dst, const IppsFFTSp
 
 IppStatus ippsFFTFwdWindowed_CToC_64fc(const Ipp64fc* src, const Ipp64fc* window, int conjugate, Ipp64fc* dst,
                                        const IppsFFTSpec_C_64fc* spec, Ipp8u* work) {
-    if (qor_prim::AnyNull(src, window, dst, spec, work)) return ippStsNullPtrErr;
-    if (spec->magic != qor_prim::kFftMagic) return ippStsContextMatchErr;
+    if (const IppStatus refused = Refusal(spec, src, window, dst, work)) return refused;
     qor_prim::FftRunWindowed(*spec, src, window, conjugate != 0, dst, work);
     return ippStsNoErr;
 }
 
 IppStatus ippsFFTFwdWindowedPower_64fc(const Ipp64fc* src, const Ipp64fc* window, int conjugate, Ipp64fc* scratch,
                                        Ipp64f* power, const IppsFFTSpec_C_64fc* spec, Ipp8u* work) {
-    if (qor_prim::AnyNull(src, window, scratch, power, spec, work)) return ippStsNullPtrErr;
-    if (spec->magic != qor_prim::kFftMagic) return ippStsContextMatchErr;
+    if (const IppStatus refused = Refusal(spec, src, window, scratch, power, work)) return refused;
     qor_prim::FftRunWindowedPower(*spec, src, window, conjugate != 0, scratch, power, work);
     return ippStsNoErr;
 }

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 
+#include "first_order_lanes.h"
 #include "ipp_check.h"
 
 namespace {
@@ -10,11 +11,9 @@ namespace {
 constexpr int kMaxOrder = 12;
 constexpr uint64_t kIirMagic = 0x11A5C0DE32F00001ULL;
 constexpr uintptr_t kAlign = 64;
-// The first order in lanes: a block of kLanes stretches of up to
-// kLaneLength samples, each run from rest side by side, then each stretch
-// gets the decay of the true output before it. Blocks shorter than
-// kLanesFrom samples run the plain recursion.
-constexpr int kLanes = 8;
+// The first order in lanes: a block of kRecursionLanes stretches of up to
+// kLaneLength samples. Blocks shorter than kLanesFrom samples run the plain
+// recursion.
 constexpr int kLaneLength = 512;
 constexpr int kLanesFrom = 1024;
 
@@ -50,10 +49,7 @@ void SecondOrder(const Ipp32f* src, Ipp32f* dst, int length, const double* b, co
 }
 
 // The first order in lanes: the output is y[n] = c[n] + r y[n - 1] with
-// c[n] = b0 x[n] + b1 x[n - 1] and r = -a1, so a stretch started from rest
-// differs from the truth by r^(i + 1) times the true output before the
-// stretch at its i-th sample. For a stable pole only: the decay then never
-// overflows.
+// c[n] = b0 x[n] + b1 x[n - 1] and r = -a1. For a stable pole only.
 void FirstOrderLanes(const Ipp32f* src, Ipp32f* dst, int length, const double* b, double a1, double& z) {
     if (length < kLanesFrom) {
         FirstOrder(src, dst, length, b, a1, z);
@@ -62,32 +58,21 @@ void FirstOrderLanes(const Ipp32f* src, Ipp32f* dst, int length, const double* b
     double powers[kLaneLength];
     double power = 1.0;
     for (double& p : powers) p = power *= -a1;
-    double w[kLanes * kLaneLength];
+    double w[qor_prim::kRecursionLanes * kLaneLength];
     for (int at = 0; at < length;) {
         const int rest = length - at;
         if (rest < kLanesFrom) {
             FirstOrder(src + at, dst + at, rest, b, a1, z);
             return;
         }
+        constexpr int kLanes = qor_prim::kRecursionLanes;
         const int stretch = rest / kLanes < kLaneLength ? rest / kLanes : kLaneLength;
         const Ipp32f* x = src + at;
         const int count = kLanes * stretch;
         // c first, in one pass the compiler vectorises; the first sample from the state.
         w[0] = b[0] * x[0] + z;
         for (int n = 1; n < count; ++n) w[n] = b[0] * x[n] + b[1] * x[n - 1];
-        double y[kLanes];
-        for (int l = 0; l < kLanes; ++l) y[l] = w[l * stretch];
-        for (int i = 1; i < stretch; ++i) {
-            for (int l = 0; l < kLanes; ++l) {
-                y[l] = w[l * stretch + i] - a1 * y[l];
-                w[l * stretch + i] = y[l];
-            }
-        }
-        for (int l = 1; l < kLanes; ++l) {
-            const double before = w[l * stretch - 1];
-            double* lane = w + l * stretch;
-            for (int i = 0; i < stretch; ++i) lane[i] += powers[i] * before;
-        }
+        qor_prim::RecurseInLanes(w, stretch, -a1, powers);
         z = b[1] * x[count - 1] - a1 * w[count - 1];  // before an output in place overwrites x
         for (int n = 0; n < count; ++n) dst[at + n] = static_cast<Ipp32f>(w[n]);
         at += count;
