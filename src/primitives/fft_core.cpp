@@ -48,24 +48,57 @@ void FillStockham(Ipp64fc* twiddles, int order, const TwiddleSource& source, int
     }
 }
 
+// d = a x w, or conj(a) x w with `conjugate`: a frame times its window.
+void Windowed(const FftKernels& k, const Ipp64fc* a, const Ipp64fc* w, bool conjugate, Ipp64fc* d, int length) {
+    if (conjugate) {
+        k.conjTimes(a, w, d, length);
+    } else {
+        k.twiddle(a, w, d, length, false);
+    }
+}
+
 // With `times`, a forward transform whose outputs are multiplied by it
 // (scale ignored), in the last pass where the kernels can. With `batch`,
 // that many transforms at once, interleaved: point i of transform b at
-// i x batch + b, in and out (the batch rides in the passes' stride).
-void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* src, Ipp64fc* dst, Ipp64fc* scratch,
-                 double scale, bool inverse, const Ipp64fc* times = nullptr, int batch = 1) {
-    if (plan.order == 0) {
-        for (int b = 0; b < batch; ++b) dst[b] = {src[b].re * scale, src[b].im * scale};
-        return;
-    }
-    if (plan.order == 4 && k.whole16 && !times && batch == 1) {
-        k.whole16(src, dst, plan.twiddles, scale, inverse);
+// i x batch + b, in and out (the batch rides in the passes' stride). With
+// `window`, the forward transform of src x window (conj(src) x window when
+// `conjugate`), taken in the first sweep where the kernels can.
+// Inlined into each entry: the many small frames of the sweeps pay no call.
+QOR_ALWAYS_INLINE void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* src, Ipp64fc* dst,
+                                   Ipp64fc* scratch,
+                 double scale, bool inverse, const Ipp64fc* times = nullptr, int batch = 1,
+                 const Ipp64fc* window = nullptr, bool conjugate = false) {
+    const int n = 1 << plan.order;
+    // The sizes without passes of their own first: their calls are many.
+    const bool inRegisters = !times && batch == 1 && ((plan.order == 3 && k.whole8) || (plan.order == 4 && k.whole16));
+    if (plan.order == 0 || inRegisters) {
+        if (window) {
+            Windowed(k, src, window, conjugate, dst, n * batch);
+            src = dst;
+        }
+        if (plan.order == 0) {
+            for (int b = 0; b < batch; ++b) dst[b] = {src[b].re * scale, src[b].im * scale};
+        } else if (plan.order == 3) {
+            k.whole8(src, dst, scale, inverse);
+        } else {
+            k.whole16(src, dst, plan.twiddles, scale, inverse);
+        }
         return;
     }
     const int twiddled = (plan.order - 1) / 2;
-    // Sweeps through memory: the twiddled passes (two at a time where the
-    // kernels fuse them), then the last pass.
-    const int sweeps = (k.radix4Twice ? twiddled / 2 + twiddled % 2 : twiddled) + 1;
+    // The twiddled passes run two at a time where the kernels fuse them; a
+    // pass left over comes last, and joins the last pass where it can.
+    const int paired = k.radix4Twice ? twiddled / 2 : 0;
+    const bool lone = twiddled > 2 * paired;
+    const bool fuseTail = lone && k.lastTwo && (batch << (2 * (twiddled - 1))) >= 4;
+    const int passes = fuseTail ? twiddled - 1 : twiddled;  // run by the loop below
+    const bool windowFirst = window && k.radix4TwiceWindowed && batch == 1 && passes >= 2 && plan.order >= 6;
+    if (window && !windowFirst) {
+        Windowed(k, src, window, conjugate, dst, n * batch);
+        src = dst;
+    }
+    // Sweeps through memory: the twiddled passes, then the last pass.
+    const int sweeps = paired + (twiddled - 2 * paired) + (fuseTail ? 0 : 1);
     const Ipp64fc* in = src;
     Ipp64fc* out;
     if (sweeps % 2 == 0) {
@@ -78,12 +111,16 @@ void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* s
         in = scratch;
         out = dst;
     }
-    int len = 1 << plan.order, stride = batch;
+    int len = n, stride = batch;
     const Ipp64fc* twiddles = plan.twiddles;
-    for (int t = 0; t < twiddled;) {
-        if (k.radix4Twice && t + 1 < twiddled) {
+    for (int t = 0; t < passes;) {
+        if (k.radix4Twice && t + 1 < passes) {
             const Ipp64fc* next = twiddles + 3 * (len / 4);
-            k.radix4Twice(len, stride, in, out, twiddles, next, inverse);
+            if (t == 0 && windowFirst) {
+                k.radix4TwiceWindowed(len, in, window, conjugate, out, twiddles, next);
+            } else {
+                k.radix4Twice(len, stride, in, out, twiddles, next, inverse);
+            }
             twiddles = next + 3 * (len / 16);
             len /= 16;
             stride *= 16;
@@ -98,6 +135,10 @@ void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* s
         in = out;
         out = out == dst ? scratch : dst;
     }
+    if (fuseTail) {
+        k.lastTwo(len, stride, in, out, scale, inverse, times);
+        return;
+    }
     const auto lastTimes = len == 4 ? k.radix4LastTimes : k.radix2LastTimes;
     if (times && lastTimes && stride >= 4) {
         lastTimes(stride, in, out, times);
@@ -107,16 +148,7 @@ void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* s
         } else {
             k.radix2Last(stride, in, out, scale);
         }
-        if (times) k.twiddle(out, times, out, (1 << plan.order) * batch, false);
-    }
-}
-
-// d = a x w, or conj(a) x w with `conjugate`: a frame times its window.
-void Windowed(const FftKernels& k, const Ipp64fc* a, const Ipp64fc* w, bool conjugate, Ipp64fc* d, int length) {
-    if (conjugate) {
-        k.conjTimes(a, w, d, length);
-    } else {
-        k.twiddle(a, w, d, length, false);
+        if (times) k.twiddle(out, times, out, n * batch, false);
     }
 }
 
@@ -300,8 +332,7 @@ void FftRunWindowed(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, const Ip
         RunSplit(spec, src, dst, scratch, false, spec.forwardScale, window, conjugate);
         return;
     }
-    Windowed(*spec.kernels, src, window, conjugate, dst, 1 << spec.order);
-    RunStockham(spec.whole, *spec.kernels, dst, dst, scratch, spec.forwardScale, false);
+    RunStockham(spec.whole, *spec.kernels, src, dst, scratch, spec.forwardScale, false, nullptr, 1, window, conjugate);
 }
 
 void FftRunWindowedPower(const IppsFFTSpec_C_64fc& spec, const Ipp64fc* src, const Ipp64fc* window, bool conjugate,

@@ -43,6 +43,19 @@ struct FftKernels {
     // with twiddles w, then the last pass), outputs times scale. Null where
     // the registers are too few.
     void (*whole16)(const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w, double scale, bool inverse);
+    // A lone last twiddled pass of length `len` (8 or 16) and the last pass
+    // in one sweep: the DFT of len points at stride s, s a multiple of 4.
+    // Outputs times scale, or with `times` (forward) times h at their index.
+    // Null where the passes run one by one.
+    void (*lastTwo)(int len, int s, const Ipp64fc* x, Ipp64fc* y, double scale, bool inverse, const Ipp64fc* times);
+    // radix4Twice at stride 1, forward, n >= 64, with each input multiplied
+    // by the window on the way in (conj(x) x window with `conjugate`). Null
+    // where the window takes a pass of its own.
+    void (*radix4TwiceWindowed)(int n, const Ipp64fc* x, const Ipp64fc* window, bool conjugate, Ipp64fc* y,
+                                const Ipp64fc* w, const Ipp64fc* w2);
+    // The whole transform of 8 points in registers, outputs times scale.
+    // Null where the passes serve.
+    void (*whole8)(const Ipp64fc* x, Ipp64fc* y, double scale, bool inverse);
 };
 
 // The plain block transpose, which the AVX2 level shares.

@@ -121,16 +121,16 @@ QOR_TARGET_AVX512 void Radix16Strided(int n, int s, const Ipp64fc* x, Ipp64fc* y
 
 // The same for stride 1, four neighbouring p per register; the sixteen
 // outputs of each p are regrouped by 4 x 4 transposes of complex values.
-template <bool Inverse>
-QOR_TARGET_AVX512 void Radix16Stride1(int n, const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w, const Ipp64fc* w2) {
+// `in` gives the inputs (PlainInput, or a window's product on the way in).
+template <bool Inverse, typename Input>
+QOR_TARGET_AVX512 void Radix16Stride1(int n, Input in, Ipp64fc* y, const Ipp64fc* w, const Ipp64fc* w2) {
     const int m = n / 4, m2 = n / 16;
     constexpr int kEven = _MM_SHUFFLE(2, 0, 2, 0), kOdd = _MM_SHUFFLE(3, 1, 3, 1);
     for (int p = 0; p < m2; p += 4) {
         __m512d r[4][4];
         for (int k = 0; k < 4; ++k) {
-            const Ipp64fc* xk = x + p + k * m2;
-            const Four f = Butterfly<Inverse>(Vec::Load(xk), Vec::Load(xk + 4 * m2),
-                                              Vec::Load(xk + 8 * m2), Vec::Load(xk + 12 * m2));
+            const long xk = p + k * m2;
+            const Four f = Butterfly<Inverse>(in(xk), in(xk + 4 * m2), in(xk + 8 * m2), in(xk + 12 * m2));
             const Ipp64fc* wk = w + p + k * m2;
             r[k][0] = f.y0;
             r[k][1] = TwiddleLoaded<Inverse>(f.y1, Vec::Load(wk));
@@ -163,12 +163,21 @@ QOR_TARGET_AVX512 void Radix4Twice(int n, int s, const Ipp64fc* x, Ipp64fc* y, c
     if (s >= 4) {
         inverse ? Radix16Strided<true>(n, s, x, y, w, w2) : Radix16Strided<false>(n, s, x, y, w, w2);
     } else if (s == 1 && n >= 64) {
-        inverse ? Radix16Stride1<true>(n, x, y, w, w2) : Radix16Stride1<false>(n, x, y, w, w2);
+        inverse ? Radix16Stride1<true>(n, PlainInput{x}, y, w, w2) : Radix16Stride1<false>(n, PlainInput{x}, y, w, w2);
     } else {
         // Too short for the registers: the two passes through a small buffer.
         Ipp64fc between[64];
         Radix4Pass(n, s, x, between, w, inverse);
         Radix4Pass(n / 4, 4 * s, between, y, w2, inverse);
+    }
+}
+
+QOR_TARGET_AVX512 void Radix4TwiceWindowed(int n, const Ipp64fc* x, const Ipp64fc* window, bool conjugate,
+                                           Ipp64fc* y, const Ipp64fc* w, const Ipp64fc* w2) {
+    if (conjugate) {
+        Radix16Stride1<false>(n, ConjWindowedInput{x, window}, y, w, w2);
+    } else {
+        Radix16Stride1<false>(n, WindowedInput{x, window}, y, w, w2);
     }
 }
 
@@ -240,6 +249,32 @@ QOR_TARGET_AVX512 void Whole16(const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w, d
     Vec::Store(y + 12, Vec::Mul(g.y3, k));
 }
 
+// Eight points: a radix-2 step between the halves, the odd half turned by
+// W8^i; then each half's four-point transform side by side, its two steps
+// across 128-bit lanes. Outputs in order: the even ones from the first half.
+template <bool Inverse>
+QOR_TARGET_AVX512 void Whole8(const Ipp64fc* x, Ipp64fc* y, double scale) {
+    constexpr double kC = 0.70710678118654752440;
+    alignas(64) static const Ipp64fc kEighths[4] = {{1.0, 0.0}, {kC, -kC}, {0.0, -1.0}, {-kC, -kC}};
+    alignas(64) static const Ipp64fc kQuarters[4] = {{1.0, 0.0}, {0.0, -1.0}, {1.0, 0.0}, {0.0, -1.0}};
+    constexpr int kLow = _MM_SHUFFLE(1, 0, 1, 0), kHigh = _MM_SHUFFLE(3, 2, 3, 2);
+    constexpr int kEven = _MM_SHUFFLE(2, 0, 2, 0), kOdd = _MM_SHUFFLE(3, 1, 3, 1);
+    const __m512d a = Vec::Load(x), b = Vec::Load(x + 4);
+    const __m512d sum = Vec::Add(a, b);
+    const __m512d difference = TwiddleLoaded<Inverse>(Vec::Sub(a, b), Vec::Load(kEighths));
+    const __m512d p = PickPairs<kLow>(sum, difference), q = PickPairs<kHigh>(sum, difference);
+    const __m512d u = Vec::Add(p, q);
+    const __m512d v = TwiddleLoaded<Inverse>(Vec::Sub(p, q), Vec::Load(kQuarters));
+    const __m512d e = PickPairs<kEven>(u, v), f = PickPairs<kOdd>(u, v);
+    const __m512d k = Vec::Broadcast(scale);
+    Vec::Store(y, Vec::Mul(Vec::Add(e, f), k));
+    Vec::Store(y + 4, Vec::Mul(Vec::Sub(e, f), k));
+}
+
+QOR_TARGET_AVX512 void Whole8Pass(const Ipp64fc* x, Ipp64fc* y, double scale, bool inverse) {
+    inverse ? Whole8<true>(x, y, scale) : Whole8<false>(x, y, scale);
+}
+
 QOR_TARGET_AVX512 void Whole16Pass(const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w, double scale, bool inverse) {
     inverse ? Whole16<true>(x, y, w, scale) : Whole16<false>(x, y, w, scale);
 }
@@ -248,6 +283,7 @@ QOR_TARGET_AVX512 void Whole16Pass(const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* 
 
 const FftKernels kFftKernelsAvx512 = {Radix4Pass,      Radix4LastPass,  Radix2LastPass, TwiddleMultiply,
                                        Radix4Twice,     Radix4LastTimes, Radix2LastTimes, Transpose,
-                                       ConjTimes,       BlockTwiddle,    Whole16Pass};
+                                       ConjTimes,       BlockTwiddle,    Whole16Pass,     LastTwoPasses,
+                                       Radix4TwiceWindowed, Whole8Pass};
 
 }  // namespace qor_prim
