@@ -342,8 +342,10 @@ void AnalyzerLink::Widen(Ipp64fc* out, int samples) {
     // A converter driven to its limits clips: a few values at the edge of the
     // range in one block mean the IF is overloaded and the levels read low.
     // Samples out of step by a byte are as far from the truth.
-    int atEdge = 0, large = 0, signBytes = 0;
-    for (int i = 0; i < 2 * samples; ++i) atEdge += raw[i] >= kOverloadCode || raw[i] <= -kOverloadCode;
+    int inside = 0;
+    ippsCountInRange_16s(raw, 2 * samples, &inside, -kOverloadCode + 1, kOverloadCode - 1);
+    const int atEdge = 2 * samples - inside;
+    int large = 0, signBytes = 0;
     for (int i = 0; i < 2 * samples; i += kShiftedStride) {
         const int v = raw[i];
         const int low = v & 0xFF;

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <limits>
 
+#include "convert_kernels.h"
+#include "dispatch_row.h"
 #include "ipp_check.h"
 
 using qor_prim::CheckVector;
@@ -58,8 +60,38 @@ IppStatus ippsConvert_64f32f(const Ipp64f* src, Ipp32f* dst, int length) {
     return ippStsNoErr;
 }
 
+namespace qor_prim {
+
+void Widen16sGeneric(const Ipp16s* src, Ipp64f* dst, int length, double factor) {
+    for (int i = 0; i < length; ++i) dst[i] = src[i] * factor;
+}
+
+int CountInRange16sGeneric(const Ipp16s* src, int length, Ipp16s lower, Ipp16s upper) {
+    int count = 0;
+    for (int i = 0; i < length; ++i) count += src[i] >= lower && src[i] <= upper;
+    return count;
+}
+
+}  // namespace qor_prim
+
+namespace {
+
+constexpr qor_prim::DispatchRow<qor_prim::WidenKernel> kWiden16s(qor_prim::Widen16sGeneric, qor_prim::Widen16sAvx2);
+constexpr qor_prim::DispatchRow<qor_prim::CountInRangeKernel> kCountInRange16s(qor_prim::CountInRange16sGeneric,
+                                                                               qor_prim::CountInRange16sAvx2);
+
+}  // namespace
+
 IppStatus ippsConvert_16s64f_Sfs(const Ipp16s* src, Ipp64f* dst, int length, int scaleFactor) {
-    return Widen(src, dst, length, std::ldexp(1.0, -scaleFactor));
+    if (IppStatus s = CheckVector(length, src, dst)) return s;
+    kWiden16s.Pick()(src, dst, length, std::ldexp(1.0, -scaleFactor));
+    return ippStsNoErr;
+}
+
+IppStatus ippsCountInRange_16s(const Ipp16s* src, int length, int* count, Ipp16s lower, Ipp16s upper) {
+    if (IppStatus s = CheckVector(length, src, count)) return s;
+    *count = kCountInRange16s.Pick()(src, length, lower, upper);
+    return ippStsNoErr;
 }
 
 IppStatus ippsConvert_32f32s_Sfs(const Ipp32f* src, Ipp32s* dst, int length, IppRoundMode rounding,

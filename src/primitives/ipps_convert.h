@@ -32,4 +32,7 @@ IppStatus ippsConvert_32f32s_Sfs(const Ipp32f* src, Ipp32s* dst, int length, Ipp
 // value x 2^-scaleFactor.
 IppStatus ippsConvert_16s64f_Sfs(const Ipp16s* src, Ipp64f* dst, int length, int scaleFactor);
 
+// *count = how many values lie in [lower, upper].
+IppStatus ippsCountInRange_16s(const Ipp16s* src, int length, int* count, Ipp16s lower, Ipp16s upper);
+
 #endif
