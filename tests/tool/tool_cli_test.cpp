@@ -164,19 +164,11 @@ double MeanPowerDbm(const std::vector<std::complex<float>>& iq) {
     return 10.0 * std::log10(sum / static_cast<double>(iq.size()));
 }
 
-// The frequency of the strongest bin of a DFT of `iq`, from -rate/2 up.
-double PeakFrequency(const std::vector<std::complex<float>>& iq, double rate) {
-    const std::size_t n = iq.size();
-    std::vector<std::complex<double>> twiddle(n);
-    for (std::size_t m = 0; m < n; ++m) twiddle[m] = std::polar(1.0, -2.0 * M_PI * static_cast<double>(m) / n);
-    std::vector<double> power(n);
-    for (std::size_t k = 0; k < n; ++k) {
-        std::complex<double> bin;
-        for (std::size_t t = 0; t < n; ++t) bin += std::complex<double>(iq[t]) * twiddle[k * t % n];
-        power[k] = std::norm(bin);
-    }
-    const auto peak = static_cast<double>(std::max_element(power.begin(), power.end()) - power.begin());
-    return (peak < n / 2.0 ? peak : peak - static_cast<double>(n)) * rate / static_cast<double>(n);
+// The power (dBm) of the component of `iq` at `hz`, by one DFT bin.
+double PowerAtDbm(const std::vector<std::complex<float>>& iq, double hz, double rate) {
+    std::complex<double> sum = 0;
+    for (size_t n = 0; n < iq.size(); ++n) sum += std::complex<double>(iq[n]) * std::polar(1.0, -2 * M_PI * hz * n / rate);
+    return 10.0 * std::log10(std::norm(sum / static_cast<double>(iq.size())));
 }
 
 TEST_F(ToolCli, IqRecordsAToneAsSigmf) {
@@ -190,9 +182,9 @@ TEST_F(ToolCli, IqRecordsAToneAsSigmf) {
     std::vector<std::complex<float>> iq(8192);
     std::memcpy(iq.data(), bytes.data(), bytes.size());
     EXPECT_NEAR(MeanPowerDbm(iq), kToneLevel, 0.5);
-    // One block of 2048: a loss would start a new segment between blocks only.
-    const double bin = kRate / 2048;
-    EXPECT_NEAR(PeakFrequency({iq.begin(), iq.begin() + 2048}, kRate), kToneOffset, bin);
+    // All of it at the tone's offset, in the last block of 2048 (a loss would start
+    // a new segment between blocks only).
+    EXPECT_NEAR(PowerAtDbm({iq.end() - 2048, iq.end()}, kToneOffset, kRate), kToneLevel, 0.5);
 
     std::ifstream metaFile(name + ".sigmf-meta");
     const nlohmann::json meta = nlohmann::json::parse(metaFile);
