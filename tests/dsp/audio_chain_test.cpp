@@ -1,7 +1,4 @@
-// The audio chain below the engine: the channel filter's length at the
-// borders of the bandwidth, the sideband seam across turns, the levels
-// followed sample by sample, a level that overflowed restarting for the
-// next turn, and the sidebands' phasing and low pass run as one filter.
+// The audio chain below the engine, on synthetic channels.
 #include <gtest/gtest.h>
 
 #include <algorithm>

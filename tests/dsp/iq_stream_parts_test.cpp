@@ -1,5 +1,4 @@
-// The parts of the I/Q stream below the engine: the circular buffer's wrap,
-// overrun and stamp, and the decimator's in-place form.
+// The parts of the I/Q stream below the engine.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -79,10 +78,7 @@ TEST_F(IqBuffer, AReadSaysWhetherItTookSamplesOfAClippedBlock) {
     Write(4, 0);
     Write(4, 4, 0, 0, true);
     Write(4, 8);
-    const struct {
-        int count;
-        bool clipped;
-    } reads[] = {{3, false}, {2, true}, {2, true}, {1, true}, {4, false}};
+    const struct { int count; bool clipped; } reads[] = {{3, false}, {2, true}, {2, true}, {1, true}, {4, false}};
     for (const auto& read : reads) {
         buffer.Read(out.data(), read.count, &received, 1, &clipped);
         EXPECT_EQ(clipped, read.clipped) << "reading " << read.count;

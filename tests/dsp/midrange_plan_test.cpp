@@ -1,5 +1,4 @@
-// The hopped sweeps' step grid, the midrange frame and its segments at their
-// limits, and where a step's bins land in the processing of a synthetic frame
+// The hopped sweeps' step grid and the midrange frame on synthetic data
 // (rejection is measured end to end).
 #include <gtest/gtest.h>
 

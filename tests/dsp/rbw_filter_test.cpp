@@ -18,12 +18,7 @@ using qor::RbwShapeGaussian;
 
 // The limits of the rules below: the direct power path, a size's edge, the cap.
 TEST(RbwGeometry, SizesAtTheLimits) {
-    struct SizeCase {
-        double rbw;
-        int shape;
-        bool cap;
-        int fftSize, fftOrder, zeroPad;
-    };
+    struct SizeCase { double rbw; int shape; bool cap; int fftSize, fftOrder, zeroPad; };
     const SizeCase cases[] = {
         {210000.1, RbwShapeFlatTop, false, 1, 0, 0},     // no FFT: direct power
         {210000.1, RbwShapeGaussian, false, 1, 0, 0},

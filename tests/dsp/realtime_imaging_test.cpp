@@ -1,6 +1,4 @@
-// The frames of the real-time mode from known spectra: the span's rounding
-// and the image geometry, the rows levels land in, the density's ceiling of
-// 0.975, the alpha image's fade and the images' independence of the detector.
+// The frames of the real-time mode from known spectra.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,5 +1,4 @@
-// The spectrum chain on synthetic blocks: frame geometry, where a tone lands
-// and at what level, detectors, video units, and the direct power path.
+// The spectrum chain on synthetic blocks.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -40,9 +39,7 @@ Block Noise(int length, double rms, unsigned seed) {
 
 int Samples(int n, int ratio) { return (n * ratio + 767) / 512 * 512; }
 
-struct Spectra {
-    std::vector<double> min, max;
-};
+struct Spectra { std::vector<double> min, max; };
 
 // The spectra of `block`, with a windowed tone to mix it with when one is given.
 Spectra Measure(SpectrumCore& core, Block block, bool conjugate = false, const Ipp64fc* tone = nullptr) {
@@ -108,10 +105,7 @@ TEST(SpectrumCore, ToneLandsOnItsBinAtItsLevel) {
 // middle, of a spectrum of 256 bins and of one small enough to be worked
 // out whole. (The detectors and units on noise are measured end to end.)
 TEST(SpectrumCore, MovingAverageMatchesPlainSums) {
-    struct Size {
-        double rbw;
-        int n, keepFrom, keepCount, step;
-    };
+    struct Size { double rbw; int n, keepFrom, keepCount, step; };
     for (const Size& size : {Size{10000.0, 256, 60, 130, 17}, Size{200000.0, 8, 2, 5, 1}}) {
         const int n = size.n;
         for (int units = 0; units < 3; ++units) {

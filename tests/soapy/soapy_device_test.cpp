@@ -20,9 +20,7 @@ constexpr int kSerial = 12000002;
 
 TEST(SoapyDevice, OverallGainTakesTheAttenuatorOutFirstAndThePreampLast) {
     qorsoapy::QorDevice dev(kSerial);
-    struct Step {
-        double overall, att, ifGain, pre;
-    };
+    struct Step { double overall, att, ifGain, pre; };
     const Step steps[] = {{-15, -15, 0, 0}, {-3, -5, 0, 0}, {0, 0, 0, 0}, {20, 0, 16, 0}, {28, 0, 28, 0}, {48, 0, 28, 20}};
     for (const Step& s : steps) {
         dev.setGain(SOAPY_SDR_RX, 0, s.overall);

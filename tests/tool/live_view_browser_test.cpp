@@ -1,6 +1,4 @@
-// The live view's page in a real browser against `qor view --sim`: the peak
-// marker on the instrument's tone, the centre changed through its control,
-// and a refusal shown next to the control.
+// The live view's page in a real browser against `qor view --sim`.
 #include <gtest/gtest.h>
 
 #include <cmath>

@@ -1,5 +1,4 @@
-// The live view's server as a client sees it: the page, the token, Host and
-// Origin checks, malformed and refused settings, and a page that falls behind.
+// The live view's server as a client sees it.
 #include <gtest/gtest.h>
 #include <httplib.h>
 
@@ -94,10 +93,7 @@ TEST_F(LiveViewServer, ApiNeedsTheTokenAndThisServersHostAndOrigin) {
 }
 
 TEST_F(LiveViewServer, MalformedSettingsGet400WithTheReason) {
-    const struct {
-        const char* body;
-        const char* reason;
-    } cases[] = {
+    const struct { const char* body; const char* reason; } cases[] = {
         {"center=1G", "not JSON"},
         {"[1, 2]", "JSON object"},
         {R"({"center": "1G"})", "center: not a finite number"},
@@ -122,11 +118,7 @@ TEST_F(LiveViewServer, MalformedSettingsGet400WithTheReason) {
 TEST_F(LiveViewServer, RefusedSettingsShowTheLibrarysTextAndTheMeasurementGoesOn) {
     ASSERT_EQ(Post(R"({"serial": 0, "center": 100e6, "span": 40e6, "mode": "sweep"})")->status, 200);
     const json before = State();
-    const struct {
-        const char* body;
-        const char* control;
-        const char* text;
-    } cases[] = {
+    const struct { const char* body; const char* control; const char* text; } cases[] = {
         {R"({"center": 9e9})", "frequency", "Span outside frequency range"},
         {R"({"serial": 99999999})", "serial", "Device not found"},
         {R"({"mode": "realtime"})", "mode", "Invalid parameter provided"},  // 40 MHz is no real-time span
