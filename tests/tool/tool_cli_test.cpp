@@ -99,6 +99,12 @@ Bin StrongestInCsv(const std::string& path, double low = 0.0, double high = 1e12
     return strongest;
 }
 
+// The bytes of a file.
+std::string Slurp(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
 // The size of a file; -1 when there is none.
 long long FileSize(const std::string& path) {
     std::ifstream file(path, std::ios::binary | std::ios::ate);
@@ -176,8 +182,7 @@ TEST_F(ToolCli, IqRecordsAToneAsSigmf) {
     const ToolRun run = Qor(ToneRecording() + "--samples 8192 --out " + name);
     ASSERT_EQ(run.exitCode, 0) << run.output;
 
-    std::ifstream dataFile(name + ".sigmf-data", std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(dataFile), std::istreambuf_iterator<char>()};
+    const std::string bytes = Slurp(name + ".sigmf-data");
     ASSERT_EQ(bytes.size(), 8192 * sizeof(std::complex<float>));
     std::vector<std::complex<float>> iq(8192);
     std::memcpy(iq.data(), bytes.data(), bytes.size());
@@ -186,8 +191,7 @@ TEST_F(ToolCli, IqRecordsAToneAsSigmf) {
     // a new segment between blocks only).
     EXPECT_NEAR(PowerAtDbm({iq.end() - 2048, iq.end()}, kToneOffset, kRate), kToneLevel, 0.5);
 
-    std::ifstream metaFile(name + ".sigmf-meta");
-    const nlohmann::json meta = nlohmann::json::parse(metaFile);
+    const nlohmann::json meta = nlohmann::json::parse(Slurp(name + ".sigmf-meta"));
     EXPECT_NEAR(meta["global"]["core:sample_rate"].get<double>(), kRate, 1e-6);
     EXPECT_NE(meta["global"]["core:hw"].get<std::string>().find("15000005"), std::string::npos);
     EXPECT_EQ(meta["captures"][0]["core:sample_start"], 0);
@@ -230,9 +234,7 @@ TEST_F(ToolCli, SweepWarnsOfAnOverloadedIfAndGoesOn) {
         Qor("sweep " + ToneBench(0.0) + "--center 433.92M --span 1M --rbw 10k --ref -20 --sweeps 3", errors);
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_NE(run.output.find("433.9"), std::string::npos) << run.output;
-    std::ifstream file(errors);
-    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    EXPECT_EQ(text, "warning: Device in compression. IF Overload; a higher --ref avoids it\n");
+    EXPECT_EQ(Slurp(errors), "warning: Device in compression. IF Overload; a higher --ref avoids it\n");
 }
 
 // A unit with an upper sideband 1200 Hz above 433.92 MHz, -40 dBm.
@@ -249,8 +251,7 @@ TEST_F(ToolCli, AudioWritesAWavOfTheTone) {
     const ToolRun run = Qor("audio " + SidebandBench() + "--center 433.92M --mode usb --seconds 1.5 --wav " + wav);
     ASSERT_EQ(run.exitCode, 0) << run.output;
 
-    std::ifstream file(wav, std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const std::string bytes = Slurp(wav);
     constexpr std::size_t kSamples = 45573, kHeader = 44;  // llround(1.5 x 30381.94)
     ASSERT_EQ(bytes.size(), kHeader + 2 * kSamples);
     const auto field = [&](std::size_t at, std::size_t size) {
