@@ -1,12 +1,10 @@
-// The audio chain below the engine: the channel filter's length at the
-// borders of the bandwidth, the sideband seam across turns, the levels
-// followed sample by sample, a level that overflowed restarting for the
-// next turn, and the sidebands' phasing and low pass run as one filter.
+// The audio chain below the engine, on synthetic channels.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 #include <vector>
 
 #include "audio_analysis.h"
@@ -51,14 +49,10 @@ std::vector<float> Demodulate(AudioChain& chain, double hz, int turns, double am
 }
 
 TEST(AudioChain, ChannelFilterLengthAtTheBandwidthBorders) {
-    const struct {
-        double bandwidth;
-        int taps;
-    } cases[] = {{999.0, 4096}, {1000.0, 2048}, {1999.0, 2048}, {2000.0, 1024}};
-    for (const auto& c : cases) {
+    const std::pair<double, int> cases[] = {{999.0, 4096}, {1000.0, 2048}, {1999.0, 2048}, {2000.0, 1024}};
+    for (const auto& [bandwidth, taps] : cases) {
         qor::AudioLevels levels;
-        AudioChain chain(AudioSettings(qor::AudioUSB, c.bandwidth), 0.0, levels);
-        EXPECT_EQ(chain.ChannelTaps(), c.taps) << c.bandwidth << " Hz";
+        EXPECT_EQ(AudioChain(AudioSettings(qor::AudioUSB, bandwidth), 0.0, levels).ChannelTaps(), taps) << bandwidth;
     }
 }
 

@@ -1,6 +1,4 @@
-// The broadband sweep's arithmetic: the detector grid and its pieces, the
-// spread of grid levels over 1 MHz bins, the two grids of the 4.4 GHz
-// family with their image removal and smoothing.
+// The broadband sweep's arithmetic: its detector grids, their pieces and levels.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,9 +16,7 @@ using qor::PlanBroadband;
 using qor::PlanVelmDetectorSweep;
 
 TEST(BroadbandPlan, SmallestSpanIsTwoPieces) {
-    struct Case {
-        int type, margin, points;
-    };
+    struct Case { int type, margin, points; };
     for (const Case c : {Case{4, 21, 2 * 21 + 1 + 67}, Case{3, 12, 2 * 12 + 1 + 67}, Case{2, 12, 92}}) {
         SCOPED_TRACE(c.type);
         const BroadbandPlan p = PlanBroadband(1000.2e6, 1199.6e6, c.type);

@@ -1,5 +1,4 @@
-// The parts of the I/Q stream below the engine: the circular buffer's wrap,
-// overrun and stamp, and the decimator's in-place form.
+// The parts of the I/Q stream below the engine.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -12,52 +11,57 @@ namespace {
 
 using qor::IQCircularBuffer;
 
-std::vector<Ipp32fc> Ramp(int count, float first) {
-    std::vector<Ipp32fc> samples;
-    for (int i = 0; i < count; ++i) samples.push_back({first + i, -(first + i)});
-    return samples;
-}
-
-TEST(IqBuffer, WrapsInOrderAndEndsAtZeroNotAtTheCapacity) {
+// A buffer of `capacity` samples, written with ramps of values from `first`.
+class IqBuffer : public ::testing::Test {
+protected:
+    void Make(int capacity) {
+        buffer.Resize(capacity);
+        out.resize(static_cast<std::size_t>(capacity));
+    }
+    void Write(int count, float first, int seconds = 0, int milliseconds = 0, bool clipped = false) {
+        std::vector<Ipp32fc> samples;
+        for (int i = 0; i < count; ++i) samples.push_back({first + i, -(first + i)});
+        buffer.Write(samples.data(), count, seconds, milliseconds, clipped);
+    }
     IQCircularBuffer buffer;
-    buffer.Resize(8);
-    std::vector<Ipp32fc> out(8);
+    std::vector<Ipp32fc> out;
     int received = -1;
-    buffer.Write(Ramp(6, 0).data(), 6, 10, 0);
+    bool clipped = true;
+};
+
+TEST_F(IqBuffer, WrapsInOrderAndEndsAtZeroNotAtTheCapacity) {
+    Make(8);
+    Write(6, 0, 10, 0);
     buffer.Read(out.data(), 4, &received, 1);
-    buffer.Write(Ramp(4, 6).data(), 4, 10, 0);  // 2 at the end, 2 at the start
+    Write(4, 6, 10, 0);  // 2 at the end, 2 at the start
     EXPECT_EQ(buffer.Available(), 6);
     buffer.Read(out.data(), 8, &received, 1);
     ASSERT_EQ(received, 6);
     for (int i = 0; i < 6; ++i) EXPECT_EQ(out[i].re, 4.0f + i) << "the tail of the array first";
-    buffer.Write(Ramp(6, 0).data(), 6, 10, 0);  // from index 2 to the very end
+    Write(6, 0, 10, 0);  // from index 2 to the very end
     buffer.Read(out.data(), 6, &received, 1);
     EXPECT_EQ(buffer.Available(), 0);
     buffer.Read(out.data(), 3, &received, 1);
     EXPECT_EQ(received, 0) << "an empty buffer gives nothing";
 }
 
-TEST(IqBuffer, AWriteThatWouldFillItFlushesAndRaisesTheFlagOnce) {
-    IQCircularBuffer buffer;
-    buffer.Resize(8);
-    buffer.Write(Ramp(4, 0).data(), 4, 1, 100);
-    buffer.Write(Ramp(4, 4).data(), 4, 1, 200);  // 4 free, 4 to store: already an overrun
+TEST_F(IqBuffer, AWriteThatWouldFillItFlushesAndRaisesTheFlagOnce) {
+    Make(8);
+    Write(4, 0, 1, 100);
+    Write(4, 4, 1, 200);  // 4 free, 4 to store: already an overrun
     EXPECT_EQ(buffer.Available(), 4);
     EXPECT_EQ(buffer.FirstMilliseconds(), 200) << "the stamp of the block that came into the empty buffer";
     EXPECT_EQ(buffer.TakeOverrunFlag(), 1);
     EXPECT_EQ(buffer.TakeOverrunFlag(), 0);
-    buffer.Write(Ramp(2, 0).data(), 2, 1, 300);
+    Write(2, 0, 1, 300);
     buffer.Clear();
     EXPECT_EQ(buffer.Available(), 0);
     EXPECT_EQ(buffer.TakeOverrunFlag(), 0);
 }
 
-TEST(IqBuffer, TheStampMovesOnWithTheSamplesRead) {
-    IQCircularBuffer buffer;
-    buffer.Resize(4096);
-    buffer.Write(Ramp(2048, 0).data(), 2048, 7, 999);
-    std::vector<Ipp32fc> out(2048);
-    int received = 0;
+TEST_F(IqBuffer, TheStampMovesOnWithTheSamplesRead) {
+    Make(4096);
+    Write(2048, 0, 7, 999);
     // 1000 samples at decimation 1 span 2.057 ms: 2 whole ms, with the carry into the seconds.
     buffer.Read(out.data(), 1000, &received, 1);
     EXPECT_EQ(buffer.FirstSeconds(), 8);
@@ -69,27 +73,20 @@ TEST(IqBuffer, TheStampMovesOnWithTheSamplesRead) {
 
 // A clipped block is reported by every read that takes some of it, and by
 // none after; what an overrun or a clear throws away is forgotten with it.
-TEST(IqBuffer, AReadSaysWhetherItTookSamplesOfAClippedBlock) {
-    IQCircularBuffer buffer;
-    buffer.Resize(16);
-    std::vector<Ipp32fc> out(16);
-    int received = 0;
-    bool clipped = true;
-    buffer.Write(Ramp(4, 0).data(), 4, 0, 0);
-    buffer.Write(Ramp(4, 4).data(), 4, 0, 0, true);
-    buffer.Write(Ramp(4, 8).data(), 4, 0, 0);
-    const struct {
-        int count;
-        bool clipped;
-    } reads[] = {{3, false}, {2, true}, {2, true}, {1, true}, {4, false}};
+TEST_F(IqBuffer, AReadSaysWhetherItTookSamplesOfAClippedBlock) {
+    Make(16);
+    Write(4, 0);
+    Write(4, 4, 0, 0, true);
+    Write(4, 8);
+    const struct { int count; bool clipped; } reads[] = {{3, false}, {2, true}, {2, true}, {1, true}, {4, false}};
     for (const auto& read : reads) {
         buffer.Read(out.data(), read.count, &received, 1, &clipped);
         EXPECT_EQ(clipped, read.clipped) << "reading " << read.count;
     }
-    buffer.Write(Ramp(4, 0).data(), 4, 0, 0, true);
+    Write(4, 0, 0, 0, true);
     buffer.Clear();
-    buffer.Write(Ramp(8, 0).data(), 8, 0, 0, true);
-    buffer.Write(Ramp(8, 0).data(), 8, 0, 0);  // an overrun: the clipped block goes
+    Write(8, 0, 0, 0, true);
+    Write(8, 0);  // an overrun: the clipped block goes
     buffer.Read(out.data(), 8, &received, 1, &clipped);
     EXPECT_EQ(received, 8);
     EXPECT_FALSE(clipped);

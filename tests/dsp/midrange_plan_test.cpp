@@ -1,8 +1,8 @@
-// The hopped sweeps' step grid, the midrange frame and its segments at their
-// limits, and where a step's bins land in the processing of a synthetic frame
+// The hopped sweeps' step grid and the midrange frame on synthetic data
 // (rejection is measured end to end).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 #include <vector>
@@ -97,24 +97,16 @@ protected:
         minTrace.assign(static_cast<size_t>(plan.grid.sweepLength), 0.0);
         maxTrace = minTrace;
     }
-    Ipp64fc* Step(int s) { return frame.data() + static_cast<size_t>(s) * plan.StepSamples(); }
-    // Trace step i: the step whose LO lies above `f` by the IF, and its position in the frame.
-    int TraceStep(double f) { return static_cast<int>(std::floor((f + 10.7e6) / 200e3 + 0.5)) - plan.grid.stepStart; }
-    // A tone at RF `f` as trace step i sees it (LO above the signal).
-    void AddTone(int i, double f, double amplitude) {
+    // A tone at RF `f` added to the trace step whose LO lies above it by the IF.
+    void AddTone(double f, double amplitude) {
+        const int i = static_cast<int>(std::floor((f + 10.7e6) / 200e3 + 0.5)) - plan.grid.stepStart;
         const double lo = (plan.grid.stepStart + i) * 200000.0;
-        const double y = f - (lo - 10.7e6);  // offset from the middle after the mix
-        const double cycles = (y - qor::kMixOffset) / qor::kSampleRate;
-        Ipp64fc* step = Step(i + plan.partner);
+        const double cycles = (f - (lo - 10.7e6) - qor::kMixOffset) / qor::kSampleRate;  // after the mix
+        Ipp64fc* step = frame.data() + static_cast<size_t>(i + plan.partner) * plan.StepSamples();
         for (int t = 0; t < plan.StepSamples(); ++t) {
             step[t].re += amplitude * std::cos(2 * M_PI * cycles * t);
             step[t].im += amplitude * std::sin(2 * M_PI * cycles * t);
         }
-    }
-    int PeakBin() { return static_cast<int>(std::max_element(maxTrace.begin(), maxTrace.end()) - maxTrace.begin()); }
-    void Run() {
-        processor->ProcessFrame(frame.data());
-        processor->Publish(*corrections, minTrace.data(), maxTrace.data());
     }
 
     std::unique_ptr<qor::RbwFilter> filter;
@@ -133,11 +125,13 @@ TEST_F(FrameProcessing, ToneLandsOnItsBin) {
         SCOPED_TRACE(testing::Message() << "RBW/VBW " << ratio << " detector " << detector);
         Build(1000e6, 1002e6, ratio, detector);
         const double f = 1001.2345e6;
-        AddTone(TraceStep(f), f, 0.1);
-        Run();
-        EXPECT_NEAR(f, plan.grid.startFreq + PeakBin() * plan.grid.binSize, plan.grid.binSize * 1.5);
-        EXPECT_NEAR(-20.0 + 3.01, maxTrace[static_cast<size_t>(PeakBin())], 0.3) << "the window's 3 dB, uncorrected";
-        EXPECT_NEAR(minTrace[static_cast<size_t>(PeakBin())], maxTrace[static_cast<size_t>(PeakBin())], 0.1);
+        AddTone(f, 0.1);
+        processor->ProcessFrame(frame.data());
+        processor->Publish(*corrections, minTrace.data(), maxTrace.data());
+        const size_t peak = static_cast<size_t>(std::max_element(maxTrace.begin(), maxTrace.end()) - maxTrace.begin());
+        EXPECT_NEAR(f, plan.grid.startFreq + peak * plan.grid.binSize, plan.grid.binSize * 1.5);
+        EXPECT_NEAR(-20.0 + 3.01, maxTrace[peak], 0.3) << "the window's 3 dB, uncorrected";
+        EXPECT_NEAR(minTrace[peak], maxTrace[peak], 0.1);
     }
 }
 

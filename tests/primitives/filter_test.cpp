@@ -64,8 +64,9 @@ class FirTest : public testing::Test {};
 using SampleTypes = testing::Types<Ipp32f, Ipp64f, Ipp32fc, Ipp64fc>;
 TYPED_TEST_SUITE(FirTest, SampleTypes);
 
-// Direct and fast-convolution tap counts, with a delay line, in blocks of
-// irregular lengths and in place; the output equals the exact convolution.
+// Direct and fast-convolution tap counts, with a delay line (none for 301
+// taps: zeros), in blocks of irregular lengths and in place; the output equals
+// the exact convolution.
 TYPED_TEST(FirTest, MatchesExactConvolutionInBlocksAndInPlace) {
     using T = TypeParam;
     constexpr bool isFloat = std::is_same_v<T, Ipp32f> || std::is_same_v<T, Ipp32fc>;
@@ -74,9 +75,10 @@ TYPED_TEST(FirTest, MatchesExactConvolutionInBlocksAndInPlace) {
         SCOPED_TRACE(testing::Message() << taps << " taps");
         std::mt19937_64 rng(taps);
         const int length = taps >= 2048 ? 9000 : 3000;
+        const bool noDelay = taps == 301;
         std::vector<T> h(taps), delay(taps), x(length);
         for (auto& v : h) v = Random<T>(rng);
-        for (auto& v : delay) v = Random<T>(rng);
+        for (auto& v : delay) v = noDelay ? T{} : Random<T>(rng);
         for (auto& v : x) v = Random<T>(rng);
         // delay[i] = x[i - (taps - 1)]
         std::vector<LC> expected(length);
@@ -92,7 +94,7 @@ TYPED_TEST(FirTest, MatchesExactConvolutionInBlocksAndInPlace) {
         }
         qor_test::OnEachCodePath([&](int) {
             Fir<T> fir;
-            ASSERT_EQ(fir.Init(h.data(), taps, delay.data()), ippStsNoErr);
+            ASSERT_EQ(fir.Init(h.data(), taps, noDelay ? nullptr : delay.data()), ippStsNoErr);
             std::vector<T> y = x;
             // Blocks from 1 sample to more than a fast-convolution chunk.
             for (int at = 0, len = 1; at < length; at += len, len = (len * 7 + 3) % 7001 + 1) {
@@ -106,18 +108,33 @@ TYPED_TEST(FirTest, MatchesExactConvolutionInBlocksAndInPlace) {
     }
 }
 
-TYPED_TEST(FirTest, NullDelayLineStartsFromZeros) {
-    using T = TypeParam;
-    std::vector<T> h(300), x(1000), y(1000);
-    std::mt19937_64 rng(5);
-    for (auto& v : h) v = Random<T>(rng);
-    x[0] = Random<T>(rng);
+// Filtering and sampling down in one call gives what the two calls give, in
+// stream blocks of a multiple of the factor (the folded transform) and in
+// ragged ones with a running phase (the whole output, sampled).
+// The output of filtering `x` and sampling it down by `factor`, in one call
+// (`fused`) or in two, in blocks of 16384 or of ragged lengths.
+template <typename T, typename Fused, typename SampleDown>
+std::vector<T> FilterDown(const std::vector<T>& h, const std::vector<T>& x, int factor, bool ragged, bool fused,
+                          Fused fusedCall, SampleDown sampleDown, int* phase) {
     Fir<T> fir;
-    ASSERT_EQ(fir.Init(h.data(), 300, nullptr), ippStsNoErr);
-    ASSERT_EQ(fir.Run(x.data(), y.data(), 1000), ippStsNoErr);
-    // An impulse gives the taps scaled by it.
-    for (int n = 0; n < 300; ++n) EXPECT_NEAR(std::abs(ToLong(y[n]) - ToLong(h[n]) * ToLong(x[0])), 0.0, 1e-6);
-    for (int n = 300; n < 1000; ++n) EXPECT_NEAR(std::abs(ToLong(y[n])), 0.0, 1e-6);
+    EXPECT_EQ(fir.Init(h.data(), static_cast<int>(h.size()), nullptr), ippStsNoErr);
+    std::vector<T> full(x.size()), out(x.size());
+    int produced = 0;
+    *phase = 0;
+    for (int at = 0, len = 16384; at < static_cast<int>(x.size()); at += len) {
+        if (ragged) len = 1000 + (at * 7) % 9001;
+        const int n = std::min(len, static_cast<int>(x.size()) - at);
+        int count = 0;
+        if (fused) {
+            EXPECT_EQ(fusedCall(x.data() + at, n, out.data() + produced, &count, factor, phase, fir.state), ippStsNoErr);
+        } else {
+            EXPECT_EQ(fir.Run(x.data() + at, full.data(), n), ippStsNoErr);
+            sampleDown(full.data(), n, out.data() + produced, &count, factor, phase);
+        }
+        produced += count;
+    }
+    out.resize(static_cast<std::size_t>(produced));
+    return out;
 }
 
 // Filtering and sampling down in one call gives what the two calls give, in
@@ -135,47 +152,20 @@ TEST(Fir, SampledDownEqualsFilterThenSampleDown) {
         for (int factor : {1, 2, 8, 16, 128}) {
             for (bool ragged : {false, true}) {
                 SCOPED_TRACE(testing::Message() << "factor " << factor << (ragged ? ", ragged blocks" : ""));
-                Fir<Ipp64fc> plain, fused;
-                Fir<Ipp32f> plainReal, fusedReal;
-                ASSERT_EQ(plain.Init(h.data(), 2048, nullptr), ippStsNoErr);
-                ASSERT_EQ(fused.Init(h.data(), 2048, nullptr), ippStsNoErr);
-                ASSERT_EQ(plainReal.Init(hr.data(), 2048, nullptr), ippStsNoErr);
-                ASSERT_EQ(fusedReal.Init(hr.data(), 2048, nullptr), ippStsNoErr);
-                std::vector<Ipp64fc> full(x.size()), expected(x.size()), got(x.size());
-                std::vector<Ipp32f> fullReal(x.size()), expectedReal(x.size()), gotReal(x.size());
-                int phases[4] = {0, 0, 0, 0}, produced[4] = {0, 0, 0, 0};
-                for (int at = 0, len = 16384; at < static_cast<int>(x.size()); at += len) {
-                    if (ragged) len = 1000 + (at * 7) % 9001;
-                    const int n = std::min(len, static_cast<int>(x.size()) - at);
-                    int count = 0;
-                    ASSERT_EQ(plain.Run(x.data() + at, full.data(), n), ippStsNoErr);
-                    ippsSampleDown_64fc(full.data(), n, expected.data() + produced[0], &count, factor, &phases[0]);
-                    produced[0] += count;
-                    ASSERT_EQ(ippsFIRSampleDown_64fc(x.data() + at, n, got.data() + produced[1], &count, factor,
-                                                     &phases[1], fused.state),
-                              ippStsNoErr);
-                    produced[1] += count;
-                    ASSERT_EQ(plainReal.Run(xr.data() + at, fullReal.data(), n), ippStsNoErr);
-                    ippsSampleDown_32f(fullReal.data(), n, expectedReal.data() + produced[2], &count, factor,
-                                       &phases[2]);
-                    produced[2] += count;
-                    ASSERT_EQ(ippsFIRSampleDown_32f(xr.data() + at, n, gotReal.data() + produced[3], &count, factor,
-                                                    &phases[3], fusedReal.state),
-                              ippStsNoErr);
-                    produced[3] += count;
-                }
-                ASSERT_EQ(produced[1], produced[0]);
-                ASSERT_EQ(produced[3], produced[2]);
-                EXPECT_EQ(phases[1], phases[0]);
-                double worst = 0.0, worstReal = 0.0;
-                for (int i = 0; i < produced[0]; ++i) {
-                    worst = std::max(worst, static_cast<double>(std::abs(ToLong(got[i]) - ToLong(expected[i]))));
-                }
-                for (int i = 0; i < produced[2]; ++i) {
-                    worstReal = std::max(worstReal, std::fabs(gotReal[i] - expectedReal[i]) / 1.0);
-                }
+                int phase = 0, fusedPhase = 0;
+                const auto want = FilterDown(h, x, factor, ragged, false, ippsFIRSampleDown_64fc, ippsSampleDown_64fc, &phase);
+                const auto got = FilterDown(h, x, factor, ragged, true, ippsFIRSampleDown_64fc, ippsSampleDown_64fc, &fusedPhase);
+                ASSERT_EQ(got.size(), want.size());
+                EXPECT_EQ(fusedPhase, phase);
+                double worst = 0.0;
+                for (size_t i = 0; i < got.size(); ++i) worst = std::max(worst, static_cast<double>(std::abs(ToLong(got[i]) - ToLong(want[i]))));
                 EXPECT_LE(worst, 1e-11);
-                EXPECT_LE(worstReal, 2e-5);
+                const auto wantReal = FilterDown(hr, xr, factor, ragged, false, ippsFIRSampleDown_32f, ippsSampleDown_32f, &phase);
+                const auto gotReal = FilterDown(hr, xr, factor, ragged, true, ippsFIRSampleDown_32f, ippsSampleDown_32f, &phase);
+                ASSERT_EQ(gotReal.size(), wantReal.size());
+                worst = 0.0;
+                for (size_t i = 0; i < gotReal.size(); ++i) worst = std::max(worst, std::fabs(double{gotReal[i]} - wantReal[i]));
+                EXPECT_LE(worst, 2e-5);
             }
         }
     });

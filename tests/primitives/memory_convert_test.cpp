@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <vector>
@@ -12,8 +13,8 @@ TEST(Memory, AlignedBlocksAndNullForEmptyLengths) {
     EXPECT_EQ(ippsMalloc_64fc(0), nullptr);
     EXPECT_EQ(ippsMalloc_8u(-3), nullptr);
     for (int length : {1, 3, 17, 1000}) {
-        void* blocks[] = {ippsMalloc_8u(length), ippsMalloc_64f(length), ippsMalloc_64fc(length)};
-        for (void* b : blocks) {
+        for (void* b : {static_cast<void*>(ippsMalloc_8u(length)), static_cast<void*>(ippsMalloc_64f(length)),
+                        static_cast<void*>(ippsMalloc_64fc(length))}) {
             ASSERT_NE(b, nullptr);
             EXPECT_EQ(reinterpret_cast<uintptr_t>(b) % 64, 0u);
             ippsFree(b);
@@ -34,7 +35,7 @@ TEST(Dispatch, IndexFollowsTheProcessorAndCanBeLowered) {
     EXPECT_EQ(ippSetCpuIndex(detected), ippStsNoErr);
 }
 
-TEST(ZeroCopy, ClearAndCopyExactlyTheLength) {
+TEST(ZeroCopyMove, ExactlyTheLengthAndOverlapBothWays) {
     std::vector<Ipp64fc> c(5, Ipp64fc{1.0, 2.0});
     EXPECT_EQ(ippsZero_64fc(c.data(), 4), ippStsNoErr);
     EXPECT_EQ(c[3].im, 0.0);
@@ -43,17 +44,13 @@ TEST(ZeroCopy, ClearAndCopyExactlyTheLength) {
     std::vector<Ipp64f> dst(4, 9.0);
     EXPECT_EQ(ippsCopy_64f(src.data(), dst.data(), 3), ippStsNoErr);
     EXPECT_EQ(dst, (std::vector<Ipp64f>{1.5, -2.5, 3.5, 9.0}));
-}
-
-TEST(ZeroCopy, MoveHandlesOverlapBothWays) {
     for (int shift : {-3, 3}) {
-        std::vector<Ipp32f> a(20), expected;
+        std::vector<Ipp32f> a(20);
         for (int i = 0; i < 20; ++i) a[i] = static_cast<float>(i);
-        const int from = shift > 0 ? 2 : 5, to = from + shift;
-        std::vector<Ipp32f> temp(a.begin() + from, a.begin() + from + 10);
-        expected = a;
-        std::copy(temp.begin(), temp.end(), expected.begin() + to);
-        EXPECT_EQ(ippsMove_32f(a.data() + from, a.data() + to, 10), ippStsNoErr);
+        const int from = shift > 0 ? 2 : 5;
+        std::vector<Ipp32f> expected = a;
+        std::copy(a.begin() + from, a.begin() + from + 10, expected.begin() + from + shift);
+        EXPECT_EQ(ippsMove_32f(a.data() + from, a.data() + from + shift, 10), ippStsNoErr);
         EXPECT_EQ(a, expected) << "shift " << shift;
     }
 }
@@ -62,9 +59,7 @@ TEST(Convert, WidthAndScaleRules) {
     const std::vector<Ipp16s> raw{-32768, 32767, 0, 16384};
     std::vector<Ipp64f> wide(4);
     EXPECT_EQ(ippsConvert_16s64f_Sfs(raw.data(), wide.data(), 4, 15), ippStsNoErr);
-    EXPECT_EQ(wide[0], -1.0);
-    EXPECT_EQ(wide[1], 32767.0 / 32768.0);
-    EXPECT_EQ(wide[3], 0.5);
+    EXPECT_EQ(wide, (std::vector<Ipp64f>{-1.0, 32767.0 / 32768.0, 0.0, 0.5}));
 
     const std::vector<Ipp32f> f{3e9f, -3e9f, 2.5f, 3.5f, -2.5f, 1.25f, std::numeric_limits<float>::quiet_NaN()};
     std::vector<Ipp32s> s(f.size());
@@ -77,29 +72,27 @@ TEST(Convert, WidthAndScaleRules) {
 
     const std::vector<Ipp64f> d{0.1, -1e300};
     std::vector<Ipp32f> narrow(2);
-    EXPECT_EQ(ippsConvert_64f32f(d.data(), narrow.data(), 2), ippStsNoErr);
-    EXPECT_EQ(narrow[0], 0.1f);
-    EXPECT_EQ(narrow[1], -std::numeric_limits<float>::infinity());
     std::vector<Ipp64f> back(2);
+    EXPECT_EQ(ippsConvert_64f32f(d.data(), narrow.data(), 2), ippStsNoErr);
+    EXPECT_EQ(narrow, (std::vector<Ipp32f>{0.1f, -std::numeric_limits<float>::infinity()}));
     EXPECT_EQ(ippsConvert_32f64f(narrow.data(), back.data(), 2), ippStsNoErr);
     EXPECT_EQ(back[0], static_cast<double>(0.1f));
     const std::vector<Ipp32s> ints{-7, 16777217};
     EXPECT_EQ(ippsConvert_32s32f(ints.data(), narrow.data(), 2), ippStsNoErr);
-    EXPECT_EQ(narrow[0], -7.0f);
-    EXPECT_EQ(narrow[1], 16777216.0f);
+    EXPECT_EQ(narrow, (std::vector<Ipp32f>{-7.0f, 16777216.0f}));
 }
 
 TEST(Convert, BadArgumentsWriteNothing) {
     std::vector<Ipp64f> d{9.0};
     std::vector<Ipp16s> raw{1};
+    std::vector<Ipp32s> s{5};
+    const Ipp32f one = 1.0f;
     EXPECT_EQ(ippsConvert_16s64f_Sfs(nullptr, d.data(), 1, 0), ippStsNullPtrErr);
     EXPECT_EQ(ippsConvert_16s64f_Sfs(raw.data(), d.data(), 0, 0), ippStsSizeErr);
     EXPECT_EQ(ippsZero_64f(d.data(), -1), ippStsSizeErr);
     EXPECT_EQ(ippsCopy_64f(nullptr, d.data(), 1), ippStsNullPtrErr);
-    EXPECT_EQ(d[0], 9.0);
-    std::vector<Ipp32s> s{5};
-    const Ipp32f one = 1.0f;
     EXPECT_EQ(ippsConvert_32f32s_Sfs(&one, s.data(), 1, static_cast<IppRoundMode>(7), 0), ippStsBadArgErr);
+    EXPECT_EQ(d[0], 9.0);
     EXPECT_EQ(s[0], 5);
 }
 

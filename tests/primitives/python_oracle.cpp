@@ -12,42 +12,16 @@ namespace qor_test {
 namespace {
 
 // The Debian interpreter first: the one that has the Debian numpy and scipy.
-const char* const kInterpreters[] = {"/usr/bin/python3", "python3"};
-
-const std::string& Interpreter(std::string* why) {
-    static std::string chosen;
-    static std::string failure;
-    static bool probed = false;
-    if (!probed) {
-        probed = true;
-        for (const char* candidate : kInterpreters) {
-            const std::string command =
-                std::string(candidate) + " -c 'import numpy, scipy.signal' > /dev/null 2>&1";
-            if (std::system(command.c_str()) == 0) {
-                chosen = candidate;
-                break;
+const std::string& Interpreter() {
+    static const std::string chosen = [] {
+        for (const char* candidate : {"/usr/bin/python3", "python3"}) {
+            if (std::system((std::string(candidate) + " -c 'import numpy, scipy.signal' > /dev/null 2>&1").c_str()) == 0) {
+                return std::string(candidate);
             }
         }
-        if (chosen.empty()) failure = "no python3 with numpy and scipy (install python3-numpy python3-scipy)";
-    }
-    if (why) *why = failure;
+        return std::string();
+    }();
     return chosen;
-}
-
-void WriteDoubles(const std::string& path, const std::vector<double>& values) {
-    std::ofstream file(path, std::ios::binary);
-    file.write(reinterpret_cast<const char*>(values.data()), static_cast<std::streamsize>(values.size() * sizeof(double)));
-    if (!file) throw std::runtime_error("cannot write " + path);
-}
-
-std::vector<double> ReadDoubles(const std::string& path) {
-    std::ifstream file(path, std::ios::binary | std::ios::ate);
-    if (!file) throw std::runtime_error("the oracle wrote no " + path);
-    const std::streamsize bytes = file.tellg();
-    std::vector<double> values(static_cast<size_t>(bytes) / sizeof(double));
-    file.seekg(0);
-    file.read(reinterpret_cast<char*>(values.data()), bytes);
-    return values;
 }
 
 const char kPrelude[] = R"(import os, sys
@@ -62,29 +36,33 @@ def out(a):
 
 }  // namespace
 
-bool PythonOracle::Available(std::string* why) { return !Interpreter(why).empty(); }
+bool PythonOracle::Available(std::string* why) {
+    if (Interpreter().empty() && why) *why = "no python3 with numpy and scipy (install python3-numpy python3-scipy)";
+    return !Interpreter().empty();
+}
 
 std::vector<double> PythonOracle::Run(const std::string& body, const std::vector<std::vector<double>>& inputs) {
     char folderTemplate[] = "/tmp/qor_oracle_XXXXXX";
-    const char* folder = mkdtemp(folderTemplate);
-    if (folder == nullptr) throw std::runtime_error("cannot make a temporary folder");
-    const std::string dir = folder;
+    if (mkdtemp(folderTemplate) == nullptr) throw std::runtime_error("cannot make a temporary folder");
+    const std::string dir = folderTemplate;
     std::vector<std::string> files;
     for (size_t i = 0; i < inputs.size(); ++i) {
         files.push_back(dir + "/in" + std::to_string(i) + ".bin");
-        WriteDoubles(files.back(), inputs[i]);
+        std::ofstream(files.back(), std::ios::binary)
+            .write(reinterpret_cast<const char*>(inputs[i].data()), static_cast<std::streamsize>(inputs[i].size() * sizeof(double)));
     }
     files.push_back(dir + "/oracle.py");
     std::ofstream(files.back()) << kPrelude << body << "\n";
-    const std::string command = Interpreter(nullptr) + " " + files.back() + " " + dir;
-    const int status = std::system(command.c_str());
+    const int status = std::system((Interpreter() + " " + files.back() + " " + dir).c_str());
     files.push_back(dir + "/out.bin");
-    std::vector<double> result;
-    if (status == 0) result = ReadDoubles(files.back());
+    std::ifstream result(files.back(), std::ios::binary | std::ios::ate);
+    std::vector<double> values(status == 0 && result ? static_cast<size_t>(result.tellg()) / sizeof(double) : 0);
+    result.seekg(0);
+    result.read(reinterpret_cast<char*>(values.data()), static_cast<std::streamsize>(values.size() * sizeof(double)));
     for (const std::string& f : files) std::remove(f.c_str());
     rmdir(dir.c_str());
-    if (status != 0) throw std::runtime_error("the oracle script failed: " + body);
-    return result;
+    if (status != 0 || !result) throw std::runtime_error("the oracle script failed: " + body);
+    return values;
 }
 
 }  // namespace qor_test

@@ -20,9 +20,7 @@ constexpr int kSerial = 12000002;
 
 TEST(SoapyDevice, OverallGainTakesTheAttenuatorOutFirstAndThePreampLast) {
     qorsoapy::QorDevice dev(kSerial);
-    struct Step {
-        double overall, att, ifGain, pre;
-    };
+    struct Step { double overall, att, ifGain, pre; };
     const Step steps[] = {{-15, -15, 0, 0}, {-3, -5, 0, 0}, {0, 0, 0, 0}, {20, 0, 16, 0}, {28, 0, 28, 0}, {48, 0, 28, 20}};
     for (const Step& s : steps) {
         dev.setGain(SOAPY_SDR_RX, 0, s.overall);
@@ -50,16 +48,20 @@ TEST(SoapyDevice, RetunesAndStopsWhileAReaderWaits) {
     const size_t mtu = dev.getStreamMTU(stream);
     ASSERT_EQ(dev.activateStream(stream, 0, 0, 0), 0);
     const double rate = dev.getSampleRate(SOAPY_SDR_RX, 0);
+    // One read into `block`; its result, and its flags in `flags`.
+    const auto read = [&](std::vector<std::complex<float>>& block, long timeoutUs, int* flags) {
+        void* buffs[] = {block.data()};
+        long long timeNs = 0;
+        return dev.readStream(stream, buffs, mtu, *flags, timeNs, timeoutUs);
+    };
 
     std::atomic<bool> done{false};
     std::atomic<int> errors{0};
     std::thread reader([&] {
         std::vector<std::complex<float>> buf(mtu);
+        int flags = 0;
         while (!done) {
-            void* buffs[] = {buf.data()};
-            int flags = 0;
-            long long timeNs = 0;
-            const int r = dev.readStream(stream, buffs, mtu, flags, timeNs, 100000);
+            const int r = read(buf, 100000, &flags);
             if (r < 0 && r != SOAPY_SDR_TIMEOUT && r != SOAPY_SDR_OVERFLOW) ++errors;
         }
     });
@@ -74,11 +76,8 @@ TEST(SoapyDevice, RetunesAndStopsWhileAReaderWaits) {
     // The last tuning holds: the tone 3 kHz below the centre, at its power, past the filters' start.
     std::vector<std::complex<float>> block(mtu);
     for (int i = 0; i < 3; ++i) {
-        void* buffs[] = {block.data()};
-        int flags = 0;
-        long long timeNs = 0;
-        int r;
-        while ((r = dev.readStream(stream, buffs, mtu, flags, timeNs, 1000000)) == SOAPY_SDR_OVERFLOW) {
+        int flags = 0, r;
+        while ((r = read(block, 1000000, &flags)) == SOAPY_SDR_OVERFLOW) {
         }
         ASSERT_EQ(r, static_cast<int>(mtu));
         EXPECT_TRUE(flags & SOAPY_SDR_HAS_TIME);
@@ -88,12 +87,8 @@ TEST(SoapyDevice, RetunesAndStopsWhileAReaderWaits) {
     // A reader waiting with a long time-out leaves when the stream stops.
     std::thread waiter([&] {
         std::vector<std::complex<float>> buf(mtu);
-        void* buffs[] = {buf.data()};
         int flags = 0;
-        long long timeNs = 0;
-        for (;;) {
-            const int r = dev.readStream(stream, buffs, mtu, flags, timeNs, 10000000);
-            if (r < 0) break;
+        while (read(buf, 10000000, &flags) >= 0) {
         }
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));

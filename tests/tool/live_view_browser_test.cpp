@@ -1,11 +1,8 @@
-// The live view's page in a real browser against `qor view --sim`: the peak
-// marker on the instrument's tone, the centre changed through its control,
-// and a refusal shown next to the control.
+// The live view's page in a real browser against `qor view --sim`.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 
 #include "e2e_bench.h"
 #include "live_view_harness.h"
@@ -36,26 +33,6 @@ TEST(LiveViewBrowser, ShowsTheToneAndFollowsTheControls) {
     EXPECT_NEAR(seen["peak"]["level"].get<double>(), kToneLevel, 1.0) << seen;
     EXPECT_NEAR(seen["next"]["level"].get<double>(), -50.0, 3.0) << seen;
     EXPECT_NEAR(seen["start"].get<double>(), 80e6, bin) << seen;
-
-    const char* shot = std::getenv("QOR_VIEW_SCREENSHOT");
-    if (shot != nullptr) {
-        // The README's picture: a full waterfall, the delta and the mouse
-        // markers over the noise.
-        ASSERT_TRUE(browser.WaitFor("qorView.completeSweeps >= 330", seconds(60)));
-        const nlohmann::json box = browser.Evaluate(
-            "(() => { const r = document.getElementById('trace').getBoundingClientRect();"
-            " return {x: r.left, y: r.top, w: r.width, h: r.height}; })()");
-        const auto x = [&](double hz) { return box["x"].get<double>() + 64 + (hz - 80e6) / 40e6 * (box["w"].get<double>() - 78); };
-        const double y = box["y"].get<double>() + box["h"].get<double>() / 2;
-        browser.Mouse("mousePressed", x(86.0e6), y);
-        browser.Mouse("mouseReleased", x(86.0e6), y);
-        browser.Mouse("mouseMoved", x(109.3e6), y);
-        browser.WaitFor("qorView.mouse && qorView.delta", seconds(2));
-    }
-    const std::string png = browser.Screenshot();
-    ASSERT_GT(png.size(), 8u);
-    EXPECT_EQ(png.substr(1, 3), "PNG");
-    std::ofstream(shot ? shot : "live_view_test.png", std::ios::binary) << png;
 
     // The centre through its control: the trace moves, the tone stays where it is.
     browser.Evaluate("(() => { const c = document.getElementById('center'); c.value = '98.1M';"

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <thread>
 
 namespace liveview {
@@ -40,22 +39,6 @@ int Stop(pid_t pid) {
     kill(pid, SIGKILL);
     waitpid(pid, nullptr, 0);
     return -1;
-}
-
-std::string DecodeBase64(const std::string& text) {
-    std::string out;
-    int bits = 0, value = 0;
-    for (const char c : text) {
-        const char* at = std::strchr("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/", c);
-        if (c == '\0' || at == nullptr) continue;
-        value = value << 6 | static_cast<int>(at - "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/");
-        bits += 6;
-        if (bits >= 8) {
-            bits -= 8;
-            out += static_cast<char>(value >> bits & 0xff);
-        }
-    }
-    return out;
 }
 
 }  // namespace
@@ -185,15 +168,6 @@ bool HeadlessBrowser::WaitFor(const std::string& condition, std::chrono::millise
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     return false;
-}
-
-void HeadlessBrowser::Mouse(const std::string& type, double x, double y) {
-    Call("Input.dispatchMouseEvent", {{"type", type}, {"x", x}, {"y", y}, {"button", "left"}, {"clickCount", 1}});
-}
-
-std::string HeadlessBrowser::Screenshot() {
-    const nlohmann::json shot = Call("Page.captureScreenshot", {{"format", "png"}});
-    return shot.contains("data") ? DecodeBase64(shot["data"].get<std::string>()) : std::string();
 }
 
 }  // namespace liveview

@@ -18,10 +18,10 @@ public:
     explicit ViewProcess(const std::string& arguments = "");
     ~ViewProcess();
     ViewProcess(const ViewProcess&) = delete;
+    ViewProcess& operator=(const ViewProcess&) = delete;
     // Ends it with SIGTERM; its exit status (-1 when it had to be killed).
     // A sanitizer's report makes it other than 0.
     int Stop();
-    ViewProcess& operator=(const ViewProcess&) = delete;
 
     std::string url;  // http://127.0.0.1:PORT/?token=...
     int port = 0;
@@ -46,10 +46,6 @@ public:
     nlohmann::json Evaluate(const std::string& expression);
     // Evaluates `condition` until it is true; false when `limit` passes first.
     bool WaitFor(const std::string& condition, std::chrono::milliseconds limit);
-    // A mouse event ("mouseMoved", "mousePressed", "mouseReleased") at page pixel x, y.
-    void Mouse(const std::string& type, double x, double y);
-    // The page as PNG bytes; empty on failure.
-    std::string Screenshot();
 
 private:
     nlohmann::json Call(const std::string& method, const nlohmann::json& params, bool onPage = true);

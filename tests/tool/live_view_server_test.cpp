@@ -1,5 +1,4 @@
-// The live view's server as a client sees it: the page, the token, Host and
-// Origin checks, malformed and refused settings, and a page that falls behind.
+// The live view's server as a client sees it.
 #include <gtest/gtest.h>
 #include <httplib.h>
 
@@ -39,6 +38,16 @@ protected:
     httplib::Result Post(const std::string& body, httplib::Headers headers = {}) {
         headers.emplace("X-Qor-Token", view_->token);
         return client_->Post("/api/settings", headers, body, "application/json");
+    }
+    // Reads the stream into `reader` while `more` says so after each piece.
+    template <typename Reader, typename More>
+    void ReadStream(Reader& reader, More more) {
+        httplib::Client stream("127.0.0.1", view_->port);
+        stream.set_read_timeout(std::chrono::seconds(30));
+        stream.Get("/api/stream", Token(), [&](const char* data, std::size_t size) {
+            reader.Take(data, size);
+            return more();
+        });
     }
 
     static liveview::ViewProcess* view_;
@@ -84,10 +93,7 @@ TEST_F(LiveViewServer, ApiNeedsTheTokenAndThisServersHostAndOrigin) {
 }
 
 TEST_F(LiveViewServer, MalformedSettingsGet400WithTheReason) {
-    const struct {
-        const char* body;
-        const char* reason;
-    } cases[] = {
+    const struct { const char* body; const char* reason; } cases[] = {
         {"center=1G", "not JSON"},
         {"[1, 2]", "JSON object"},
         {R"({"center": "1G"})", "center: not a finite number"},
@@ -112,11 +118,7 @@ TEST_F(LiveViewServer, MalformedSettingsGet400WithTheReason) {
 TEST_F(LiveViewServer, RefusedSettingsShowTheLibrarysTextAndTheMeasurementGoesOn) {
     ASSERT_EQ(Post(R"({"serial": 0, "center": 100e6, "span": 40e6, "mode": "sweep"})")->status, 200);
     const json before = State();
-    const struct {
-        const char* body;
-        const char* control;
-        const char* text;
-    } cases[] = {
+    const struct { const char* body; const char* control; const char* text; } cases[] = {
         {R"({"center": 9e9})", "frequency", "Span outside frequency range"},
         {R"({"serial": 99999999})", "serial", "Device not found"},
         {R"({"mode": "realtime"})", "mode", "Invalid parameter provided"},  // 40 MHz is no real-time span
@@ -160,31 +162,31 @@ struct FrameReader {
         std::memcpy(&value, frame.data() + offset, sizeof value);
         return value;
     }
+    // Fields of the newest frame.
+    std::uint32_t U32(std::size_t offset) const { return At<std::uint32_t>(last, offset); }
+    double F64(std::size_t offset) const { return At<double>(last, offset); }
+    float F32(std::size_t offset) const { return At<float>(last, offset); }
 };
 
 TEST_F(LiveViewServer, StreamsWholeSweepsWithTheirPeaks) {
     ASSERT_EQ(Post(R"({"serial": 0, "center": 100e6, "span": 40e6, "mode": "sweep"})")->status, 200);
     FrameReader reader;
-    httplib::Client stream("127.0.0.1", view_->port);
-    stream.set_read_timeout(std::chrono::seconds(30));
-    stream.Get("/api/stream", Token(), [&](const char* data, std::size_t size) {
-        reader.Take(data, size);
-        return reader.last.empty() || FrameReader::At<std::uint32_t>(reader.last, 28) <
-                                          FrameReader::At<std::uint32_t>(reader.last, 24);
+    ReadStream(reader, [&] {  // until a frame with the whole sweep filled
+        return reader.last.empty() || reader.U32(28) < reader.U32(24);
     });
     ASSERT_FALSE(reader.last.empty());
     const std::string& f = reader.last;
-    const auto bins = FrameReader::At<std::uint32_t>(f, 24);
-    const double start = FrameReader::At<double>(f, 32), bin = FrameReader::At<double>(f, 40);
-    EXPECT_EQ(FrameReader::At<std::uint32_t>(f, 20), 0u);  // a sweep
+    const auto bins = reader.U32(24);
+    const double start = reader.F64(32), bin = reader.F64(40);
+    EXPECT_EQ(reader.U32(20), 0u);  // a sweep
     EXPECT_EQ(f.size(), 80 + 8 * std::size_t{bins});
     EXPECT_NEAR(start, 80e6, bin);
     EXPECT_NEAR(start + bin * bins, 120e6, bin);
     // The first unit's carrier at 100 MHz, -30 dBm, and its FM carrier at 98.1 MHz, -50 dBm.
-    EXPECT_NEAR(FrameReader::At<double>(f, 56), 100e6, 2 * bin);
-    EXPECT_NEAR(FrameReader::At<float>(f, 72), -30.0f, 1.0f);
-    EXPECT_NEAR(FrameReader::At<double>(f, 64), 98.1e6, 30e3);
-    EXPECT_NEAR(FrameReader::At<float>(f, 76), -50.0f, 3.0f);
+    EXPECT_NEAR(reader.F64(56), 100e6, 2 * bin);
+    EXPECT_NEAR(reader.F32(72), -30.0f, 1.0f);
+    EXPECT_NEAR(reader.F64(64), 98.1e6, 30e3);
+    EXPECT_NEAR(reader.F32(76), -50.0f, 3.0f);
 }
 
 TEST_F(LiveViewServer, StreamsRealTimeFramesWithThePersistenceImage) {
@@ -196,25 +198,20 @@ TEST_F(LiveViewServer, StreamsRealTimeFramesWithThePersistenceImage) {
     }
     ASSERT_EQ(started->status, 200) << started->body;
     FrameReader reader;
-    httplib::Client stream("127.0.0.1", view_->port);
-    stream.set_read_timeout(std::chrono::seconds(30));
-    stream.Get("/api/stream", Token(), [&](const char* data, std::size_t size) {
-        reader.Take(data, size);
-        return reader.sequences.size() < 2;
-    });
+    ReadStream(reader, [&] { return reader.sequences.size() < 2; });
     ASSERT_FALSE(reader.last.empty());
     const std::string& f = reader.last;
-    const auto bins = FrameReader::At<std::uint32_t>(f, 24);
-    const auto width = FrameReader::At<std::uint32_t>(f, 48), height = FrameReader::At<std::uint32_t>(f, 52);
-    const double bin = FrameReader::At<double>(f, 40);
-    EXPECT_EQ(FrameReader::At<std::uint32_t>(f, 20), 1u);
+    const auto bins = reader.U32(24);
+    const auto width = reader.U32(48), height = reader.U32(52);
+    const double bin = reader.F64(40);
+    EXPECT_EQ(reader.U32(20), 1u);
     EXPECT_EQ(height, 256u);
     ASSERT_GT(width, 0u);
     ASSERT_EQ(f.size(), 80 + 8 * std::size_t{bins} + (std::size_t{width} * height + 3) / 4 * 4);
-    EXPECT_NEAR(FrameReader::At<double>(f, 56), 100e6, 2 * bin);
-    EXPECT_NEAR(FrameReader::At<float>(f, 72), -30.0f, 1.5f);
+    EXPECT_NEAR(reader.F64(56), 100e6, 2 * bin);
+    EXPECT_NEAR(reader.F32(72), -30.0f, 1.5f);
     // The carrier's column is hit, near the top of the image (-30 dBm of -120 to -20).
-    const std::size_t column = static_cast<std::size_t>((100e6 - FrameReader::At<double>(f, 32)) / bin * width / bins);
+    const std::size_t column = static_cast<std::size_t>((100e6 - reader.F64(32)) / bin * width / bins);
     int hitRow = -1;
     for (std::size_t row = 0; row < height; ++row) {
         if (f[80 + 8 * std::size_t{bins} + row * width + column] != 0) hitRow = static_cast<int>(row);
@@ -229,10 +226,8 @@ TEST_F(LiveViewServer, APageThatFallsBehindGetsTheNewestTrace) {
     FrameReader reader;
     std::uint32_t atStallStart = 0, atStallEnd = 0;
     std::size_t receivedAtStallEnd = 0;
-    httplib::Client stream("127.0.0.1", view_->port);
     const auto start = std::chrono::steady_clock::now();
-    stream.Get("/api/stream", Token(), [&](const char* data, std::size_t size) {
-        reader.Take(data, size);
+    ReadStream(reader, [&] {
         if (atStallStart == 0 && !reader.sequences.empty()) {
             // A page busy for a second: the unit goes on meanwhile.
             atStallStart = State()["sequence"];
