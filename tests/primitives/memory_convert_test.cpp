@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <random>
 #include <vector>
 
 #include "ipps.h"
+#include "path_guard.h"
 
 namespace {
 
@@ -80,6 +82,32 @@ TEST(Convert, WidthAndScaleRules) {
     const std::vector<Ipp32s> ints{-7, 16777217};
     EXPECT_EQ(ippsConvert_32s32f(ints.data(), narrow.data(), 2), ippStsNoErr);
     EXPECT_EQ(narrow, (std::vector<Ipp32f>{-7.0f, 16777216.0f}));
+}
+
+// The device's samples on every code path: widened exactly, and counted
+// against a range with edges on both sides, at lengths that leave tails and
+// past the vector counters' flush.
+TEST(Convert, SamplesWidenAndCountOnEachCodePath) {
+    std::mt19937 random(5);
+    std::uniform_int_distribution<int> value(-32768, 32767);
+    std::vector<Ipp16s> raw(600001);
+    for (auto& v : raw) v = static_cast<Ipp16s>(value(random));
+    raw[3] = -32768;
+    raw[4] = 32767;
+    qor_test::OnEachCodePath([&](int) {
+        for (int length : {1, 7, 8, 17, 33, 600001}) {
+            SCOPED_TRACE(length);
+            std::vector<Ipp64f> wide(length);
+            ASSERT_EQ(ippsConvert_16s64f_Sfs(raw.data(), wide.data(), length, 15), ippStsNoErr);
+            for (int i = 0; i < length; ++i) ASSERT_EQ(wide[i], raw[i] / 32768.0) << i;
+            for (const auto& [lower, upper] : {std::pair<Ipp16s, Ipp16s>{-32111, 32111}, {-32768, 32767}, {5, 4}}) {
+                int count = -1;
+                ASSERT_EQ(ippsCountInRange_16s(raw.data(), length, &count, lower, upper), ippStsNoErr);
+                EXPECT_EQ(count, std::count_if(raw.begin(), raw.begin() + length,
+                                               [&](Ipp16s v) { return v >= lower && v <= upper; }));
+            }
+        }
+    });
 }
 
 TEST(Convert, BadArgumentsWriteNothing) {
