@@ -65,9 +65,8 @@ void Windowed(const FftKernels& k, const Ipp64fc* a, const Ipp64fc* w, bool conj
 // `conjugate`), taken in the first sweep where the kernels can.
 // Inlined into each entry: the many small frames of the sweeps pay no call.
 QOR_ALWAYS_INLINE void RunStockham(const StockhamPlan& plan, const FftKernels& k, const Ipp64fc* src, Ipp64fc* dst,
-                                   Ipp64fc* scratch,
-                 double scale, bool inverse, const Ipp64fc* times = nullptr, int batch = 1,
-                 const Ipp64fc* window = nullptr, bool conjugate = false) {
+                                   Ipp64fc* scratch, double scale, bool inverse, const Ipp64fc* times = nullptr,
+                                   int batch = 1, const Ipp64fc* window = nullptr, bool conjugate = false) {
     const int n = 1 << plan.order;
     // The sizes without passes of their own first: their calls are many.
     const bool inRegisters = !times && batch == 1 && ((plan.order == 3 && k.whole8) || (plan.order == 4 && k.whole16));
@@ -78,10 +77,8 @@ QOR_ALWAYS_INLINE void RunStockham(const StockhamPlan& plan, const FftKernels& k
         }
         if (plan.order == 0) {
             for (int b = 0; b < batch; ++b) dst[b] = {src[b].re * scale, src[b].im * scale};
-        } else if (plan.order == 3) {
-            k.whole8(src, dst, scale, inverse);
         } else {
-            k.whole16(src, dst, plan.twiddles, scale, inverse);
+            plan.order == 3 ? k.whole8(src, dst, scale, inverse) : k.whole16(src, dst, plan.twiddles, scale, inverse);
         }
         return;
     }
