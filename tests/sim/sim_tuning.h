@@ -88,12 +88,6 @@ inline double ToneLevel(const std::vector<std::complex<double>>& x, double b, si
     return 20.0 * std::log10(static_cast<double>(std::abs(sum)) / count);
 }
 
-inline double MeanPowerDb(const std::vector<std::complex<double>>& x) {
-    double p = 0;
-    for (const auto& v : x) p += std::norm(v);
-    return 10.0 * std::log10(p / x.size());
-}
-
 }  // namespace simtest
 
 #endif
