@@ -98,9 +98,23 @@ TEST_F(OrskTest, LoadTakesTimebaseAndFindsNoCrossingAsDefault) {
                                             {6.5023e9, 2}, {6.5025e9, 3}, {42496 * 200000.0 - 1.0, 3},
                                             {42496 * 200000.0, 4}, {9.7535e9, 4}, {9.7537e9, 5}};
     for (const auto& [f, band] : bands) EXPECT_EQ(c.BandOf(f), band) << f;
-    // Above the calibrated range the corrections hold their last point.
-    c.temperature = 25.0;
-    EXPECT_DOUBLE_EQ(c.GetCorrection(13.5e9, 1, 1, 1, 0.0, -1), c.GetCorrection(12.98e9, 1, 1, 1, 0.0, -1));
+}
+
+// The path rises 1 dB per GHz up to 12.98 GHz and 0.6 dB (gain step
+// included) per record from 10 C to 40 C; beyond both the edges hold. Below
+// 375 kHz the unit's own data lie 1 dB under the rest.
+TEST_F(OrskTest, SegmentsAndEdgesOfFrequencyAndTemperature) {
+    qor::CorrectionsOrsk& c = Loaded();
+    auto at = [&](double f, double t) {
+        c.temperature = t;
+        return c.GetCorrection(f, 1, 1, 1, 0.0, -1);
+    };
+    EXPECT_NEAR(at(374e3, 25.0) - at(376e3, 25.0), 1.0, 1e-3);
+    EXPECT_NEAR(at(12.97e9, 25.0) - at(12.98e9, 25.0), 0.01, 1e-4);
+    EXPECT_DOUBLE_EQ(at(13.5e9, 25.0), at(12.98e9, 25.0));
+    EXPECT_NEAR(at(1e9, 20.0) - at(1e9, 25.0), 0.6, 1e-4);
+    EXPECT_DOUBLE_EQ(at(1e9, -5.0), at(1e9, 10.0));
+    EXPECT_DOUBLE_EQ(at(1e9, 60.0), at(1e9, 40.0));
 }
 
 TEST_F(OrskTest, CrossoverIsWhereBand4RisesAboveBand3) {

@@ -1,4 +1,4 @@
-// The synthesizer plan: worked tunings, whose moduli follow the order of preference.
+// The synthesizer plan: the order of preferred moduli and worked tunings.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,6 +7,16 @@
 
 namespace qor {
 namespace {
+
+TEST(TuningPlan, ModuliRankSmallFactorsTwoAndThreeLater) {
+    const TuningPlan plan;
+    const int32_t head[] = {2, 5, 7, 4, 3, 11, 13, 8, 17, 19, 10, 23, 25, 9, 14,
+                            29, 31, 16, 35, 6, 37, 20, 41, 43, 22, 15, 47, 49, 26, 53};
+    for (size_t i = 0; i < std::size(head); ++i) EXPECT_EQ(head[i], plan.moduli()[i]) << "at " << i;
+    const int32_t tail[] = {972, 978, 984, 990, 996};
+    for (size_t i = 0; i < std::size(tail); ++i)
+        EXPECT_EQ(tail[i], plan.moduli()[TuningPlan::kModulusCount - std::size(tail) + i]);
+}
 
 TEST(TuningPlan, WorkedTunings) {
     struct Case {

@@ -1,88 +1,14 @@
 // Tones, images, noise and clipping as the receiver renders them, looked at
-// with a plain DFT and compared with the unit's true path gain. The analyzer's
-// synthesizer and path are programmed here from the command set.
+// with a plain DFT and compared with the unit's true path gain.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
-#include <complex>
-#include <cstdint>
-#include <vector>
 
-#include "sim_host.h"
+#include "sim_tuning.h"
 
 using namespace simtest;
 
 namespace {
-
-constexpr double kFs = 486111.1111111111;
-constexpr double kHighIfs = 22.0 * kFs;
-constexpr double kLowIfs = 6.0 * kFs;
-
-std::vector<uint8_t> SynthWord(uint32_t w) {
-    return {'L', static_cast<uint8_t>(w >> 24), static_cast<uint8_t>(w >> 16), static_cast<uint8_t>(w >> 8),
-            static_cast<uint8_t>(w)};
-}
-
-// A plain LO above 149.9 MHz: the synthesizer's divided output, nothing
-// outboard. Returns the LO the registers give.
-double TuneLo(Unit& u, double frequency) {
-    int dividerLog2 = 0;
-    double x = frequency;
-    while (x < 2.2e9) {
-        x *= 2.0;
-        ++dividerLog2;
-    }
-    const int integer = static_cast<int>(std::floor(x / 1e7));
-    const int fraction = static_cast<int>(std::floor((x - integer * 1e7) / 1e5));
-    const int modulus = 100;
-    u.Send(SynthWord(0x00000000u | (static_cast<uint32_t>(dividerLog2 * 16 + 0x86) << 16) | 0x41BC));
-    u.Send({'D', 4});
-    u.Send(SynthWord(0x08000000u | (static_cast<uint32_t>(modulus / 32 + 0x80) << 8) | (modulus % 32 * 8 + 1)));
-    u.Send(SynthWord((static_cast<uint32_t>(integer / 2) << 16) |
-                     (static_cast<uint32_t>((integer % 2 ? 0x80 : 0) + fraction / 32) << 8) | (fraction % 32 * 8)));
-    return (integer + fraction / 100.0) * 1e7 / std::ldexp(1.0, dividerLog2);
-}
-
-// Attenuator step, gain index (0 least, 2 most) and IF path.
-void SetPath(Unit& u, int atten, int gain, bool highIf, bool orsk = false, int orskBandFilter = 1) {
-    u.Send({'A', static_cast<uint8_t>(atten)});
-    const uint8_t a = gain == 1 ? 0 : gain == 2 ? 0 : 0x80;
-    const uint8_t b = gain == 2 ? 0x80 : 0;
-    u.Send({'I', 0x06, a});
-    u.Send({'I', 0x0C, b});
-    const int ifFlag = highIf ? 0 : 1;
-    u.Send({'F', static_cast<uint8_t>(orsk ? ifFlag * 16 + 8 + orskBandFilter : ifFlag)});
-}
-
-std::vector<std::complex<double>> Samples(const std::vector<uint8_t>& bytes) {
-    std::vector<std::complex<double>> out(bytes.size() / 4);
-    for (size_t i = 0; i < out.size(); ++i) {
-        const int16_t re = static_cast<int16_t>(bytes[4 * i] | bytes[4 * i + 1] << 8);
-        const int16_t im = static_cast<int16_t>(bytes[4 * i + 2] | bytes[4 * i + 3] << 8);
-        out[i] = {re / 32768.0, im / 32768.0};
-    }
-    return out;
-}
-
-std::vector<std::complex<double>> Capture(Unit& u, int blocks) {
-    u.Send({'S', static_cast<uint8_t>(blocks)});
-    u.Stream(4);
-    return Samples(u.Stream(2048u * blocks));
-}
-
-// Level in dB full scale of the complex tone at `b` Hz (long-double DFT bin at that frequency).
-double ToneLevel(const std::vector<std::complex<double>>& x, double b, size_t from = 0, size_t count = 0) {
-    if (count == 0) count = x.size() - from;
-    std::complex<long double> sum = 0;
-    const long double w = -2.0L * 3.14159265358979323846L * b / kFs;
-    for (size_t n = 0; n < count; ++n) {
-        const long double phase = w * static_cast<long double>(n);
-        sum += std::complex<long double>(x[from + n].real(), x[from + n].imag()) *
-               std::complex<long double>(std::cos(phase), std::sin(phase));
-    }
-    return 20.0 * std::log10(static_cast<double>(std::abs(sum)) / count);
-}
 
 constexpr unsigned kVelmB = 20000002;
 constexpr unsigned kOrskB = 20000004;
@@ -235,10 +161,78 @@ TEST(SimPhysics, ContinuousStreamIsPhaseContinuousAcrossBlocks) {
     EXPECT_LT(worst, 2e-3);
 }
 
-// A keyed carrier is on for its duration of each period, with soft edges.
-// (Modulated, sideband and hopping carriers are measured through the
-// library by the audio and real-time end-to-end tests.)
-TEST(SimPhysics, KeyedCarrierHasItsDutyCycleAndSoftEdges) {
+TEST(SimPhysics, AmAndFmCarriersCarryTheirTone) {
+    simbench::Signal fmCarrier = Cw(1000.03e6, -30), amCarrier = Cw(999.93e6, -30);
+    fmCarrier.kind = "fm";
+    fmCarrier.deviation = 5000;
+    fmCarrier.tone = 1000;
+    amCarrier.kind = "am";
+    amCarrier.depth = 0.5;
+    amCarrier.tone = 1000;
+    LoadBench(PhysicsBench(-250.0, {fmCarrier, amCarrier}, {}));
+    Unit u(kVelmB);
+    const double lo = TuneLo(u, 1010.7e6);
+    SetPath(u, 0, 1, true);
+    const auto x = Capture(u, 32);
+    const double fm = kHighIfs - (lo - 1000.03e6), am = kHighIfs - (lo - 999.93e6);
+    // AM at depth 0.5: sidebands 12 dB under the carrier; FM with beta 5: carrier at J0(5) = -19.7 dB.
+    EXPECT_NEAR(ToneLevel(x, am + 1000.0) - ToneLevel(x, am), -12.04, 0.3);
+    const double unmodulated = -30.0 + qorsim_path_gain(kVelmB, 1000.03e6, 0, 1, 1, 0, fm, -1, 31.5);
+    EXPECT_NEAR(ToneLevel(x, fm) - unmodulated, 20.0 * std::log10(0.1775968), 0.5);
+}
+
+// A carrier hopping over three channels, 2 ms on each: no 256-sample window
+// finds it on two channels, and over 12 rounds each channel carries it at
+// its level in a third of the windows that lie within one dwell.
+TEST(SimPhysics, HoppingCarrierTakesItsChannelsInTurn) {
+    simbench::Signal hop = Cw(0.0, -30.0);
+    hop.kind = "hop";
+    hop.frequencies = {1000.02e6, 1000.05e6, 1000.09e6};
+    hop.dwell = 0.002;
+    LoadBench(PhysicsBench(-250.0, {hop}, {}));
+    Unit u(kVelmB);
+    const double lo = TuneLo(u, 1010.7e6);
+    SetPath(u, 0, 1, true);
+    const auto x = Capture(u, 68);  // 34816 samples: 71.6 ms, 12 rounds
+    constexpr size_t kWindow = 256;
+    int on[3] = {}, windows = 0;
+    for (size_t from = 0; from + kWindow <= x.size(); from += kWindow) {
+        int carrying = 0, which = -1;
+        for (int k = 0; k < 3; ++k) {
+            const double b = kHighIfs - (lo - hop.frequencies[k]);
+            const double expected = -30.0 + qorsim_path_gain(kVelmB, hop.frequencies[k], 0, 1, 1, 0, b, -1, 31.5);
+            if (ToneLevel(x, b, from, kWindow) > expected - 1.0) ++carrying, which = k;
+        }
+        EXPECT_LE(carrying, 1) << "at sample " << from;
+        if (carrying == 1) ++on[which];
+        ++windows;
+    }
+    // A window across a change of channel carries none of them whole.
+    const int carried = on[0] + on[1] + on[2];
+    EXPECT_GT(carried, windows * 0.6);
+    for (int k = 0; k < 3; ++k) EXPECT_NEAR(on[k], carried / 3.0, carried * 0.06) << "channel " << k;
+}
+
+// A sideband signal is its tone alone, on its own side of the suppressed
+// carrier; a keyed carrier is on for its duration of each period, with soft edges.
+TEST(SimPhysics, SidebandAndKeyedCarriers) {
+    for (const char* kind : {"usb", "lsb"}) {
+        simbench::Signal sideband = Cw(1000.03e6, -30);
+        sideband.kind = kind;
+        sideband.tone = 1500;
+        LoadBench(PhysicsBench(-250.0, {sideband}, {}));
+        Unit u(kVelmB);
+        const double lo = TuneLo(u, 1010.7e6);
+        SetPath(u, 0, 1, true);
+        const auto x = Capture(u, 32);
+        const double b = kHighIfs - (lo - 1000.03e6);
+        const double side = std::string(kind) == "usb" ? 1500.0 : -1500.0;
+        const double full = -30.0 + qorsim_path_gain(kVelmB, 1000.03e6, 0, 1, 1, 0, b, -1, 31.5);
+        EXPECT_NEAR(ToneLevel(x, b + side), full, 0.3) << kind;
+        // The plain DFT of the capture leaks the tone some 45 dB into bins 1500 Hz away.
+        EXPECT_LT(ToneLevel(x, b - side), full - 40.0) << kind;
+        EXPECT_LT(ToneLevel(x, b), full - 40.0) << kind << ": the carrier is suppressed";
+    }
     simbench::Signal keyed = Cw(1000.03e6, -30);
     keyed.kind = "keyed";
     keyed.period = 0.01;

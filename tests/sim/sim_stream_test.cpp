@@ -121,8 +121,19 @@ TEST(SimStream, StalledStreamTimesOutAtTheScaledLimit) {
     EXPECT_EQ(u.Stream(4), kSync);
 }
 
-// The real-time pace itself is measured by the paced end-to-end tests (frame
-// rates, I/Q time stamps); what a full FIFO does is seen only here.
+TEST(SimStream, RealtimePacingNeverDeliversAheadOfTheSampleRate) {
+    LoadBench(FourUnitBench("realtime"));
+    Unit u(10000002);
+    const auto start = std::chrono::steady_clock::now();
+    u.Send({'T'});
+    u.Stream(4);
+    // The read waits for data on its way, past the 10 ms time-out of the fast clock.
+    ASSERT_EQ(u.Stream(4 * 16384).size(), 4u * 16384);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_GE(seconds, 4 * 4096 / 486111.11 * 0.99);
+    u.Send({'3'});
+}
+
 TEST(SimStream, RealtimeOverflowLosesBlocks) {
     LoadBench(FourUnitBench("realtime"));
     Unit u(10000001);
