@@ -3,7 +3,6 @@
 // does when these reads fail is in fetch_test.
 #include <gtest/gtest.h>
 
-
 #include "../link/link_fixture.h"
 #include "cal_images.h"
 #include "calibration_store.h"

@@ -14,14 +14,11 @@ using caltest::Image;
 namespace ot = caltest::orsk_table;
 
 constexpr double kColumnBase[5] = {0.0, 1.0, 3.0, 7.0, 15.0};
-double RecordTemperature(int r) { return -10.0 + 5.0 * r; }
 
 struct UnitShape {
     double lf0Offset = -1.0;    // the unit's own data below 375 kHz; 0 asks for the generic repair
     int band4RiseFrom = 1000;   // band 4 point from which its low-IF response rises above band 3
 };
-
-double PathValue(int r, double f, int column) { return kColumnBase[column] + 0.5 * r + f / 1e9; }
 
 Image MakeTable(const UnitShape& shape) {
     Image t(768000);
@@ -36,7 +33,7 @@ Image MakeTable(const UnitShape& shape) {
             for (int p = 0; p < seg.points; ++p) {
                 const double f = seg.start + p * seg.step;
                 for (int c = 0; c < 5; ++c) {
-                    double v = PathValue(r, f, c);
+                    double v = kColumnBase[c] + 0.5 * r + f / 1e9;
                     if (s == 0) v += shape.lf0Offset;
                     if (s == 7 && p >= shape.band4RiseFrom) v += 0.5;
                     t.F32(rec + ot::kPath + 4 * (c * ot::kColumn + seg.first + p), v);
@@ -61,7 +58,7 @@ Image MakeTable(const UnitShape& shape) {
             t.F32(rec + ot::kCurveBLevel + 4 * i, -0.5 * i);
         }
         t.F32(rec + ot::kGainStep, 10.0 + 0.1 * r);
-        t.F32(rec + ot::kTemperature, RecordTemperature(r));
+        t.F32(rec + ot::kTemperature, -10.0 + 5.0 * r);  // records 5 C apart
     }
     t.U16(ot::kOcxoDac, 0x1234);
     t.U16(ot::kTimebase, 32768 - 500);
