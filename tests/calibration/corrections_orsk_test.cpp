@@ -1,6 +1,6 @@
-// CorrectionsOrsk against a synthetic unit whose path response is a simple
-// closed form: column base + 0.5 dB per record + 1 dB per GHz, so that the
-// expected correction follows directly for any band, state and temperature.
+// CorrectionsOrsk's rules on a synthetic unit whose path response is a simple
+// closed form: column base + 0.5 dB per record + 1 dB per GHz. Its
+// corrections are checked against the instrument's true gain in true_gain_test.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -14,14 +14,11 @@ using caltest::Image;
 namespace ot = caltest::orsk_table;
 
 constexpr double kColumnBase[5] = {0.0, 1.0, 3.0, 7.0, 15.0};
-double RecordTemperature(int r) { return -10.0 + 5.0 * r; }
 
 struct UnitShape {
     double lf0Offset = -1.0;    // the unit's own data below 375 kHz; 0 asks for the generic repair
     int band4RiseFrom = 1000;   // band 4 point from which its low-IF response rises above band 3
 };
-
-double PathValue(int r, double f, int column) { return kColumnBase[column] + 0.5 * r + f / 1e9; }
 
 Image MakeTable(const UnitShape& shape) {
     Image t(768000);
@@ -36,7 +33,7 @@ Image MakeTable(const UnitShape& shape) {
             for (int p = 0; p < seg.points; ++p) {
                 const double f = seg.start + p * seg.step;
                 for (int c = 0; c < 5; ++c) {
-                    double v = PathValue(r, f, c);
+                    double v = kColumnBase[c] + 0.5 * r + f / 1e9;
                     if (s == 0) v += shape.lf0Offset;
                     if (s == 7 && p >= shape.band4RiseFrom) v += 0.5;
                     t.F32(rec + ot::kPath + 4 * (c * ot::kColumn + seg.first + p), v);
@@ -61,7 +58,7 @@ Image MakeTable(const UnitShape& shape) {
             t.F32(rec + ot::kCurveBLevel + 4 * i, -0.5 * i);
         }
         t.F32(rec + ot::kGainStep, 10.0 + 0.1 * r);
-        t.F32(rec + ot::kTemperature, RecordTemperature(r));
+        t.F32(rec + ot::kTemperature, -10.0 + 5.0 * r);  // records 5 C apart
     }
     t.U16(ot::kOcxoDac, 0x1234);
     t.U16(ot::kTimebase, 32768 - 500);
@@ -74,28 +71,6 @@ double StateValue(int highIf, int att) {
     const double* c = kColumnBase;
     if (highIf) return att == 0 ? c[0] : att == 1 ? c[1] : c[1] - c[2] + c[att + 1];
     return att == 0 ? c[0] - c[1] + c[2] : c[att + 1];
-}
-
-int ExpectedBand(double f) {
-    if (f < 150e6) return 0;
-    if (f < 4.0064e9) return 1;
-    if (f < 6.5024e9) return 2;
-    if (f < 42496 * 200000.0) return 3;  // no crossing: 8.505 GHz to a multiple of 12.8 MHz
-    if (f < 9.7536e9) return 4;
-    return 5;
-}
-
-double Rolloff(double ifOffset) { return ifOffset == 0.0 ? 0.0 : 0.582; }  // at 0 and +-50 kHz
-
-double ExpectedCorrection(double f, int att, int gain, int highIf, double ifOffset, int band, double t) {
-    f = std::min(f, 12.98e9);
-    if (band < 0) band = ExpectedBand(f);
-    const double r = std::min(std::max((t + 10.0) / 5.0, 4.0), 10.0);
-    double value = StateValue(highIf, att) + 0.5 * r + f / 1e9;
-    if (band == 0 && f < 375e3) value -= 1.0;
-    const double gainOffset = gain == 0 ? 0.0 : gain == 2 ? 22.0 + 0.1 * r : 10.0 + 0.1 * r;
-    const double ifTerm = 10 * std::log10(highIf ? 1.0 : 0.5) - Rolloff(ifOffset);
-    return -value - gainOffset + ifTerm - 3.0;
 }
 
 class OrskTest : public ::testing::Test {
@@ -111,33 +86,32 @@ protected:
     std::unique_ptr<qor::CorrectionsOrsk> corr;
 };
 
-TEST_F(OrskTest, AgreesWithTheClosedFormsEverywhere) {
-    qor::CorrectionsOrsk& c = Loaded();
-    const double frequencies[] = {50e3,  120e3, 374e3, 500e3, 990e3,  10e6,    40e6,   149e6,  1e9,  4.0063e9,
-                                  5e9,   6.6e9, 8.45e9, 8.6e9, 9.7e9,  9.76e9, 12.5e9, 12.98e9, 13.5e9};
-    const double temperatures[] = {-5.0, 10.0, 12.0, 27.5, 40.0, 45.0, 60.0};
-    for (double f : frequencies)
-        for (int att = 0; att < 4; ++att)
-            for (int gain = 0; gain < 3; ++gain)
-                for (int highIf = 0; highIf < 2; ++highIf)
-                    for (double offset : {0.0, 50000.0, -50000.0})
-                        for (double t : temperatures)
-                            for (int band : {-1, ExpectedBand(std::min(f, 12.98e9))}) {
-                                c.temperature = t;
-                                ASSERT_NEAR(c.GetCorrection(f, att, gain, highIf, offset, band),
-                                            ExpectedCorrection(f, att, gain, highIf, offset, band, t), 2e-4)
-                                    << "f " << f << " att " << att << " gain " << gain << " highIf " << highIf
-                                    << " offset " << offset << " t " << t << " band " << band;
-                            }
-}
-
 TEST_F(OrskTest, LoadTakesTimebaseAndFindsNoCrossingAsDefault) {
     qor::CorrectionsOrsk& c = Loaded();
     EXPECT_DOUBLE_EQ(c.timebaseFactor, 1.0 - 500e-9);
     EXPECT_DOUBLE_EQ(c.crossoverFrequency, 8.505e9);
     EXPECT_EQ(c.crossoverWord, 42496u);
-    EXPECT_EQ(c.BandOf(42496 * 200000.0), 4);
-    EXPECT_EQ(c.BandOf(42496 * 200000.0 - 1.0), 3);
+    const std::pair<double, int> bands[] = {{149.9e6, 0},  {150e6, 1},  {4.0063e9, 1},       {4.0065e9, 2},
+                                            {6.5023e9, 2}, {6.5025e9, 3}, {42496 * 200000.0 - 1.0, 3},
+                                            {42496 * 200000.0, 4}, {9.7535e9, 4}, {9.7537e9, 5}};
+    for (const auto& [f, band] : bands) EXPECT_EQ(c.BandOf(f), band) << f;
+}
+
+// The path rises 1 dB per GHz up to 12.98 GHz and 0.6 dB (gain step
+// included) per record from 10 C to 40 C; beyond both the edges hold. Below
+// 375 kHz the unit's own data lie 1 dB under the rest.
+TEST_F(OrskTest, SegmentsAndEdgesOfFrequencyAndTemperature) {
+    qor::CorrectionsOrsk& c = Loaded();
+    auto at = [&](double f, double t) {
+        c.temperature = t;
+        return c.GetCorrection(f, 1, 1, 1, 0.0, -1);
+    };
+    EXPECT_NEAR(at(374e3, 25.0) - at(376e3, 25.0), 1.0, 1e-3);
+    EXPECT_NEAR(at(12.97e9, 25.0) - at(12.98e9, 25.0), 0.01, 1e-4);
+    EXPECT_DOUBLE_EQ(at(13.5e9, 25.0), at(12.98e9, 25.0));
+    EXPECT_NEAR(at(1e9, 20.0) - at(1e9, 25.0), 0.6, 1e-4);
+    EXPECT_DOUBLE_EQ(at(1e9, -5.0), at(1e9, 10.0));
+    EXPECT_DOUBLE_EQ(at(1e9, 60.0), at(1e9, 40.0));
 }
 
 TEST_F(OrskTest, CrossoverIsWhereBand4RisesAboveBand3) {

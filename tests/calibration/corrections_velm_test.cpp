@@ -165,9 +165,12 @@ TEST_F(VelmTest, AgreesWithTheClosedFormsEverywhere) {
     }
 }
 
-TEST_F(VelmTest, BandOfSplitsAt150MHzAndBandArgumentOverridesIt) {
+TEST_F(VelmTest, LoadTimebaseAndBandSplit) {
     qor::CorrectionsVelm corr(qor::DeviceFamily(2), table.data(), unit.data());
-    corr.Load(nullptr);
+    EXPECT_EQ(corr.timebaseFactor, 1.0);
+    EXPECT_EQ(corr.Load(nullptr), 0);
+    EXPECT_DOUBLE_EQ(corr.timebaseFactor, 1.0 + 1000e-9);
+    EXPECT_EQ(corr.DetectorPowerRatio(1e9, 1, 41, 500, 0), 0.0);
     EXPECT_EQ(corr.BandOf(149999999.0), 0);
     EXPECT_EQ(corr.BandOf(150e6), 1);
     corr.temperature = 25.0;
@@ -184,14 +187,6 @@ TEST_F(VelmTest, FirstModelHasNoPreamplifierAndStaysSo) {
     const double with = corr.GetCorrection(50e6, 1, 1, 1, 0.0, -1);
     EXPECT_FALSE(corr.preampOn);
     EXPECT_DOUBLE_EQ(with, corr.GetCorrection(50e6, 1, 1, 1, 0.0, -1));
-}
-
-TEST_F(VelmTest, LoadTakesTheTimebaseWordOfTheUnit) {
-    qor::CorrectionsVelm corr(qor::DeviceFamily(2), table.data(), unit.data());
-    EXPECT_EQ(corr.timebaseFactor, 1.0);
-    EXPECT_EQ(corr.Load(nullptr), 0);
-    EXPECT_DOUBLE_EQ(corr.timebaseFactor, 1.0 + 1000e-9);
-    EXPECT_EQ(corr.DetectorPowerRatio(1e9, 1, 41, 500, 0), 0.0);
 }
 
 TEST(VelmSelectAttenGain, RowsAreStrictUpperLimits) {

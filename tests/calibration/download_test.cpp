@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
 
 #include "cal_folder.h"
 #include "loopback_http_server.h"
@@ -21,11 +20,8 @@ constexpr uint32_t kTable = 571616;
 // (sanitizers, parallel tests) does not stall a healthy transfer past them.
 constexpr qor::http::Timeouts kShort{1500, 1000};
 
-class DownloadTest : public ::testing::Test {
+class DownloadTest : public ::testing::Test, protected caltest::CalibrationPlace {
 protected:
-    void SetUp() override { setenv("QOR_CAL_URL", server.BaseUrl().c_str(), 1); }
-    void TearDown() override { unsetenv("QOR_CAL_URL"); }
-
     // Downloads `path` with short time-outs into a block with guard bytes
     // behind the capacity.
     bool Fetch(const std::string& path, uint32_t* size) {
@@ -39,7 +35,6 @@ protected:
     }
 
     static constexpr std::size_t kGuard = 4096;
-    LoopbackHttpServer server;
     std::vector<uint8_t> destination;
 };
 
@@ -133,10 +128,6 @@ TEST_F(DownloadTest, DeadSilentOrBrokenServersFailWithinTheTimeouts) {
     EXPECT_FALSE(timed([&] { return Fetch("/reset", &size); }));
     EXPECT_LE(size, 580000u);
 }
-
-}  // namespace
-
-namespace {
 
 TEST(FileDownload, AFileAddressServesAsAnEndpoint) {
     caltest::TempFolder root;

@@ -49,14 +49,9 @@ protected:
         ASSERT_EQ(sim->loadBenchJson(simbench::Json(bench).c_str()), 0) << sim->lastError();
         type = GetParam();
         serial = kSerialBase + type;
-        const int tableBytes =
-            sim->calibrationBlocks(serial, store.unitBlock.get(), 4096, store.tableBlock.get(), 768000);
-        ASSERT_GT(tableBytes, 0);
+        ASSERT_GT(sim->calibrationBlocks(serial, store.unitBlock.get(), 4096, store.tableBlock.get(), 768000), 0);
         const uint8_t* unit = store.unitBlock.get();
         const uint8_t* table = store.tableBlock.get();
-        if (std::all_of(unit, unit + 4096, [](uint8_t b) { return b == 0; }) &&
-            std::all_of(table, table + tableBytes, [](uint8_t b) { return b == 0; }))
-            GTEST_SKIP() << "the instrument serves no factory calibration yet";
         const qor::DeviceFamily family(static_cast<int32_t>(type));
         if (family.IsVelm())
             corr = std::make_unique<qor::CorrectionsVelm>(family, table, unit);
@@ -74,6 +69,14 @@ protected:
         corr->preampOn = p.preamp != 0;
         return corr->GetCorrection(p.f, p.att, p.gain, p.highIf, p.ifOffset, -1);
     }
+    // The preamplifier's part alone of `gain` at p: on less off.
+    template <typename Gain>
+    static double PreampPart(Point p, const Gain& gain) {
+        const double on = gain(p);
+        p.preamp = 0;
+        return on - gain(p);
+    }
+    double TruePreamp(const Point& p) { return PreampPart(p, [this](const Point& q) { return Truth(q); }); }
     // What the truth's preamplifier term moves between the temperature of p
     // and the record at which the corrections read its drift: the lower
     // record of the bracket, the last one being 11.
@@ -83,12 +86,7 @@ protected:
         while (lower < 11 && records_[lower + 1] <= p.temperature) ++lower;
         Point held = p;
         held.temperature = records_[lower];
-        auto preamp = [&](Point q) {
-            const double on = Truth(q);
-            q.preamp = 0;
-            return on - Truth(q);
-        };
-        return std::fabs(preamp(p) - preamp(held));
+        return std::fabs(TruePreamp(p) - TruePreamp(held));
     }
     // The record temperatures of the unit's table block.
     std::vector<double> RecordTemperatures() const {
@@ -137,18 +135,13 @@ protected:
     }
     // Reports the first few disagreements in full and counts the rest.
     void Compare(const Point& p, double library, double truth, double allowed) {
-        if (std::fabs(library - truth) <= allowed) return;
-        if (++failures_ <= 10)
-            ADD_FAILURE() << Describe(p) << ": library " << library << ", truth " << truth << ", allowed " << allowed;
+        if (std::fabs(library - truth) <= allowed || ++failures_ > 10) return;
+        ADD_FAILURE() << "type " << type << " f " << p.f << " att " << p.att << " gain " << p.gain << " highIf "
+                      << p.highIf << " preamp " << p.preamp << " ifOffset " << p.ifOffset << " T " << p.temperature
+                      << ": library " << library << ", truth " << truth << ", allowed " << allowed;
     }
     void TearDown() override {
         if (failures_ > 10) ADD_FAILURE() << failures_ << " disagreements in all";
-    }
-    std::string Describe(const Point& p) const {
-        return "type " + std::to_string(type) + " f " + std::to_string(p.f) + " att " + std::to_string(p.att) +
-               " gain " + std::to_string(p.gain) + " highIf " + std::to_string(p.highIf) + " preamp " +
-               std::to_string(p.preamp) + " ifOffset " + std::to_string(p.ifOffset) + " T " +
-               std::to_string(p.temperature);
     }
     // Every attenuator, gain, IF and preamplifier state.
     void ForEachState(const std::function<void(int, int, int, int)>& body) const {
@@ -210,15 +203,10 @@ using PreampTrueGainTest = TrueGainTest;
 using DriftTrueGainTest = TrueGainTest;
 
 TEST_P(PreampTrueGainTest, AgreesOnThePreampRollOff) {
-    // The preamplifier's part alone, on less off: it leaves out the response,
-    // which the corrections extrapolate below 1 MHz.
-    auto preamp = [&](Point p, const std::function<double(const Point&)>& gain) {
-        const double on = gain(p);
-        p.preamp = 0;
-        return on - gain(p);
-    };
-    auto truth = [&](const Point& p) { return preamp(p, [&](const Point& q) { return Truth(q); }); };
-    auto library = [&](const Point& p) { return preamp(p, [&](const Point& q) { return Library(q); }); };
+    // The preamplifier's part alone leaves out the response, which the
+    // corrections extrapolate below 1 MHz.
+    auto truth = [&](const Point& p) { return TruePreamp(p); };
+    auto library = [&](const Point& p) { return PreampPart(p, [this](const Point& q) { return Library(q); }); };
     for (double t : {records_.front(), records_.back()})
         for (int highIf = 0; highIf < 2; ++highIf)
             for (double f = 0.0; f < 1e6; f += 50e3) {
@@ -231,33 +219,22 @@ TEST_P(PreampTrueGainTest, AgreesOnThePreampRollOff) {
 }
 
 TEST_P(DriftTrueGainTest, AgreesBetweenAndBeyondTheTemperatureRecords) {
-    const std::vector<double>& records = records_;
-    ASSERT_GE(records.size(), 2u);
+    const std::vector<double>& r = records_;
+    ASSERT_GE(r.size(), 2u);
+    const std::size_t n = r.size();
     for (double f : {3e6, 700e6, 2.2e9, 5.5e9, 9e9}) {
         if (type <= 2 && f > 4.4e9) continue;
         ForEachState([&](int att, int gain, int highIf, int preamp) {
-            for (std::size_t r = 0; r + 1 < records.size(); r += 2) {
-                const double a = records[r], b = records[r + 1];
-                CheckBetween({f, att, gain, highIf, preamp, 0.0, a}, {f, att, gain, highIf, preamp, 0.0, 0.6 * a + 0.4 * b},
-                             {f, att, gain, highIf, preamp, 0.0, b}, 0.4);
-            }
+            auto at = [&](double t) { return Point{f, att, gain, highIf, preamp, 0.0, t}; };
+            auto check = [&](double ta, double t, double tb) {
+                CheckBetween(at(ta), at(t), at(tb), ta == tb ? 0.0 : (t - ta) / (tb - ta));
+            };
+            for (std::size_t k = 0; k + 1 < n; k += 2) check(r[k], 0.6 * r[k] + 0.4 * r[k + 1], r[k + 1]);
             // Beyond the records: the 4.4 GHz family extrapolates the last
             // stretch, the 12.4 GHz family holds its edge record.
-            const std::size_t n = records.size();
-            const double below = records[0] - 8.0, above = records[n - 1] + 8.0;
-            if (type == 2) {
-                CheckBetween({f, att, gain, highIf, preamp, 0.0, records[0]}, {f, att, gain, highIf, preamp, 0.0, below},
-                             {f, att, gain, highIf, preamp, 0.0, records[1]},
-                             (below - records[0]) / (records[1] - records[0]));
-                CheckBetween({f, att, gain, highIf, preamp, 0.0, records[n - 2]},
-                             {f, att, gain, highIf, preamp, 0.0, above}, {f, att, gain, highIf, preamp, 0.0, records[n - 1]},
-                             (above - records[n - 2]) / (records[n - 1] - records[n - 2]));
-            } else {
-                const Point edgeLow{f, att, gain, highIf, preamp, 0.0, records[0]};
-                const Point edgeHigh{f, att, gain, highIf, preamp, 0.0, records[n - 1]};
-                CheckBetween(edgeLow, {f, att, gain, highIf, preamp, 0.0, below}, edgeLow, 0.0);
-                CheckBetween(edgeHigh, {f, att, gain, highIf, preamp, 0.0, above}, edgeHigh, 0.0);
-            }
+            const bool extrapolates = type == 2;
+            check(r[0], r[0] - 8.0, extrapolates ? r[1] : r[0]);
+            check(extrapolates ? r[n - 2] : r[n - 1], r[n - 1] + 8.0, r[n - 1]);
         });
     }
 }

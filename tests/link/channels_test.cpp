@@ -6,8 +6,16 @@
 namespace qor::test {
 namespace {
 
-TEST(Channels, PairsUnitsWhateverTheOrderOfTheirChannels) {
+// A bus without units; the clock sped up for the pauses of an open.
+class Channels : public ::testing::Test {
+protected:
+    void SetUp() override { os::SetClockScale(1000.0); }
+    void TearDown() override { os::SetClockScale(1.0); }
     FakeBus bus;
+    AnalyzerLink link{FakeBus::Table()};
+};
+
+TEST_F(Channels, PairsUnitsWhateverTheOrderOfTheirChannels) {
     bus.AddChannel("22222222", "Tarven Works B");
     bus.AddChannel("11111111", "Tarven Works A");
     bus.AddChannel("33333333", "Tarven Works B");
@@ -16,8 +24,6 @@ TEST(Channels, PairsUnitsWhateverTheOrderOfTheirChannels) {
     bus.AddChannel("11111111", "Tarven Works B");
     bus.AddChannel("33333333123", "Tarven Works A extra");  // serial and description cut to 8 and 14
     bus.AddChannel("55555555", "Other Maker A");
-
-    AnalyzerLink link(FakeBus::Table());
     int serials[8], stream[8], command[8];
     int pairs = 0;
     int channels = static_cast<int>(link.RefreshDeviceList());
@@ -35,33 +41,23 @@ TEST(Channels, PairsUnitsWhateverTheOrderOfTheirChannels) {
     EXPECT_EQ(2, command[2]);
 }
 
-TEST(Channels, UnitsAreOpenedByTheirSerialOnFreshIndices) {
-    os::SetClockScale(1000.0);
-    FakeBus bus;
+TEST_F(Channels, UnitsAreOpenedByTheirSerialOnFreshIndices) {
     bus.AddChannel("22222222", "Tarven Works B");
     bus.AddChannel("11111111", "Tarven Works A");
     bus.AddChannel("22222222", "Tarven Works A");
     bus.AddChannel("11111111", "Tarven Works B");
-    AnalyzerLink link(FakeBus::Table());
     EXPECT_EQ(AnalyzerLink::OpenResult::NotListed, link.OpenUnit(33333333));
     EXPECT_EQ(AnalyzerLink::OpenResult::Opened, link.OpenUnit(22222222));
     EXPECT_EQ((std::vector<std::string>{"Open 2", "Open 0"}),
               std::vector<std::string>(bus.calls.begin(), bus.calls.begin() + 2));
-    os::SetClockScale(1.0);
+    // Serials that are not decimal count as zero.
+    for (const auto& [text, serial] : {std::pair<const char*, int>{"12345678", 12345678}, {"1234", 1234},
+                                       {"1234x678", 0}, {"", 0}})
+        EXPECT_EQ(serial, DecimalSerial(text)) << text;
 }
 
-TEST(Channels, SerialsThatAreNotDecimalCountAsZero) {
-    EXPECT_EQ(12345678, DecimalSerial("12345678"));
-    EXPECT_EQ(1234, DecimalSerial("1234"));
-    EXPECT_EQ(0, DecimalSerial("1234x678"));
-    EXPECT_EQ(0, DecimalSerial(""));
-}
-
-TEST(Channels, OpenConfiguresBothChannelsAndResetsTheUnit) {
-    os::SetClockScale(1000.0);
-    FakeBus bus;
+TEST_F(Channels, OpenConfiguresBothChannelsAndResetsTheUnit) {
     bus.AddUnit(kSerial);
-    AnalyzerLink link(FakeBus::Table());
     ASSERT_TRUE(link.Open(0, 1));
     const std::vector<std::string> calls = {"Open 0",          "Open 1",           "Baud 12345678B 46667",
                                             "Timeouts 12345678B 5000 5000", "Timeouts 12345678A 1000 1000",
@@ -74,10 +70,9 @@ TEST(Channels, OpenConfiguresBothChannelsAndResetsTheUnit) {
                                        {0x4C, 0x08, 0x00, 0x83, 0x21, 0xC0}};
     EXPECT_EQ(frames, bus.writes);
     EXPECT_TRUE(link.Open(0, 1)) << "an open link says so";
-    os::SetClockScale(1.0);
 }
 
-TEST(Channels, OpenRetriesTheStreamChannelTenTimes) {
+TEST(ChannelsOpen, RetriesTheStreamChannelTenTimes) {
     os::SetClockScale(1000.0);
     for (const int refusals : {9, 10}) {
         FakeBus bus;
@@ -91,11 +86,9 @@ TEST(Channels, OpenRetriesTheStreamChannelTenTimes) {
     os::SetClockScale(1.0);
 }
 
-TEST(Channels, AFailedCommandChannelLeavesNothingOpen) {
-    FakeBus bus;
+TEST_F(Channels, AFailedCommandChannelLeavesNothingOpen) {
     bus.AddUnit(kSerial);
     bus.CommandOf(kSerial).failOpens = 1;
-    AnalyzerLink link(FakeBus::Table());
     EXPECT_FALSE(link.Open(0, 1));
     EXPECT_FALSE(link.IsOpen());
     EXPECT_FALSE(bus.StreamOf(kSerial).open);

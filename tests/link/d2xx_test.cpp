@@ -23,11 +23,8 @@ namespace {
     std::exit(ok ? 0 : 1);
 }
 
-TEST(D2xxTableDeathTest, NoLibraryMeansNoUnits) {
+TEST(D2xxTableDeathTest, NoLibraryOrOneWithoutTheFunctionsMeansNoUnits) {
     EXPECT_EXIT(CheckEmptyBusWith("/nonexistent/libnothing.so", "libnothing.so"), ::testing::ExitedWithCode(0), "");
-}
-
-TEST(D2xxTableDeathTest, ALibraryWithoutTheFunctionsIsNotUsed) {
     EXPECT_EXIT(CheckEmptyBusWith("libm.so.6", "missing symbol FT_CreateDeviceInfoList"),
                 ::testing::ExitedWithCode(0), "");
 }

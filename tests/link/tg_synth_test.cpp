@@ -36,47 +36,38 @@ std::vector<uint8_t> OrskMemory(uint8_t level) {
     return e;
 }
 
-struct CodeCase {
-    double frequency, amplitude;
-    int previous, code;
-};
-
-TEST(TgCodes, VelmSearch) {
-    // Level -5 dB: from 28 MHz the base is less 0.7 dB and plus f x 1e-10.
-    const std::vector<uint8_t> e = VelmMemory(-500);
-    const CodeCase cases[] = {
-        {1e9, -20.0, -1, 14},   // base -5.6: 14.4 dB to go, 14 is nearer than 15
-        {1e9, -20.0, 15, 15},   // 15 is 0.6 off, less the bonus of the code in use
-        {1e9, -20.0, 13, 14},   // 13 is 1.4 off, 0.7 even with the bonus: 14 stays better
-        {10e6, -19.5, -1, 14},  // a tie of 0.5 and 0.5: the lower code
-        {1e9, -5.0, -1, 0},     // above what code 0 gives
-        {1e9, -45.0, -1, 31},   // below what code 31 gives
-        {10e6, -20.0, -1, 15},  // below 28 MHz no adjustment: 15 dB under -5
-        {3e9, -20.0, -1, 15},   // base -5.4: 14.6 to go
+TEST(TgCodes, SearchesOfBothFamilies) {
+    // 4.4 GHz family at level -5 dB: from 28 MHz the base is less 0.7 dB and
+    // plus f x 1e-10. 12.4 GHz family at level byte 100, -10 dB, to which the
+    // model adds 8 dB: code c gives -2 - c / 2 dB less the band's adjustment.
+    const std::vector<uint8_t> velm = VelmMemory(-500), orsk = OrskMemory(100);
+    const struct {
+        bool orsk;
+        double frequency, amplitude;
+        int previous, code;
+    } cases[] = {
+        {false, 1e9, -20.0, -1, 14},   // base -5.6: 14.4 dB to go, 14 is nearer than 15
+        {false, 1e9, -20.0, 15, 15},   // 15 is 0.6 off, less the bonus of the code in use
+        {false, 1e9, -20.0, 13, 14},   // 13 is 1.4 off, 0.7 even with the bonus: 14 stays better
+        {false, 10e6, -19.5, -1, 14},  // a tie of 0.5 and 0.5: the lower code
+        {false, 1e9, -5.0, -1, 0},     // above what code 0 gives
+        {false, 1e9, -45.0, -1, 31},   // below what code 31 gives
+        {false, 10e6, -20.0, -1, 15},  // below 28 MHz no adjustment: 15 dB under -5
+        {false, 3e9, -20.0, -1, 15},   // base -5.4: 14.6 to go
+        {true, 1e9, -20.0, -1, 35},    // -2.7 - c/2: 34.6 -> 35 (0.2 off) beats 34 (0.3 off)
+        {true, 1e9, -20.0, 34, 34},    // the code in use, 0.3 - 0.7
+        {true, 1e9, -20.0, 36, 36},    // 35 is only 0.5 nearer than the code in use
+        {true, 2.7e9, -20.0, -1, 35},  // adjustment 0.5 between 2.2 and 3.2 GHz: 35 exactly
+        {true, 8e9, -20.0, -1, 35},    // from 7.2 GHz 0.7 again
+        {true, 5e9, -20.0, -1, 35},    // from 3.2 GHz 0.3: 35.4 -> 35
+        {true, 200e3, -20.0, -1, 36},  // below 250 kHz 0.2 up: 36.4 -> 36
+        {true, 100e3, -20.0, -1, 37},  // below 150 kHz 0.4 up: 36.8 -> 37
     };
-    for (const CodeCase& c : cases) {
-        EXPECT_EQ(c.code, VelmTgCode(e.data(), c.frequency, c.amplitude, c.previous))
-            << c.frequency << " Hz, " << c.amplitude << " dBm, previous " << c.previous;
-    }
-}
-
-TEST(TgCodes, OrskSearch) {
-    // Level byte 100: -10 dB, and the model adds 8 dB, so code c gives
-    // -2 - c / 2 dB less the band's adjustment.
-    const std::vector<uint8_t> e = OrskMemory(100);
-    const CodeCase cases[] = {
-        {1e9, -20.0, -1, 35},    // -2.7 - c/2: 34.6 → 35 (0.2 off) beats 34 (0.3 off)
-        {1e9, -20.0, 34, 34},    // the code in use, 0.3 - 0.7
-        {1e9, -20.0, 36, 36},    // 35 is only 0.5 nearer than the code in use
-        {2.7e9, -20.0, -1, 35},  // adjustment 0.5 between 2.2 and 3.2 GHz: 35 exactly
-        {8e9, -20.0, -1, 35},    // from 7.2 GHz 0.7 again
-        {5e9, -20.0, -1, 35},    // from 3.2 GHz 0.3: 35.4 → 35
-        {200e3, -20.0, -1, 36},  // below 250 kHz 0.2 up: 36.4 → 36
-        {100e3, -20.0, -1, 37},  // below 150 kHz 0.4 up: 36.8 → 37
-    };
-    for (const CodeCase& c : cases) {
-        EXPECT_EQ(c.code, OrskTgCode(e.data(), c.frequency, c.amplitude, c.previous))
-            << c.frequency << " Hz, " << c.amplitude << " dBm, previous " << c.previous;
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.code, c.orsk ? OrskTgCode(orsk.data(), c.frequency, c.amplitude, c.previous)
+                                 : VelmTgCode(velm.data(), c.frequency, c.amplitude, c.previous))
+            << (c.orsk ? "12.4 GHz family, " : "4.4 GHz family, ") << c.frequency << " Hz, " << c.amplitude
+            << " dBm, previous " << c.previous;
     }
 }
 

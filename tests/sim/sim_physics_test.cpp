@@ -25,6 +25,20 @@ simbench::Bench PhysicsBench(double noiseFloor, const Signals& velmSignals, cons
     return bench;
 }
 
+// What the 4.4 GHz unit captures of `signals` in `blocks` through the high IF,
+// attenuator 0 and gain `gain`, with its LO at 1010.7 MHz.
+struct Look {
+    std::vector<std::complex<double>> x;
+    double lo;
+};
+Look HighIfCapture(const Signals& signals, int gain, int blocks) {
+    LoadBench(PhysicsBench(-250.0, signals, {}));
+    Unit u(kVelmB);
+    const double lo = TuneLo(u, 1010.7e6);
+    SetPath(u, 0, gain, true);
+    return {Capture(u, blocks), lo};
+}
+
 }  // namespace
 
 TEST(SimPhysics, ToneLandsAtItsOffsetAndLevelOnBothIfsAndBothSides) {
@@ -131,11 +145,7 @@ TEST(SimPhysics, NoiseDensityMatchesTheFloorThroughTheIfFilter) {
 }
 
 TEST(SimPhysics, ClipsAtFullScale) {
-    LoadBench(PhysicsBench(-250.0, {Cw(1000.03e6, 15.0)}, {}));
-    Unit u(kVelmB);
-    TuneLo(u, 1010.7e6);
-    SetPath(u, 0, 2, true);
-    const auto x = Capture(u, 2);
+    const auto x = HighIfCapture({Cw(1000.03e6, 15.0)}, 2, 2).x;
     double peak = 0;
     int railed = 0;
     for (const auto& v : x) {
@@ -169,11 +179,7 @@ TEST(SimPhysics, AmAndFmCarriersCarryTheirTone) {
     amCarrier.kind = "am";
     amCarrier.depth = 0.5;
     amCarrier.tone = 1000;
-    LoadBench(PhysicsBench(-250.0, {fmCarrier, amCarrier}, {}));
-    Unit u(kVelmB);
-    const double lo = TuneLo(u, 1010.7e6);
-    SetPath(u, 0, 1, true);
-    const auto x = Capture(u, 32);
+    const auto [x, lo] = HighIfCapture({fmCarrier, amCarrier}, 1, 32);
     const double fm = kHighIfs - (lo - 1000.03e6), am = kHighIfs - (lo - 999.93e6);
     // AM at depth 0.5: sidebands 12 dB under the carrier; FM with beta 5: carrier at J0(5) = -19.7 dB.
     EXPECT_NEAR(ToneLevel(x, am + 1000.0) - ToneLevel(x, am), -12.04, 0.3);
@@ -189,11 +195,7 @@ TEST(SimPhysics, HoppingCarrierTakesItsChannelsInTurn) {
     hop.kind = "hop";
     hop.frequencies = {1000.02e6, 1000.05e6, 1000.09e6};
     hop.dwell = 0.002;
-    LoadBench(PhysicsBench(-250.0, {hop}, {}));
-    Unit u(kVelmB);
-    const double lo = TuneLo(u, 1010.7e6);
-    SetPath(u, 0, 1, true);
-    const auto x = Capture(u, 68);  // 34816 samples: 71.6 ms, 12 rounds
+    const auto [x, lo] = HighIfCapture({hop}, 1, 68);  // 34816 samples: 71.6 ms, 12 rounds
     constexpr size_t kWindow = 256;
     int on[3] = {}, windows = 0;
     for (size_t from = 0; from + kWindow <= x.size(); from += kWindow) {
@@ -220,11 +222,7 @@ TEST(SimPhysics, SidebandAndKeyedCarriers) {
         simbench::Signal sideband = Cw(1000.03e6, -30);
         sideband.kind = kind;
         sideband.tone = 1500;
-        LoadBench(PhysicsBench(-250.0, {sideband}, {}));
-        Unit u(kVelmB);
-        const double lo = TuneLo(u, 1010.7e6);
-        SetPath(u, 0, 1, true);
-        const auto x = Capture(u, 32);
+        const auto [x, lo] = HighIfCapture({sideband}, 1, 32);
         const double b = kHighIfs - (lo - 1000.03e6);
         const double side = std::string(kind) == "usb" ? 1500.0 : -1500.0;
         const double full = -30.0 + qorsim_path_gain(kVelmB, 1000.03e6, 0, 1, 1, 0, b, -1, 31.5);
@@ -238,11 +236,7 @@ TEST(SimPhysics, SidebandAndKeyedCarriers) {
     keyed.period = 0.01;
     keyed.duration = 0.005;
     keyed.rise = 0.0005;
-    LoadBench(PhysicsBench(-250.0, {keyed}, {}));
-    Unit u(kVelmB);
-    TuneLo(u, 1010.7e6);
-    SetPath(u, 0, 1, true);
-    const auto x = Capture(u, 38);  // four periods
+    const auto x = HighIfCapture({keyed}, 1, 38).x;  // four periods
     double peak = 0.0;
     for (const auto& v : x) peak = std::max(peak, std::abs(v));
     int on = 0, edge = 0;

@@ -8,47 +8,19 @@
 
 using namespace simtest;
 
-TEST(SimBus, ListsBothChannelsOfEachUnitWithExactNames) {
-    LoadBench(FourUnitBench());
-    const auto list = List();
-    ASSERT_EQ(list.size(), 8u);
-    EXPECT_EQ(list[0].description, "Tarven Works A");
-    EXPECT_EQ(list[0].serial, "10000001A");
-    EXPECT_EQ(list[1].description, "Tarven Works B");
-    EXPECT_EQ(list[1].serial, "10000001B");
-    for (const auto& e : list) EXPECT_EQ(e.flags & FT_FLAGS_OPENED, 0u);
-    // An open channel tells its own serial and description.
-    Unit u(10000003);
-    ASSERT_TRUE(u.Ok());
-    char serial[16] = {}, description[64] = {};
-    FT_DEVICE type = 0;
-    DWORD id = 0;
-    ASSERT_EQ(FT_GetDeviceInfo(u.command, &type, &id, serial, description, nullptr), FT_OK);
-    EXPECT_STREQ(serial, "10000003B");
-    EXPECT_STREQ(description, "Tarven Works B");
-}
-
-TEST(SimBus, MixedOrderAndAChannelHeldElsewhere) {
+// The channels' names, the list orders and hidden units, unplugging and
+// replugging are checked through the library's open and unplug tests.
+TEST(SimBus, AChannelHeldElsewhereOpensOnlyOnceReleased) {
     simbench::Bench bench;
-    bench.pacing = "realtime";
-    bench.listOrder = "mixed";
-    bench.units = {simbench::Unit(42, 2), simbench::Unit(43, 4).HeldElsewhere()};
+    bench.units = {simbench::Unit(43, 4).HeldElsewhere()};
     LoadBench(bench);
-    const auto list = List();
-    ASSERT_EQ(list.size(), 4u);
-    EXPECT_EQ(list[0].serial, "00000042A");
-    EXPECT_EQ(list[1].serial, "00000043A");
-    EXPECT_EQ(list[2].serial, "00000043B");
-    EXPECT_EQ(list[3].serial, "00000042B");
-    EXPECT_EQ(list[0].flags & FT_FLAGS_OPENED, 0u);
-    EXPECT_EQ(list[1].flags & FT_FLAGS_OPENED, 1u);
-    EXPECT_EQ(list[2].flags & FT_FLAGS_OPENED, 0u);
+    EXPECT_EQ(List()[0].flags & FT_FLAGS_OPENED, 1u);
     FT_HANDLE h = nullptr;
-    EXPECT_NE(FT_Open(1, &h), FT_OK);
+    EXPECT_NE(FT_Open(0, &h), FT_OK);
     ASSERT_EQ(qorsim_hold_stream_channel(43, 0), 0);
-    ASSERT_EQ(FT_Open(1, &h), FT_OK);
-    EXPECT_EQ(List()[1].flags & FT_FLAGS_OPENED, 1u); // open by us now
-    EXPECT_NE(FT_Open(1, &h), FT_OK);                 // and not twice
+    ASSERT_EQ(FT_Open(0, &h), FT_OK);
+    EXPECT_EQ(List()[0].flags & FT_FLAGS_OPENED, 1u); // open by us now
+    EXPECT_NE(FT_Open(0, &h), FT_OK);                 // and not twice
     FT_Close(h);
 }
 
@@ -88,28 +60,16 @@ TEST(SimFirmware, CommandLogKeepsDecodedPayloadsAndWireBytes) {
               (std::vector<uint8_t>{'N', 0xDB, 0xDC, 0x00, 0xDB, 0xDD, 0x01, 0xC0, 0xC0}));
 }
 
-TEST(SimBus, PortCycleReenumeratesAndUnplugFails) {
+TEST(SimBus, PortCycleReenumerates) {
     LoadBench(FourUnitBench());
-    {
-        Unit u(10000001);
-        ASSERT_TRUE(u.Ok());
-        ASSERT_EQ(FT_CyclePort(u.stream), FT_OK);
-        uint8_t frame[2] = {'V', 0xC0};
-        DWORD written = 0;
-        EXPECT_EQ(FT_Write(u.command, frame, 2, &written), FT_IO_ERROR); // stale after the cycle
-        EXPECT_EQ(List().size(), 6u);          // gone while it re-enumerates (15 ms on the fast clock)
-        std::this_thread::sleep_for(std::chrono::milliseconds(30));
-        EXPECT_EQ(List().size(), 8u);
-    }
-    Unit u(10000004);
+    Unit u(10000001);
     ASSERT_TRUE(u.Ok());
-    qorsim_unplug(10000004, 0.0);
-    uint8_t buffer[4];
-    DWORD got = 7;
-    EXPECT_EQ(FT_Read(u.command, buffer, 4, &got), FT_IO_ERROR);
-    EXPECT_EQ(got, 0u);
-    EXPECT_EQ(List().size(), 6u);
-    qorsim_replug(10000004);
+    ASSERT_EQ(FT_CyclePort(u.stream), FT_OK);
+    uint8_t frame[2] = {'V', 0xC0};
+    DWORD written = 0;
+    EXPECT_EQ(FT_Write(u.command, frame, 2, &written), FT_IO_ERROR); // stale after the cycle
+    EXPECT_EQ(List().size(), 6u);          // gone while it re-enumerates (15 ms on the fast clock)
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
     EXPECT_EQ(List().size(), 8u);
 }
 

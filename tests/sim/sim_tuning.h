@@ -21,9 +21,9 @@ inline std::vector<uint8_t> SynthWord(uint32_t w) {
             static_cast<uint8_t>(w)};
 }
 
-// A plain LO: the synthesizer's direct output above 149.9 MHz, the divided path
-// below (or always, when asked). Returns the LO the registers give.
-inline double TuneLo(Unit& u, double frequency, bool divided = false) {
+// A plain LO above 149.9 MHz: the synthesizer's divided output, nothing
+// outboard. Returns the LO the registers give.
+inline double TuneLo(Unit& u, double frequency) {
     int dividerLog2 = 0;
     double x = frequency;
     while (x < 2.2e9) {
@@ -33,15 +33,8 @@ inline double TuneLo(Unit& u, double frequency, bool divided = false) {
     const int integer = static_cast<int>(std::floor(x / 1e7));
     const int fraction = static_cast<int>(std::floor((x - integer * 1e7) / 1e5));
     const int modulus = 100;
-    int s = dividerLog2, d = 4;
-    if (frequency <= 1.499e8 || divided) {
-        const int r = dividerLog2 - 3;
-        d = 0;
-        s = 1;
-        while (r > 1 && d + s < r) (d < 3 ? d : s) += 1;
-    }
-    u.Send(SynthWord(0x00000000u | (static_cast<uint32_t>(s * 16 + 0x86) << 16) | 0x41BC));
-    u.Send({'D', static_cast<uint8_t>(d)});
+    u.Send(SynthWord(0x00000000u | (static_cast<uint32_t>(dividerLog2 * 16 + 0x86) << 16) | 0x41BC));
+    u.Send({'D', 4});
     u.Send(SynthWord(0x08000000u | (static_cast<uint32_t>(modulus / 32 + 0x80) << 8) | (modulus % 32 * 8 + 1)));
     u.Send(SynthWord((static_cast<uint32_t>(integer / 2) << 16) |
                      (static_cast<uint32_t>((integer % 2 ? 0x80 : 0) + fraction / 32) << 8) | (fraction % 32 * 8)));
@@ -86,12 +79,6 @@ inline double ToneLevel(const std::vector<std::complex<double>>& x, double b, si
                std::complex<long double>(std::cos(phase), std::sin(phase));
     }
     return 20.0 * std::log10(static_cast<double>(std::abs(sum)) / count);
-}
-
-inline double MeanPowerDb(const std::vector<std::complex<double>>& x) {
-    double p = 0;
-    for (const auto& v : x) p += std::norm(v);
-    return 10.0 * std::log10(p / x.size());
 }
 
 }  // namespace simtest
