@@ -105,15 +105,27 @@ TEST_F(Diagnostics, SelfTestPassesWithTheUnitsOwnSource) {
     }
 }
 
-TEST_F(Diagnostics, SelfTestWithoutSourceStopsTheModeAndRefuses) {
-    for (int type : {1, 3}) {
+// What a type lacks is refused: the self-test without a source, the
+// references it has not, the IF output of the small family. The type and
+// null tests come before a self-test's abort.
+TEST_F(Diagnostics, CallsTheTypeLacksAreRefused) {
+    for (int type : {1, 2, 3}) {
+        SCOPED_TRACE(testing::Message() << "type " << type);
         const int device = OpenType(type);
+        EXPECT_EQ(qorInvalidDeviceErr, qorSetTimebase(device, type == 3 ? 2 : 1));
+        EXPECT_TRUE(Commands(kSerialOf[type]).empty());
+        if (type == 3) { EXPECT_EQ(qorNoError, qorSetTimebase(device, 1)) << "type 3 still gives its reference out"; }
         StartSweep(device);
+        if (type == 2) {
+            EXPECT_EQ(qorInvalidDeviceErr, qorConfigIFOutput(device, 1e9, 3.6e7, 0, 0));
+            EXPECT_TRUE(Sweeping(device));
+            continue;
+        }
         EXPECT_EQ(qorNullPtrErr, qorSelfTest(device, nullptr));
-        EXPECT_TRUE(Sweeping(device)) << "the null test comes before the abort";
+        EXPECT_TRUE(Sweeping(device));
         SelfTestResults r{};
-        EXPECT_EQ(qorInvalidDeviceErr, qorSelfTest(device, &r)) << "type " << type;
-        EXPECT_FALSE(Sweeping(device)) << "type " << type;
+        EXPECT_EQ(qorInvalidDeviceErr, qorSelfTest(device, &r));
+        EXPECT_FALSE(Sweeping(device));
         EXPECT_EQ(0, Count(Commands(kSerialOf[type]), {'O', 1}));
     }
 }
@@ -153,18 +165,6 @@ TEST_F(Diagnostics, ExternalReferenceMissingThenPresent) {
         const unsigned char select = type == 4 ? 3 : 1;
         EXPECT_EQ((std::vector<Payload>{{'C', 2}, {'C', select}}), Commands(serial));
         EXPECT_EQ(1.0, Factor(device)) << "an external reference is exact";
-    }
-}
-
-TEST_F(Diagnostics, ReferenceChoicesTheTypeLacks) {
-    struct Case {
-        int type, timebase;
-    } cases[] = {{1, 1}, {2, 1}, {3, 2}};
-    for (const Case& c : cases) {
-        const int device = OpenType(c.type);
-        EXPECT_EQ(qorInvalidDeviceErr, qorSetTimebase(device, c.timebase)) << c.type << " " << c.timebase;
-        EXPECT_TRUE(Commands(kSerialOf[c.type]).empty());
-        if (c.type == 3) { EXPECT_EQ(qorNoError, qorSetTimebase(device, 1)) << "type 3 still gives its reference out"; }
     }
 }
 
@@ -268,13 +268,6 @@ TEST_F(Diagnostics, AbortReleasesTheIFOutputOnce) {
     TheSim()->clearCommandLog(kOrskA);
     EXPECT_EQ(qorNoError, qorAbort(device));
     EXPECT_TRUE(Commands(kOrskA).empty());
-}
-
-TEST_F(Diagnostics, IFOutputOnTheSmallFamilyLeavesTheModeRunning) {
-    const int device = OpenType(2);
-    StartSweep(device);
-    EXPECT_EQ(qorInvalidDeviceErr, qorConfigIFOutput(device, 1e9, 3.6e7, 0, 0));
-    EXPECT_TRUE(Sweeping(device)) << "the type test comes before the abort";
 }
 
 }  // namespace

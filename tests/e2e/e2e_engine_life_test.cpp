@@ -1,14 +1,8 @@
-// Every engine through its life on the virtual instrument. A unit unplugged
-// at any point: during the open, before the first block, while a caller waits
-// for data, and between two gets; every call that was waiting returns within
-// a second, every later get says -11, abort and close are prompt, the serial
-// leaves the list, the unit plugged back opens again in the same process, the
-// engine's threads are gone, and no calibration file is left half written.
-// Leaving a mode while another thread waits in the engine: the waiter comes
-// back promptly with a status that says what happened, and nothing touches an
-// engine after it is freed (the sanitizer builds run this suite too); an
-// engine that cannot get its memory. Eight units driven by eight threads at
-// once, beside a thread that lists the bus all the while.
+// Every engine through its life: a unit unplugged at any point, a mode left
+// while another thread waits in it, an engine without memory, and eight units
+// driven by eight threads at once. Waiters come back promptly with a status
+// that says what happened, and nothing touches an engine after it is freed
+// (the sanitizer builds run this suite too).
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 

@@ -1,8 +1,6 @@
-// Hopped sweeps through the C API on the virtual instrument: tones over the
-// whole range of both families, and combs of tones at every offset within a
-// step, found within one bin and at their level at every RBW and shape; image
-// rejection; partial results that grow step by step, and the hop windows
-// with the clock trim of the 12.4 GHz B unit.
+// Hopped sweeps through the C API: tones over the whole range of both
+// families and combs at every offset within a step, image rejection, partial
+// results and the hop windows the unit is sent.
 #include <gtest/gtest.h>
 
 #include <algorithm>

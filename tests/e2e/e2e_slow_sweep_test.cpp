@@ -1,14 +1,6 @@
-// The narrow-span sweep through the C API. A CW tone's peak lies within one
-// bin of the tone and within 0.5 dB of the injected level, across both
-// families and their bands, levels from -100 to 0 dBm, automatic and manual
-// attenuator and gain, the preamplifier, both RBW shapes, both detectors,
-// every video unit, RBWs from 1 Hz to 120 kHz and with image rejection.
-// Detectors and video units on a noise-like scene, and the millivolt scale:
-// the min/max detector spreads around the average, the average detector
-// gives one trace, and the video units average what they name (on noise the
-// mean of dB lies 2.51 dB and the mean of magnitudes 1.05 dB below the mean
-// power). Image rejection: a signal that reaches the IF only as an image of
-// one pass shows without rejection and is gone with it.
+// The narrow-span sweep through the C API: CW tones within one bin and 0.5 dB
+// at every band, level, gain setting, shape, detector, video unit and RBW;
+// detectors and video units on noise; image rejection.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -186,6 +178,7 @@ TEST_F(SlowSweep, VideoBandwidthNarrowsTheSpread) {
     EXPECT_GT(narrowSpread, 0.0);
 }
 
+// On noise the mean of dB lies 2.51 dB and the mean of magnitudes 1.05 dB below the mean power.
 TEST_F(SlowSweep, VideoUnitsAverageWhatTheyName) {
     // The average detector over a long block: 30 x 8 frames and more.
     const double vbw = 1e3 / 30;

@@ -1,8 +1,7 @@
-// Bytes dropped from or garbled on the stream in the middle of a running
-// mode, in every engine that reads samples: every get returns a defined
-// status, no result measured across a slip the engine can see passes as good
-// data, and after an abort the next mode measures right again; short reads
-// change no measurement; a midrange sweep finds its frames again.
+// Bytes dropped from, garbled on or handed over short by the stream of a
+// running mode: every get returns a defined status, no result measured
+// across a slip the engine can see passes as good data, and the next mode
+// measures right again.
 #include <gtest/gtest.h>
 
 #include <algorithm>
