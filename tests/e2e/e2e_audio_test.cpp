@@ -41,10 +41,8 @@ const Carrier kUsb{"usb", 120e6, 1200.0};
 const Carrier kLsb{"lsb", 130e6, 2000.0};
 const Carrier kPlain{"cw", 140e6, 0.0};
 
-class Audio : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        if (!e2e::TheSim()) return;
+const std::vector<e2e::BenchUnit>& Scene() {
+    static const std::vector<e2e::BenchUnit> units = [] {
         e2e::BenchUnit unit{kSerial, 2, {}};
         for (const Carrier& c : {kAm, kAmLow, kFm, kFmHigh, kUsb, kLsb, kPlain}) {
             simbench::Signal& s = unit.signals.emplace_back(simbench::Cw(c.frequency, -50.0));
@@ -53,27 +51,25 @@ protected:
             if (s.kind == "fm") s.deviation = 5000.0;
             if (c.tone > 0.0) s.tone = c.tone;
         }
-        std::map<unsigned, int> devices;
-        failure_ = e2e::OpenUnits({unit}, &devices);
-        if (!failure_.empty()) return;
-        device_ = devices.at(kSerial);
-        ChooseLevel();
-    }
+        return std::vector<e2e::BenchUnit>{unit};
+    }();
+    return units;
+}
+
+class Audio : public e2e::SceneSuite<Scene> {
+protected:
     // The audio mode keeps the level the last engine chose: an I/Q stream for
     // a reference level of -50 dBm chooses one for the carriers.
-    static void ChooseLevel() {
+    static void SetUpTestSuite() {
+        SceneSuite::SetUpTestSuite();
+        if (!failure_.empty()) return;
+        device_ = devices_.at(kSerial);
         qorConfigCenterSpan(device_, kAm.frequency, 1e3);
         qorConfigLevel(device_, -50.0);
         qorConfigIQ(device_, 16, 10e3);
         std::vector<float> iq(2 * 1024);
         if (qorInitiate(device_, ModeIQ) == qorNoError) qorGetIQ_32f(device_, iq.data());
         qorAbort(device_);
-    }
-    static void TearDownTestSuite() { qorCloseDevice(device_); }
-    void SetUp() override {
-        if (!e2e::TheSim()) GTEST_SKIP() << "needs the virtual instrument as D2XX library";
-        ASSERT_EQ(failure_, "");
-        ASSERT_GE(device_, 0);
     }
 
     // Starts `type` at `center` and returns the block after the settling ones.
@@ -86,7 +82,6 @@ protected:
         return block;
     }
 
-    static inline std::string failure_;
     static inline int device_ = -1;
 };
 

@@ -198,20 +198,6 @@ protected:
     static inline int device_ = -1;
 };
 
-// LoadBench, then opens every unit: `devices` maps serials to device indices.
-// Empty, or why it failed.
-inline std::string OpenUnits(const std::vector<BenchUnit>& units, std::map<unsigned, int>* devices) {
-    const std::string failure = LoadBench(units);
-    if (!failure.empty()) return failure;
-    for (const BenchUnit& unit : units) {
-        int device = -1;
-        const qorStatus status = qorOpenDeviceBySerialNumber(&device, static_cast<int>(unit.serial));
-        if (status != qorNoError) return "open " + std::to_string(unit.serial) + ": " + qorGetErrorString(status);
-        (*devices)[unit.serial] = device;
-    }
-    return "";
-}
-
 inline void CloseAll() {
     for (int device = 0; device < 8; ++device) qorCloseDevice(device);
 }
@@ -323,12 +309,22 @@ inline void ExpectTones(const Trace& t, const std::vector<Tone>& tones, double t
     EXPECT_GT(seen, 0) << "no tone in the trace";
 }
 
-// A suite that opens the units of `Scene` once; a test skips without the
-// virtual instrument and fails when they did not open.
+// A suite that opens the units of `Scene` once (`devices_` maps serials to
+// device indices); a test skips without the virtual instrument and fails
+// when they did not open.
 template <const std::vector<BenchUnit>& (*Scene)()>
 class SceneSuite : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() { failure_ = OpenUnits(Scene(), &devices_); }
+    static void SetUpTestSuite() {
+        failure_ = LoadBench(Scene());
+        for (const BenchUnit& unit : Scene()) {
+            if (!failure_.empty()) return;
+            int device = -1;
+            const qorStatus status = qorOpenDeviceBySerialNumber(&device, static_cast<int>(unit.serial));
+            if (status == qorNoError) devices_[unit.serial] = device;
+            else failure_ = "open " + std::to_string(unit.serial) + ": " + qorGetErrorString(status);
+        }
+    }
     static void TearDownTestSuite() {
         for (const auto& [serial, device] : devices_) qorCloseDevice(device);
         devices_.clear();
