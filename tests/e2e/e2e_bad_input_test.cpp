@@ -90,7 +90,6 @@ std::vector<Case> Cases() {
 
 TEST_F(HardwareCallEdges, EveryValueGivesADefinedStatusAndTheUnitMeasuresOn) {
     const int device = devices_.at(kOrsk);
-    int tried = 0;
     for (const Case& c : Cases()) {
         SCOPED_TRACE(c.call);
         const auto start = std::chrono::steady_clock::now();
@@ -100,16 +99,11 @@ TEST_F(HardwareCallEdges, EveryValueGivesADefinedStatusAndTheUnitMeasuresOn) {
         EXPECT_NE(status, qorUnknownErr);
         EXPECT_TRUE(c.allowed.empty() || c.allowed.count(status)) << status;
         qorAbort(device);
-        ++tried;
     }
-    RecordProperty("cases", tried);
     // Timebase corrections that were refused left the unit's own; the tone is where it was.
     const Trace trace = Measure(device, Between(kTone - 5e6, kTone + 5e6, 100e3));
     ASSERT_EQ(trace.get, qorNoError);
-    const int peak = trace.PeakNear(kTone, 200e3);
-    ASSERT_GE(peak, 0);
-    EXPECT_NEAR(trace.FrequencyOf(peak), kTone, trace.binSize);
-    EXPECT_NEAR(trace.max[peak], kLevel, 0.5);
+    ExpectTones(trace, Scene()[0].tones, 0.5, 200e3);
 }
 
 }  // namespace

@@ -21,6 +21,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 
 struct Unit {
     int serial;
@@ -37,14 +38,11 @@ constexpr e2e::Tone kTone = {1.0e9, -30.0};  // at every unit's input
 
 std::string Bench() {
     std::vector<e2e::BenchUnit> units;
-    auto add = [&](const Unit& u) {
+    for (const Unit& u : {kOnBoard[0], kOnBoard[1], kOnBoard[2], kPageOnly, kDownload[0], kDownload[1], kDownload[2],
+                          kNowhere}) {
         units.push_back({static_cast<unsigned>(u.serial), u.type, {kTone}, NAN, u.onDevice, 28.0});
-    };
-    for (const Unit& u : kOnBoard) add(u);
-    add(kPageOnly);
-    for (const Unit& u : kDownload) add(u);
-    add(kNowhere);
-    return e2e::BenchJson(units);
+    }
+    return simbench::Json(e2e::BenchOf(units));
 }
 
 std::vector<uint8_t> ReadWhole(const fs::path& file) {
@@ -97,14 +95,8 @@ protected:
             EXPECT_EQ(type, u.type);
             EXPECT_EQ(qorCloseDevice(device), qorNoError);
         }
-        CalCommands seen;
-        unsigned char payload[8];
-        for (int i = 0; i < sim->commandCount(u.serial); ++i) {
-            const int n = sim->commandLog(u.serial, i, payload, sizeof payload);
-            if (n >= 2 && payload[0] == 'E') (payload[1] == 0xFF ? seen.pageReads : seen.bulkReads) += 1;
-            if (n >= 2 && payload[0] == 'Z' && payload[1] == '2') ++seen.crossovers;
-        }
-        return seen;
+        const int reads = e2e::CountCommands(u.serial, 'E'), pages = e2e::CountCommands(u.serial, 'E', 0xFF);
+        return {pages, reads - pages, e2e::CountCommands(u.serial, 'Z', '2')};
     }
     // The cache files hold what the unit's factory calibration holds.
     void ExpectCacheFilesOf(const Unit& u, bool unitBlockFromUnit) {
@@ -207,8 +199,7 @@ TEST_F(CalibrationSources, UnpluggedDuringTheUnitReadFailsTheOpenAndCachesNothin
         returned = true;
     });
     // Pulled out at the first of its 2048 page reads, well before the last.
-    while (!returned && e2e::CountCommands(u.serial, 'E', 0xFF) == 0)
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    while (!returned && e2e::CountCommands(u.serial, 'E', 0xFF) == 0) std::this_thread::sleep_for(200us);
     ASSERT_EQ(sim->unplug(u.serial, 0.0), 0);
     open.join();
     EXPECT_EQ(opened, qorUsbCommErr);
@@ -219,11 +210,9 @@ TEST_F(CalibrationSources, UnpluggedDuringTheUnitReadFailsTheOpenAndCachesNothin
     ASSERT_EQ(sim->replug(u.serial), 0);
     int device = -1;
     ASSERT_EQ(qorOpenDeviceBySerialNumber(&device, u.serial), qorNoError);
-    e2e::Sweep sweep;
-    sweep.center = kTone.frequency;
-    const e2e::Trace trace = e2e::Measure(device, sweep);
+    const e2e::Trace trace = e2e::Measure(device, e2e::Between(kTone.frequency - 50e3, kTone.frequency + 50e3, 1e3));
     EXPECT_EQ(trace.get, qorNoError);
-    e2e::ExpectTones(trace, {kTone}, 0.5, 2 * sweep.rbw);
+    e2e::ExpectTones(trace, {kTone}, 0.5, 2e3);
     EXPECT_EQ(qorCloseDevice(device), qorNoError);
     ExpectCacheFilesOf(u, true);
 }

@@ -3,31 +3,18 @@
 // it sends, and what the unit's user area carries to the next open.
 #include <algorithm>
 #include <cmath>
-#include <string>
 #include <vector>
 
-#include "e2e_fast_fixture.h"
+#include "e2e_bench.h"
 
 namespace {
 
-using namespace fastsweep;
+using namespace e2e;
 
-constexpr unsigned kVelm = 60000001, kVelmB = 60000002, kOrskA = 60000003, kOrskB = 60000004;
+constexpr unsigned kSerialOf[5] = {0, 60000001, 60000002, 60000003, 60000004};
+constexpr unsigned kVelmB = kSerialOf[2], kOrskA = kSerialOf[3], kOrskB = kSerialOf[4];
 constexpr double kStoredCorrection = 1.0000025;  // in the type 2 unit's user area
 constexpr double kStoredNonsense = 1.5;           // in the type 4 unit's: ignored at open
-
-std::string DiagnosticsBench() {
-    simbench::Bench bench;
-    bench.units = {simbench::Unit(kVelm, 1).OnDeviceCalibration(true).Temperature(30.0),
-                   simbench::Unit(kVelmB, 2).OnDeviceCalibration(true).Temperature(30.0)
-                       .TimebaseCorrection(kStoredCorrection),
-                   simbench::Unit(kOrskA, 3).OnDeviceCalibration(false).Temperature(30.0),
-                   simbench::Unit(kOrskB, 4).OnDeviceCalibration(true).Temperature(30.0)
-                       .TimebaseCorrection(kStoredNonsense)};
-    return simbench::Json(bench);
-}
-
-unsigned SerialOfType(int type) { return type == 1 ? kVelm : type == 2 ? kVelmB : type == 3 ? kOrskA : kOrskB; }
 
 // The LO of the last synthesizer programming in `log`, decoded from its four
 // frames: divider word, "D" outboard divider, modulus word, integer/fraction word.
@@ -52,37 +39,34 @@ int Count(const std::vector<Payload>& log, const Payload& command) {
     return static_cast<int>(std::count(log.begin(), log.end(), command));
 }
 
-class Diagnostics : public FastSweepSuite {
+class Diagnostics : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        const Sim* sim = TheSim();
-        if (!sim) return;
-        ASSERT_EQ(0, sim->loadBenchJson(DiagnosticsBench().c_str())) << sim->lastError();
-        // The 12.4 GHz A unit keeps no table on board: it is in the cache, as if downloaded before.
-        ASSERT_TRUE(e2e::CalibrationFolder().CopyTableFile(kOrskA));
-        e2e::CalibrationFolder().UseAsCalibrationCache();
-    }
-
     void SetUp() override {
-        sim = TheSim();
-        if (!sim) GTEST_SKIP() << "the virtual instrument is not loaded (QOR_D2XX_LIBRARY)";
-        // A fresh bench: user areas and reference inputs as the bench says.
-        ASSERT_EQ(0, sim->loadBenchJson(DiagnosticsBench().c_str())) << sim->lastError();
+        // A fresh bench each time: user areas and reference inputs as the bench says.
+        simbench::Bench bench;
+        for (int type = 1; type <= 4; ++type) {
+            bench.units.emplace_back(kSerialOf[type], type).OnDeviceCalibration(type != 3).Temperature(30.0);
+        }
+        bench.units[1].TimebaseCorrection(kStoredCorrection);
+        bench.units[3].TimebaseCorrection(kStoredNonsense);
+        const std::string problem = LoadBench(bench);
+        if (!TheSim()) GTEST_SKIP() << problem;
+        ASSERT_EQ(problem, "");
     }
-    void TearDown() override { e2e::CloseAll(); }
+    void TearDown() override { CloseAll(); }
 
     // Opens the unit of `type` and clears its command log.
-    int OpenType(int type) {
-        const int device = Open(SerialOfType(type));
+    static int OpenType(int type) {
+        const int device = Open(kSerialOf[type]);
         EXPECT_GE(device, 0) << "type " << type;
-        sim->clearCommandLog(SerialOfType(type));
+        TheSim()->clearCommandLog(kSerialOf[type]);
         return device;
     }
-    int Reopen(int device, int type) {
+    static int Reopen(int device, int type) {
         EXPECT_EQ(qorNoError, qorCloseDevice(device));
         return OpenType(type);
     }
-    double Factor(int device) {
+    static double Factor(int device) {
         double factor = 0.0;
         EXPECT_EQ(qorNoError, qorGetTimebaseCorrection(device, &factor));
         return factor;
@@ -97,8 +81,6 @@ protected:
         ASSERT_EQ(qorNoError, qorInitiate(device, ModeSweep));
         ASSERT_TRUE(Sweeping(device));
     }
-
-    const Sim* sim = nullptr;
 };
 
 // ---- Self-test -------------------------------------------------------------
@@ -116,23 +98,35 @@ TEST_F(Diagnostics, SelfTestPassesWithTheUnitsOwnSource) {
         EXPECT_TRUE(r.lowIfPass) << type << " low IF " << r.lowIfLevel;
         EXPECT_TRUE(r.preampPass) << type << " preamplifier " << r.preampLevel;
         // The source is switched on once and off at the end; only type 2 has a preamplifier.
-        const auto log = Commands(SerialOfType(type));
+        const auto log = Commands(kSerialOf[type]);
         EXPECT_EQ(1, Count(log, {'O', 1}));
         EXPECT_EQ(log.back(), (Payload{'O', 0}));
         EXPECT_EQ(type == 2 ? 1 : 0, Count(log, {'M', 1}));
     }
 }
 
-TEST_F(Diagnostics, SelfTestWithoutSourceStopsTheModeAndRefuses) {
-    for (int type : {1, 3}) {
+// What a type lacks is refused: the self-test without a source, the
+// references it has not, the IF output of the small family. The type and
+// null tests come before a self-test's abort.
+TEST_F(Diagnostics, CallsTheTypeLacksAreRefused) {
+    for (int type : {1, 2, 3}) {
+        SCOPED_TRACE(testing::Message() << "type " << type);
         const int device = OpenType(type);
+        EXPECT_EQ(qorInvalidDeviceErr, qorSetTimebase(device, type == 3 ? 2 : 1));
+        EXPECT_TRUE(Commands(kSerialOf[type]).empty());
+        if (type == 3) { EXPECT_EQ(qorNoError, qorSetTimebase(device, 1)) << "type 3 still gives its reference out"; }
         StartSweep(device);
+        if (type == 2) {
+            EXPECT_EQ(qorInvalidDeviceErr, qorConfigIFOutput(device, 1e9, 3.6e7, 0, 0));
+            EXPECT_TRUE(Sweeping(device));
+            continue;
+        }
         EXPECT_EQ(qorNullPtrErr, qorSelfTest(device, nullptr));
-        EXPECT_TRUE(Sweeping(device)) << "the null test comes before the abort";
+        EXPECT_TRUE(Sweeping(device));
         SelfTestResults r{};
-        EXPECT_EQ(qorInvalidDeviceErr, qorSelfTest(device, &r)) << "type " << type;
-        EXPECT_FALSE(Sweeping(device)) << "type " << type;
-        EXPECT_EQ(0, Count(Commands(SerialOfType(type)), {'O', 1}));
+        EXPECT_EQ(qorInvalidDeviceErr, qorSelfTest(device, &r));
+        EXPECT_FALSE(Sweeping(device));
+        EXPECT_EQ(0, Count(Commands(kSerialOf[type]), {'O', 1}));
     }
 }
 
@@ -143,11 +137,11 @@ TEST_F(Diagnostics, FirstReferenceChoiceLastsUntilReopen) {
     StartSweep(device);
     EXPECT_EQ(qorInvalidParameterErr, qorSetTimebase(device, 0)) << "no choice made yet";
     EXPECT_FALSE(Sweeping(device)) << "the abort comes before the rule";
-    sim->clearCommandLog(kOrskB);
+    TheSim()->clearCommandLog(kOrskB);
     EXPECT_EQ(qorNoError, qorSetTimebase(device, 1));
     EXPECT_EQ((std::vector<Payload>{{'C', 1}}), Commands(kOrskB));
 
-    sim->clearCommandLog(kOrskB);
+    TheSim()->clearCommandLog(kOrskB);
     EXPECT_EQ(qorNoError, qorSetTimebase(device, 2));
     EXPECT_EQ(qorNoError, qorSetTimebase(device, 0));
     EXPECT_TRUE(Commands(kOrskB).empty()) << "a made choice sends nothing";
@@ -158,33 +152,19 @@ TEST_F(Diagnostics, FirstReferenceChoiceLastsUntilReopen) {
 
 TEST_F(Diagnostics, ExternalReferenceMissingThenPresent) {
     for (int type : {2, 4}) {
-        const unsigned serial = SerialOfType(type);
+        const unsigned serial = kSerialOf[type];
         const int device = OpenType(type);
         ASSERT_EQ(qorNoError, qorSetTimebaseCorrection(device, 1.000004));
         EXPECT_EQ(qorExternalReferenceNotFound, qorSetTimebase(device, 2));
         EXPECT_EQ((std::vector<Payload>{{'C', 2}}), Commands(serial)) << "only the question goes out";
         EXPECT_EQ(1.000004, Factor(device)) << "the internal reference keeps its correction";
 
-        ASSERT_EQ(0, sim->referencePresent(serial, 1));
-        sim->clearCommandLog(serial);
+        ASSERT_EQ(0, TheSim()->referencePresent(serial, 1));
+        TheSim()->clearCommandLog(serial);
         EXPECT_EQ(qorNoError, qorSetTimebase(device, 2)) << "a failed choice locks nothing";
         const unsigned char select = type == 4 ? 3 : 1;
         EXPECT_EQ((std::vector<Payload>{{'C', 2}, {'C', select}}), Commands(serial));
         EXPECT_EQ(1.0, Factor(device)) << "an external reference is exact";
-    }
-}
-
-TEST_F(Diagnostics, ReferenceChoicesTheTypeLacks) {
-    struct Case {
-        int type, timebase;
-    } cases[] = {{1, 1}, {2, 1}, {3, 2}};
-    for (const Case& c : cases) {
-        const int device = OpenType(c.type);
-        EXPECT_EQ(qorInvalidDeviceErr, qorSetTimebase(device, c.timebase)) << c.type << " " << c.timebase;
-        EXPECT_TRUE(Commands(SerialOfType(c.type)).empty());
-        if (c.type == 3) {
-            EXPECT_EQ(qorNoError, qorSetTimebase(device, 1)) << "type 3 still gives its reference out";
-        }
     }
 }
 
@@ -221,9 +201,7 @@ TEST_F(Diagnostics, NonsenseCorrectionsAreRefusedAndIgnored) {
     const double nonsense[] = {0.0, -0.0, NAN, INFINITY, -INFINITY, 5e-324, 1e-9, -1.0, 0.9989, 1.0011, 2.0};
     for (double c : nonsense) {
         EXPECT_EQ(qorInvalidParameterErr, qorSetTimebaseCorrection(device, c)) << c;
-        if (c != 0.0) {
-            EXPECT_EQ(qorInvalidParameterErr, qorAdjustTimebase(device, c)) << c;
-        }
+        if (c != 0.0) { EXPECT_EQ(qorInvalidParameterErr, qorAdjustTimebase(device, c)) << c; }
     }
     EXPECT_EQ(kStoredCorrection, Factor(device));
     device = Reopen(device, 2);
@@ -258,7 +236,7 @@ TEST_F(Diagnostics, IFOutputHoldsItsLimits) {
     };
     for (const Case& c : cases) {
         const int device = OpenType(c.type);
-        const unsigned serial = SerialOfType(c.type);
+        const unsigned serial = kSerialOf[c.type];
         EXPECT_EQ(c.status, qorConfigIFOutput(device, c.input, c.output, c.atten, c.gain)) << c.type << " " << c.input;
         const auto log = Commands(serial);
         ASSERT_GE(log.size(), 3u);
@@ -272,7 +250,7 @@ TEST_F(Diagnostics, IFOutputHoldsItsLimits) {
 TEST_F(Diagnostics, IFOutputAboveTheFirstMixerTakesItsPath) {
     const int device = OpenType(4);
     ASSERT_EQ(qorNoError, qorConfigIFOutput(device, 1e9, 6.3e7, 0, 0));
-    sim->clearCommandLog(kOrskB);
+    TheSim()->clearCommandLog(kOrskB);
     // Band 2 runs through the 7.8 GHz first LO, which lies above the input:
     // the last LO sits at 7.8 GHz - 5 GHz, on the side the sign says.
     ASSERT_EQ(qorNoError, qorConfigIFOutput(device, 5e9, -6.3e7, 0, 0));
@@ -284,19 +262,12 @@ TEST_F(Diagnostics, IFOutputAboveTheFirstMixerTakesItsPath) {
 TEST_F(Diagnostics, AbortReleasesTheIFOutputOnce) {
     const int device = OpenType(3);
     ASSERT_EQ(qorNoError, qorConfigIFOutput(device, 1e9, 3.6e7, 0, 0));
-    sim->clearCommandLog(kOrskA);
+    TheSim()->clearCommandLog(kOrskA);
     EXPECT_EQ(qorNoError, qorAbort(device));
     EXPECT_EQ((std::vector<Payload>{{'C', 0}}), Commands(kOrskA));
-    sim->clearCommandLog(kOrskA);
+    TheSim()->clearCommandLog(kOrskA);
     EXPECT_EQ(qorNoError, qorAbort(device));
     EXPECT_TRUE(Commands(kOrskA).empty());
-}
-
-TEST_F(Diagnostics, IFOutputOnTheSmallFamilyLeavesTheModeRunning) {
-    const int device = OpenType(2);
-    StartSweep(device);
-    EXPECT_EQ(qorInvalidDeviceErr, qorConfigIFOutput(device, 1e9, 3.6e7, 0, 0));
-    EXPECT_TRUE(Sweeping(device)) << "the type test comes before the abort";
 }
 
 }  // namespace

@@ -17,12 +17,14 @@ namespace {
 
 constexpr unsigned kVelm = 10000001, kVelmB = 10000002, kOrskA = 10000003, kOrskB = 10000004;
 
-std::string BenchJson(const std::string& listOrder = "unit") {
+// The 12.4 GHz A unit keeps no table on board: it is in the cache, as if downloaded before.
+simbench::Bench Bench(const std::string& listOrder = "unit") {
     simbench::Bench bench;
     bench.listOrder = listOrder;
     bench.units = {simbench::Unit(kVelm, 1).Temperature(25.0), simbench::Unit(kVelmB, 2).Temperature(31.5).Voltage(5.02),
-                   simbench::Unit(kOrskA, 3).Temperature(40.0), simbench::Unit(kOrskB, 4).Temperature(-5.0).Voltage(4.9)};
-    return simbench::Json(bench);
+                   simbench::Unit(kOrskA, 3).Temperature(40.0).OnDeviceCalibration(false),
+                   simbench::Unit(kOrskB, 4).Temperature(-5.0).Voltage(4.9)};
+    return bench;
 }
 
 using e2e::CountCommands;
@@ -32,16 +34,10 @@ protected:
     void SetUp() override {
         sim = e2e::TheSim();
         if (!sim) GTEST_SKIP() << "the virtual instrument is not loaded (QOR_D2XX_LIBRARY)";
-        ASSERT_EQ(0, sim->loadBenchJson(BenchJson().c_str())) << sim->lastError();
+        ASSERT_EQ("", e2e::LoadBench(Bench()));
         sim->clearCommandLog(0);
-        calibration.UseAsCalibrationCache();
-        // The 12.4 GHz A unit keeps no table on board: it is in the cache, as
-        // if downloaded before.
-        ASSERT_TRUE(calibration.CopyTableFile(kOrskA));
     }
-    void TearDown() override {
-        for (int device = 0; device < 8; ++device) qorCloseDevice(device);
-    }
+    void TearDown() override { e2e::CloseAll(); }
 
     std::vector<int> List() {
         int serials[8];
@@ -56,7 +52,6 @@ protected:
         return device;
     }
 
-    e2e::TempFolder calibration{"e2e_open"};
     const e2e::Sim* sim = nullptr;
 };
 
@@ -87,9 +82,9 @@ TEST_F(OpenTest, ACProgramWalksEveryUnitOfTheBench) {
 
 TEST_F(OpenTest, ListsInTheDriversOrderAndHidesUnitsInUse) {
     EXPECT_EQ((std::vector<int>{10000001, 10000002, 10000003, 10000004}), List());
-    ASSERT_EQ(0, sim->loadBenchJson(BenchJson("reversed").c_str()));
+    ASSERT_EQ(0, sim->loadBenchJson(simbench::Json(Bench("reversed")).c_str()));
     EXPECT_EQ((std::vector<int>{10000004, 10000003, 10000002, 10000001}), List());
-    ASSERT_EQ(0, sim->loadBenchJson(BenchJson("mixed").c_str()));
+    ASSERT_EQ(0, sim->loadBenchJson(simbench::Json(Bench("mixed")).c_str()));
     EXPECT_EQ((std::vector<int>{10000001, 10000002, 10000003, 10000004}), List()) << "A channels decide the order";
 
     int device = -1;

@@ -22,13 +22,6 @@ namespace detail {
 
 constexpr double kTwoPi = 6.283185307179586476925286766559;
 
-// The samples under a Hann window.
-inline std::vector<double> Windowed(const std::vector<float>& x) {
-    const std::size_t n = x.size();
-    std::vector<double> w(n);
-    for (std::size_t i = 0; i < n; ++i) w[i] = x[i] * (0.5 - 0.5 * std::cos(kTwoPi * (i + 0.5) / n));
-    return w;
-}
 
 // Magnitude of the spectrum of windowed samples at `hz`.
 inline double WindowedMagnitude(const std::vector<double>& w, double rate, double hz) {
@@ -64,8 +57,7 @@ inline Fit FitAt(const std::vector<float>& x, double rate, double hz) {
     Fit fit{m[0][3] / m[0][0], m[1][3] / m[1][1], m[2][3] / m[2][2], 0.0};
     for (std::size_t i = 0; i < x.size(); ++i) {
         const double t = kTwoPi * hz * i / rate;
-        const double e = x[i] - (fit.a * std::cos(t) + fit.b * std::sin(t) + fit.c);
-        fit.residualPower += e * e;
+        fit.residualPower += std::pow(x[i] - (fit.a * std::cos(t) + fit.b * std::sin(t) + fit.c), 2);
     }
     fit.residualPower /= static_cast<double>(x.size());
     return fit;
@@ -82,7 +74,10 @@ inline double AmplitudeAt(const std::vector<float>& x, double rate, double hz) {
 // The strongest tone between `low` and `high` Hz.
 inline ToneFit FitTone(const std::vector<float>& x, double rate, double low, double high) {
     constexpr double kStep = 5.0;  // well inside the main lobe of 4096 samples' window (30 Hz)
-    const std::vector<double> w = detail::Windowed(x);
+    std::vector<double> w(x.size());  // the samples under a Hann window
+    for (std::size_t i = 0; i < w.size(); ++i) {
+        w[i] = x[i] * (0.5 - 0.5 * std::cos(detail::kTwoPi * (i + 0.5) / w.size()));
+    }
     double best = low, bestMagnitude = -1.0;
     for (double hz = low; hz <= high; hz += kStep) {
         const double m = detail::WindowedMagnitude(w, rate, hz);
@@ -93,11 +88,8 @@ inline ToneFit FitTone(const std::vector<float>& x, double rate, double low, dou
     double a = best - kStep, b = best + kStep;
     while (b - a > 1e-3) {
         const double c = b - g * (b - a), d = a + g * (b - a);
-        if (detail::WindowedMagnitude(w, rate, c) > detail::WindowedMagnitude(w, rate, d)) {
-            b = d;
-        } else {
-            a = c;
-        }
+        const bool left = detail::WindowedMagnitude(w, rate, c) > detail::WindowedMagnitude(w, rate, d);
+        (left ? b : a) = left ? d : c;
     }
     ToneFit fit;
     fit.frequency = (a + b) / 2;

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -56,7 +57,7 @@ struct BenchUnit {
 };
 
 // A fast-clock, immediate-pacing bench of `units`, each with a scene of CW tones.
-inline std::string BenchJson(const std::vector<BenchUnit>& units) {
+inline simbench::Bench BenchOf(const std::vector<BenchUnit>& units) {
     simbench::Bench bench;
     for (const BenchUnit& unit : units) {
         simbench::Unit& u = bench.units.emplace_back(unit.serial, unit.type);
@@ -66,16 +67,15 @@ inline std::string BenchJson(const std::vector<BenchUnit>& units) {
         for (const Tone& tone : unit.tones) u.Add(simbench::Cw(tone.frequency, tone.level));
         for (const simbench::Signal& signal : unit.signals) u.Add(signal);
     }
-    return simbench::Json(bench);
+    return bench;
 }
 
 // The command payloads logged for `serial` since the log was cleared, in order.
 inline std::vector<Payload> Commands(unsigned serial) {
     std::vector<Payload> found;
     unsigned char payload[8];
-    const Sim* sim = TheSim();
-    for (int i = 0; i < sim->commandCount(serial); ++i) {
-        const int length = sim->commandLog(serial, i, payload, sizeof payload);
+    for (int i = 0; i < TheSim()->commandCount(serial); ++i) {
+        const int length = TheSim()->commandLog(serial, i, payload, sizeof payload);
         if (length >= 1) found.emplace_back(payload, payload + std::min<int>(length, sizeof payload));
     }
     return found;
@@ -83,25 +83,21 @@ inline std::vector<Payload> Commands(unsigned serial) {
 
 // How many logged commands of `serial` begin with `first` (and `second`).
 inline int CountCommands(unsigned serial, char first, int second = -1) {
-    int found = 0;
-    for (const Payload& p : Commands(serial)) {
-        found += p[0] == first && (second < 0 || (p.size() >= 2 && p[1] == second));
-    }
-    return found;
+    const std::vector<Payload> log = Commands(serial);
+    return static_cast<int>(std::count_if(log.begin(), log.end(), [&](const Payload& p) {
+        return p[0] == first && (second < 0 || (p.size() >= 2 && p[1] == second));
+    }));
 }
 
 // Strongest bin of `max`, a trace from `start` in steps of `bin` Hz, within
 // `reach` Hz of `frequency`; -1 if none lies there.
 template <typename Level>
 int PeakNear(const std::vector<Level>& max, double start, double bin, double frequency, double reach) {
-    const int length = static_cast<int>(max.size());
     const int lo = std::max(0, static_cast<int>(std::ceil((frequency - reach - start) / bin)));
-    const int hi = std::min(length - 1, static_cast<int>(std::floor((frequency + reach - start) / bin)));
-    int best = -1;
-    for (int i = lo; i <= hi; ++i) {
-        if (best < 0 || max[i] > max[best]) best = i;
-    }
-    return best;
+    const int hi = std::min(static_cast<int>(max.size()) - 1,
+                            static_cast<int>(std::floor((frequency + reach - start) / bin)));
+    if (lo > hi) return -1;
+    return static_cast<int>(std::max_element(max.begin() + lo, max.begin() + hi + 1) - max.begin());
 }
 
 inline std::string Eight(unsigned serial) {
@@ -134,10 +130,10 @@ public:
     bool CopyTableFile(unsigned serial) const {
         const std::filesystem::path www = path_ / "www";
         if (TheSim()->writeCalibrationFiles(serial, www.c_str()) != 0) return false;
-        const std::string name = "D" + Eight(serial) + ".bin";
         for (const auto& entry : std::filesystem::recursive_directory_iterator(www)) {
-            if (entry.path().filename() != name) continue;
-            std::filesystem::copy_file(entry.path(), path_ / name, std::filesystem::copy_options::overwrite_existing);
+            if (entry.path().filename() != "D" + Eight(serial) + ".bin") continue;
+            std::filesystem::copy_file(entry.path(), path_ / entry.path().filename(),
+                                       std::filesystem::copy_options::overwrite_existing);
             return true;
         }
         return false;
@@ -157,19 +153,20 @@ inline const TempFolder& CalibrationFolder() {
 // board into the calibration folder (as if downloaded before; a type 1 unit
 // has none and gives its unit block page by page) and points the library at
 // it. Empty, or why it failed.
-inline std::string LoadBench(const std::vector<BenchUnit>& units) {
+inline std::string LoadBench(const simbench::Bench& bench) {
     const Sim* sim = TheSim();
     if (!sim) return "the D2XX library is no virtual instrument";
-    if (sim->loadBenchJson(BenchJson(units).c_str()) != 0) return std::string("bench refused: ") + sim->lastError();
+    if (sim->loadBenchJson(simbench::Json(bench).c_str()) != 0) return sim->lastError();
     if (CalibrationFolder().Path().empty()) return "no calibration folder";
-    for (const BenchUnit& unit : units) {
-        if (!unit.onDeviceCalibration && unit.type >= 2 && !CalibrationFolder().CopyTableFile(unit.serial)) {
+    for (const simbench::Unit& unit : bench.units) {
+        if (unit.onDeviceCalibration == false && unit.type >= 2 && !CalibrationFolder().CopyTableFile(unit.serial)) {
             return "no table file of " + std::to_string(unit.serial);
         }
     }
     CalibrationFolder().UseAsCalibrationCache();
     return "";
 }
+inline std::string LoadBench(const std::vector<BenchUnit>& units) { return LoadBench(BenchOf(units)); }
 
 // Opens the unit; -1 on failure.
 inline int Open(unsigned serial) {
@@ -181,15 +178,11 @@ inline int Open(unsigned serial) {
 // and whose stream is paced as the unit delivers it (read limits of a second,
 // as with hardware); the unit opened on it, or -1.
 inline int OpenRealTimeUnit(unsigned serial, const simbench::Signal& signal) {
-    const Sim* sim = TheSim();
-    if (!sim) return -1;
     simbench::Bench bench;
     bench.clock = "real";
     bench.pacing = "realtime";
     bench.units.emplace_back(serial, 2).OnDeviceCalibration(true).NoiseFloor(-160.0).Add(signal);
-    if (sim->loadBenchJson(simbench::Json(bench).c_str()) != 0) return -1;
-    CalibrationFolder().UseAsCalibrationCache();
-    return Open(serial);
+    return LoadBench(bench).empty() ? Open(serial) : -1;
 }
 
 // A suite on one unit of OpenRealTimeUnit, opened once for the suite (its
@@ -204,20 +197,6 @@ protected:
 
     static inline int device_ = -1;
 };
-
-// LoadBench, then opens every unit: `devices` maps serials to device indices.
-// Empty, or why it failed.
-inline std::string OpenUnits(const std::vector<BenchUnit>& units, std::map<unsigned, int>* devices) {
-    const std::string failure = LoadBench(units);
-    if (!failure.empty()) return failure;
-    for (const BenchUnit& unit : units) {
-        int device = -1;
-        const qorStatus status = qorOpenDeviceBySerialNumber(&device, static_cast<int>(unit.serial));
-        if (status != qorNoError) return "open " + std::to_string(unit.serial) + ": " + qorGetErrorString(status);
-        (*devices)[unit.serial] = device;
-    }
-    return "";
-}
 
 inline void CloseAll() {
     for (int device = 0; device < 8; ++device) qorCloseDevice(device);
@@ -239,11 +218,13 @@ struct Sweep {
     int scale = 0;
 };
 
-inline Sweep Between(double start, double stop, double rbw) {
+inline Sweep Between(double start, double stop, double rbw, bool reject = false, int shape = 1) {
     Sweep s;
     s.center = (start + stop) / 2;
     s.span = stop - start;
     s.rbw = rbw;
+    s.reject = reject;
+    s.shape = shape;
     return s;
 }
 
@@ -274,16 +255,8 @@ struct Trace {
         while (high < length - 1 && max[high + 1] > max[peak] - 3.0) ++high;
         return (FrequencyOf(low) + FrequencyOf(high)) / 2;
     }
-    // Mean of a trace in dB over the bins farther than `guard` bins from `away`.
-    static double MeanDb(const std::vector<double>& trace, int away = -1, int guard = 0) {
-        double sum = 0.0;
-        int count = 0;
-        for (int i = 0; i < static_cast<int>(trace.size()); ++i) {
-            if (away >= 0 && std::abs(i - away) <= guard) continue;
-            sum += trace[static_cast<std::size_t>(i)];
-            ++count;
-        }
-        return count ? sum / count : NAN;
+    static double MeanDb(const std::vector<double>& trace) {
+        return std::accumulate(trace.begin(), trace.end(), 0.0) / static_cast<double>(trace.size());
     }
 };
 
@@ -316,8 +289,7 @@ inline qorStatus Take(int device, Trace& t) { return t.get = qorGetSweep_64f(dev
 // Starts the sweep mode, takes `sweeps` traces (the last one is kept) and stops.
 inline Trace Measure(int device, const Sweep& s, int sweeps = 1) {
     Trace t = Start(device, s);
-    if (t.initiate < 0) return t;
-    for (int k = 0; k < sweeps; ++k) Take(device, t);
+    for (int k = 0; k < sweeps && t.initiate >= 0; ++k) Take(device, t);
     qorAbort(device);
     return t;
 }
@@ -337,12 +309,22 @@ inline void ExpectTones(const Trace& t, const std::vector<Tone>& tones, double t
     EXPECT_GT(seen, 0) << "no tone in the trace";
 }
 
-// A suite that opens the units of `Scene` once; a test skips without the
-// virtual instrument and fails when they did not open.
+// A suite that opens the units of `Scene` once (`devices_` maps serials to
+// device indices); a test skips without the virtual instrument and fails
+// when they did not open.
 template <const std::vector<BenchUnit>& (*Scene)()>
 class SceneSuite : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() { failure_ = OpenUnits(Scene(), &devices_); }
+    static void SetUpTestSuite() {
+        failure_ = LoadBench(Scene());
+        for (const BenchUnit& unit : Scene()) {
+            if (!failure_.empty()) return;
+            int device = -1;
+            const qorStatus status = qorOpenDeviceBySerialNumber(&device, static_cast<int>(unit.serial));
+            if (status == qorNoError) devices_[unit.serial] = device;
+            else failure_ = "open " + std::to_string(unit.serial) + ": " + qorGetErrorString(status);
+        }
+    }
     static void TearDownTestSuite() {
         for (const auto& [serial, device] : devices_) qorCloseDevice(device);
         devices_.clear();

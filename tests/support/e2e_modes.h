@@ -34,14 +34,9 @@ inline qorStatus GetIq(int device) {
 
 inline qorStatus GetFrame(int device) { return qorGetRealTimeFrame(device, nullptr, nullptr, nullptr); }
 
-inline qorStatus GetAudio(int device) {
-    std::vector<float> audio(4096);
-    return qorGetAudio(device, audio.data());
-}
+inline qorStatus GetAudio(int device) { return qorGetAudio(device, std::vector<float>(4096).data()); }
 
-inline std::function<qorStatus(int)> SweepOf(Sweep s) {
-    return [s](int device) { return Initiate(device, s); };
-}
+inline std::function<qorStatus(int)> SweepOf(Sweep s) { return [s](int device) { return Initiate(device, s); }; }
 
 // Each engine on settings that measure a tone at 1 GHz in milliseconds of the fast clock.
 inline const std::vector<ModeCase>& AllModes() {

@@ -18,6 +18,12 @@ std::string NameOf(FT_HANDLE handle) {
     return channel ? channel->serial + channel->description.substr(channel->description.size() - 1) : "null";
 }
 
+// Records a setup, open, close, purge or cycle call on `handle`.
+FT_STATUS Log(const char* call, FT_HANDLE handle, const std::string& arguments = "") {
+    current->calls.push_back(call + (" " + NameOf(handle)) + arguments);
+    return FT_OK;
+}
+
 }  // namespace
 
 std::string Hex(const Bytes& bytes) {
@@ -58,22 +64,15 @@ struct FakeEntries {
         return FT_OK;
     }
     static FT_STATUS Close(FT_HANDLE handle) {
-        current->calls.push_back("Close " + NameOf(handle));
         ChannelOf(handle)->open = false;
-        return FT_OK;
+        return Log("Close", handle);
     }
-    static FT_STATUS SetBaudRate(FT_HANDLE handle, ULONG baud) {
-        current->calls.push_back("Baud " + NameOf(handle) + " " + std::to_string(baud));
-        return FT_OK;
-    }
+    static FT_STATUS SetBaudRate(FT_HANDLE h, ULONG baud) { return Log("Baud", h, " " + std::to_string(baud)); }
     static FT_STATUS SetTimeouts(FT_HANDLE handle, ULONG read, ULONG write) {
-        current->calls.push_back("Timeouts " + NameOf(handle) + " " + std::to_string(read) + " " +
-                                 std::to_string(write));
-        return FT_OK;
+        return Log("Timeouts", handle, " " + std::to_string(read) + " " + std::to_string(write));
     }
     static FT_STATUS SetLatencyTimer(FT_HANDLE handle, UCHAR ms) {
-        current->calls.push_back("Latency " + NameOf(handle) + " " + std::to_string(ms));
-        return FT_OK;
+        return Log("Latency", handle, " " + std::to_string(ms));
     }
     static FT_STATUS Write(FT_HANDLE handle, void* buffer, DWORD count, DWORD* written) {
         const auto* bytes = static_cast<const uint8_t*>(buffer);
@@ -104,27 +103,20 @@ struct FakeEntries {
     }
     static FT_STATUS GetQueueStatus(FT_HANDLE handle, DWORD* queued) {
         auto* channel = ChannelOf(handle);
-        if (channel->hiddenPolls > 0) {
-            --channel->hiddenPolls;
-            *queued = 0;
-        } else {
-            *queued = static_cast<DWORD>(channel->rx.size());
-        }
+        const bool hidden = channel->hiddenPolls > 0;
+        channel->hiddenPolls -= hidden;
+        *queued = hidden ? 0 : static_cast<DWORD>(channel->rx.size());
         return FT_OK;
     }
     static FT_STATUS Purge(FT_HANDLE handle, ULONG mask) {
-        current->calls.push_back("Purge " + NameOf(handle) + " " + std::to_string(mask));
         if (mask & FT_PURGE_RX) ChannelOf(handle)->rx.clear();
-        return FT_OK;
+        return Log("Purge", handle, " " + std::to_string(mask));
     }
     static FT_STATUS GetDeviceInfo(FT_HANDLE handle, FT_DEVICE*, DWORD*, char* serial, char*, void*) {
         std::strncpy(serial, ChannelOf(handle)->serial.c_str(), FT_SERIAL_SIZE - 1);
         return FT_OK;
     }
-    static FT_STATUS CyclePort(FT_HANDLE handle) {
-        current->calls.push_back("Cycle " + NameOf(handle));
-        return FT_OK;
-    }
+    static FT_STATUS CyclePort(FT_HANDLE handle) { return Log("Cycle", handle); }
     static FT_STATUS UARead(FT_HANDLE, UCHAR* data, DWORD size, DWORD* read) {
         *read = std::min<DWORD>(size, current->userAreaCount);
         std::memcpy(data, current->userArea, *read);
@@ -155,12 +147,11 @@ const d2xx::Table& FakeBus::Table() {
 }
 
 FakeBus::Channel& FakeBus::AddChannel(const std::string& serial, const std::string& description, DWORD flags) {
-    Channel channel;
+    Channel& channel = channels.emplace_back();
     channel.serial = serial;
     channel.description = description;
     channel.flags = flags;
-    channels.push_back(channel);
-    return channels.back();
+    return channel;
 }
 
 void FakeBus::AddUnit(const std::string& serial, DWORD streamFlags) {
@@ -168,16 +159,10 @@ void FakeBus::AddUnit(const std::string& serial, DWORD streamFlags) {
     AddChannel(serial, "Tarven Works B");
 }
 
-FakeBus::Channel& FakeBus::StreamOf(const std::string& serial) {
+FakeBus::Channel& FakeBus::ChannelOf(const std::string& serial, const char* description) {
     for (auto& channel : channels)
-        if (channel.serial == serial && channel.description == "Tarven Works A") return channel;
-    throw std::runtime_error("no stream channel for " + serial);
-}
-
-FakeBus::Channel& FakeBus::CommandOf(const std::string& serial) {
-    for (auto& channel : channels)
-        if (channel.serial == serial && channel.description == "Tarven Works B") return channel;
-    throw std::runtime_error("no command channel for " + serial);
+        if (channel.serial == serial && channel.description == description) return channel;
+    throw std::runtime_error(std::string("no ") + description + " channel for " + serial);
 }
 
 void FakeBus::Expect(Bytes wire, Bytes reply, Bytes stream) {

@@ -47,8 +47,8 @@ public:
     // Both channels of a unit, A then B, at the end of the list.
     void AddUnit(const std::string& serial, DWORD streamFlags = 0);
     Channel& AddChannel(const std::string& serial, const std::string& description, DWORD flags = 0);
-    Channel& StreamOf(const std::string& serial);
-    Channel& CommandOf(const std::string& serial);
+    Channel& StreamOf(const std::string& serial) { return ChannelOf(serial, "Tarven Works A"); }
+    Channel& CommandOf(const std::string& serial) { return ChannelOf(serial, "Tarven Works B"); }
 
     // With a script, every write must be its next exchange; without one
     // writes are only recorded.
@@ -63,6 +63,7 @@ public:
 
 private:
     friend struct FakeEntries;
+    Channel& ChannelOf(const std::string& serial, const char* description);
     std::deque<Exchange> script_;
     bool scripted_ = false;
 };

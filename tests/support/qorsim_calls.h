@@ -40,7 +40,6 @@ namespace simcontrol {
     X(setTemperature, qorsim_set_temperature)          \
     X(setDut, qorsim_set_dut)                           \
     X(dutGain, qorsim_dut_gain)                         \
-    X(generatorLevel, qorsim_generator_level)           \
     X(generatorReference, qorsim_generator_reference)  \
     X(generatorEeprom, qorsim_generator_eeprom)
 

@@ -19,7 +19,6 @@ Value SignalJson(const Signal& s) {
     PutIfSet(out, "tone", s.tone);
     PutIfSet(out, "period", s.period);
     PutIfSet(out, "duration", s.duration);
-    PutIfSet(out, "delay", s.delay);
     if (!s.frequencies.empty()) out["frequencies"] = s.frequencies;
     PutIfSet(out, "dwell", s.dwell);
     PutIfSet(out, "rise", s.rise);

@@ -19,7 +19,6 @@ struct Signal {
     std::optional<double> tone;       // the modulating tone of AM, FM, USB and LSB, Hz
     std::optional<double> period;     // burst and keyed: repetition, s
     std::optional<double> duration;   // burst and keyed: on-time, s
-    std::optional<double> delay;      // burst: start of the first on-time, s
     std::optional<double> rise;       // keyed: edge, s
     std::vector<double> frequencies;  // hop: the channels, Hz
     std::optional<double> dwell;      // hop: time on each channel, s
