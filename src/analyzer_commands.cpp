@@ -226,6 +226,7 @@ void AnalyzerLink::LoadSweepSegment(int segment, int startStep, int stepsMinusOn
 void AnalyzerLink::StartFrames(int segments, int blocks) {
     Command({'X', LowByte(segments), LowByte(blocks)});
     blocksPerStep = blocks;
+    headerAhead_ = false;
 }
 
 void AnalyzerLink::SetSweepWindow(int first, int last) {

@@ -446,9 +446,11 @@ bool AnalyzerLink::CaptureStream(Ipp64fc* out, int count) {
 }
 
 AnalyzerLink::FrameRead AnalyzerLink::ReadFrame(Ipp64fc* out, int expectedSamples) {
-    std::memset(syncWord, 0, sizeof syncWord);
-    if (!WaitForStream(sizeof syncWord, kStreamReadLimitMs, 1)) return {FrameRead::Torn, -1};
-    ReadStreamBytes(syncWord, sizeof syncWord);
+    if (!std::exchange(headerAhead_, false)) {
+        std::memset(syncWord, 0, sizeof syncWord);
+        if (!WaitForStream(sizeof syncWord, kStreamReadLimitMs, 1)) return {FrameRead::Torn, -1};
+        ReadStreamBytes(syncWord, sizeof syncWord);
+    }
     if (!IsFrameHeader(syncWord) && (!ResyncFrames() || !IsFrameHeader(syncWord))) return {FrameRead::Torn, -1};
 
     const int tag = syncWord[2];
@@ -464,6 +466,14 @@ AnalyzerLink::FrameRead AnalyzerLink::ReadFrame(Ipp64fc* out, int expectedSample
         if (!ReadSamples512(out + static_cast<size_t>(block) * kBlockSamples)) return {FrameRead::Torn, tag};
     }
     return {FrameRead::Segment, tag};
+}
+
+bool AnalyzerLink::ReadHeaderAhead() {
+    std::memset(syncWord, 0, sizeof syncWord);
+    // Without a header the next ReadFrame searches the stream for one.
+    headerAhead_ = true;
+    if (WaitForStream(sizeof syncWord, kStreamReadLimitMs, 1)) ReadStreamBytes(syncWord, sizeof syncWord);
+    return IsFrameHeader(syncWord);
 }
 
 bool AnalyzerLink::ResyncFrames() {

@@ -136,6 +136,10 @@ public:
         int tag;
     };
     FrameRead ReadFrame(Ipp64fc* out, int expectedSamples);
+    // Reads the header that follows a frame, for the next ReadFrame to start
+    // from: true when it is one, which proves that every byte of the frame
+    // before it came (a lost byte moves the header out of its place).
+    bool ReadHeaderAhead();
     // Reads on to the next frame header and puts it into the sync word;
     // false when none came.
     bool ResyncFrames();
@@ -239,6 +243,7 @@ private:
     uint32_t commandDelay = 5;
     uint8_t* workBuffer;  // kWorkBufferBytes, 64-byte aligned
     uint8_t syncWord[4] = {};
+    bool headerAhead_ = false;  // the sync word holds the next frame's header, already read
     int32_t blocksPerStep = 1;
     int32_t orskPath = kPathUnknown;
     bool referenceLocked = false;

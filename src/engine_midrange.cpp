@@ -202,8 +202,11 @@ void MidrangeSweepEngine::ReadFrames() {
             continue;
         }
         if (segment == segments) {
+            // Bytes lost in the last segment show only in the header after
+            // it: the frame counts once that header is in its place.
+            const bool inStep = link->ReadHeaderAhead();
             const bool clipped = link->TakeClipped();
-            if (!torn) OfferFrame(fill, clipped);
+            if (!torn && inStep) OfferFrame(fill, clipped);
             torn = false;
             segment = 0;
             // The processor runs at the reader's priority: let it have the

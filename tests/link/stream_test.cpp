@@ -60,6 +60,30 @@ TEST_F(StreamTest, FramesInStepAreReadWhole) {
     EXPECT_TRUE(Stream().empty());
 }
 
+// The header after a frame proves that the frame came whole: with bytes of
+// it lost the header is out of its place, and the next read finds its place
+// again (skipping the frame it finds its header in). A header read ahead is
+// the one the next read starts from.
+TEST_F(StreamTest, TheHeaderAfterAFrameShowsBytesLostInIt) {
+    link.StartFrames(1, 1);
+    Push(Stream(), Frame(1, 0, 0));
+    Push(Stream(), Frame(2, 0, 300));
+    ExpectFrame(link.ReadFrame(out.data(), 512), Read::Segment, 1);
+    EXPECT_TRUE(link.ReadHeaderAhead());
+    ExpectFrame(link.ReadFrame(out.data(), 512), Read::Segment, 2);
+    ExpectSample(out[0], 300);
+
+    Bytes cut = Frame(3, 0, 0);
+    cut.erase(cut.begin() + 1000, cut.begin() + 1002);
+    Push(Stream(), cut);
+    for (uint8_t tag : {4, 5, 6}) Push(Stream(), Frame(tag, 0, 100 * tag));
+    ExpectFrame(link.ReadFrame(out.data(), 512), Read::Segment, 3);
+    EXPECT_FALSE(link.ReadHeaderAhead());
+    ExpectFrame(link.ReadFrame(out.data(), 512), Read::Segment, 6);
+    ExpectSample(out[0], 600);
+    EXPECT_TRUE(Stream().empty());
+}
+
 TEST_F(StreamTest, AFrameLeftOnStopEndsTorn) {
     link.StartFrames(1, 1);
     Push(Stream(), Frame(5, 1, 100));
