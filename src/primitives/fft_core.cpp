@@ -87,7 +87,8 @@ QOR_ALWAYS_INLINE void RunStockham(const StockhamPlan& plan, const FftKernels& k
     // pass left over comes last, and joins the last pass where it can.
     const int paired = k.radix4Twice ? twiddled / 2 : 0;
     const bool lone = twiddled > 2 * paired;
-    const bool fuseTail = lone && k.lastTwo && (batch << (2 * (twiddled - 1))) >= 4;
+    const auto lastTwo = plan.order % 2 == 1 ? k.lastEight : k.lastSixteen;  // the lone pass has 8 or 16 points
+    const bool fuseTail = lone && lastTwo && (batch << (2 * (twiddled - 1))) >= 4;
     const int passes = fuseTail ? twiddled - 1 : twiddled;  // run by the loop below
     const bool windowFirst = window && k.radix4TwiceWindowed && batch == 1 && passes >= 2 && plan.order >= 6;
     if (window && !windowFirst) {
@@ -133,7 +134,7 @@ QOR_ALWAYS_INLINE void RunStockham(const StockhamPlan& plan, const FftKernels& k
         out = out == dst ? scratch : dst;
     }
     if (fuseTail) {
-        k.lastTwo(len, stride, in, out, scale, inverse, times);
+        lastTwo(stride, in, out, scale, inverse, times);
         return;
     }
     const auto lastTimes = len == 4 ? k.radix4LastTimes : k.radix2LastTimes;

@@ -43,11 +43,13 @@ struct FftKernels {
     // with twiddles w, then the last pass), outputs times scale. Null where
     // the registers are too few.
     void (*whole16)(const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* w, double scale, bool inverse);
-    // A lone last twiddled pass of length `len` (8 or 16) and the last pass
-    // in one sweep: the DFT of len points at stride s, s a multiple of 4.
+    // A lone last twiddled pass of length 8 (16) and the last pass in one
+    // sweep: the DFT of 8 (16) points at stride s, s a multiple of 4.
     // Outputs times scale, or with `times` (forward) times h at their index.
-    // Null where the passes run one by one.
-    void (*lastTwo)(int len, int s, const Ipp64fc* x, Ipp64fc* y, double scale, bool inverse, const Ipp64fc* times);
+    // Null where the passes run one by one (for 16 points: where the
+    // registers are too few, and the spilling would cost more than the sweep).
+    void (*lastEight)(int s, const Ipp64fc* x, Ipp64fc* y, double scale, bool inverse, const Ipp64fc* times);
+    void (*lastSixteen)(int s, const Ipp64fc* x, Ipp64fc* y, double scale, bool inverse, const Ipp64fc* times);
     // radix4Twice at stride 1, forward, n >= 64, with each input multiplied
     // by the window on the way in (conj(x) x window with `conjugate`). Null
     // where the window takes a pass of its own.

@@ -91,7 +91,7 @@ QOR_TARGET_AVX2 void TwiddleMultiply(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc
 const FftKernels kFftKernelsAvx2 = {Radix4Pass,      Radix4LastPass,   Radix2LastPass,
                                      TwiddleMultiply, nullptr,          Radix4LastTimes,
                                      Radix2LastTimes, TransposeGeneric, ConjTimes,
-                                     BlockTwiddle,    nullptr,          LastTwoPasses,
-                                     nullptr,         nullptr};
+                                     BlockTwiddle,    nullptr,          LastEightPasses,
+                                     nullptr,         nullptr,          nullptr};
 
 }  // namespace qor_prim

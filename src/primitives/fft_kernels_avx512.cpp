@@ -181,6 +181,13 @@ QOR_TARGET_AVX512 void Radix4TwiceWindowed(int n, const Ipp64fc* x, const Ipp64f
     }
 }
 
+// Sixteen points at once only here: with half the registers, the spilling
+// costs more than the sweep it saves.
+QOR_TARGET_AVX512 void LastSixteenPasses(int s, const Ipp64fc* x, Ipp64fc* y, double scale, bool inverse,
+                                         const Ipp64fc* times) {
+    LastTwoPasses(16, s, x, y, scale, inverse, times);
+}
+
 QOR_TARGET_AVX512 void Radix4LastPass(int s, const Ipp64fc* x, Ipp64fc* y, double scale, bool inverse) {
     if (s < 4) {
         kFftKernelsAvx2.radix4Last(s, x, y, scale, inverse);
@@ -283,7 +290,7 @@ QOR_TARGET_AVX512 void Whole16Pass(const Ipp64fc* x, Ipp64fc* y, const Ipp64fc* 
 
 const FftKernels kFftKernelsAvx512 = {Radix4Pass,      Radix4LastPass,  Radix2LastPass, TwiddleMultiply,
                                        Radix4Twice,     Radix4LastTimes, Radix2LastTimes, Transpose,
-                                       ConjTimes,       BlockTwiddle,    Whole16Pass,     LastTwoPasses,
-                                       Radix4TwiceWindowed, Whole8Pass};
+                                       ConjTimes,       BlockTwiddle,    Whole16Pass,     LastEightPasses,
+                                       LastSixteenPasses, Radix4TwiceWindowed, Whole8Pass};
 
 }  // namespace qor_prim

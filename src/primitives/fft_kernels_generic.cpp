@@ -105,6 +105,6 @@ void TransposeGeneric(const Ipp64fc* src, long srcRow, Ipp64fc* dst, long dstRow
 const FftKernels kFftKernelsGeneric = {Radix4Pass,       Radix4LastPass,      Radix2LastPass, TwiddleMultiply,
                                        nullptr,          nullptr,             nullptr,        TransposeGeneric,
                                        ConjTimesGeneric, BlockTwiddleGeneric, nullptr,        nullptr,
-                                       nullptr,          nullptr};
+                                       nullptr,          nullptr,             nullptr};
 
 }  // namespace qor_prim

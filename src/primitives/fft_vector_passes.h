@@ -195,7 +195,7 @@ QOR_VECTOR_TARGET void LastSixteenStrided(int s, const Ipp64fc* x, Ipp64fc* y, F
 
 // The last two passes in one sweep, for a lone last twiddled pass of length
 // 8 or 16; s a multiple of Vec::kComplex.
-QOR_VECTOR_TARGET void LastTwoPasses(int len, int s, const Ipp64fc* x, Ipp64fc* y, double scale, bool inverse,
+QOR_VECTOR_TARGET QOR_ALWAYS_INLINE void LastTwoPasses(int len, int s, const Ipp64fc* x, Ipp64fc* y, double scale, bool inverse,
                                      const Ipp64fc* times) {
     if (times) {
         len == 8 ? LastEightStrided<false>(s, x, y, Times{times}) : LastSixteenStrided<false>(s, x, y, Times{times});
@@ -207,6 +207,11 @@ QOR_VECTOR_TARGET void LastTwoPasses(int len, int s, const Ipp64fc* x, Ipp64fc* 
     } else {
         inverse ? LastSixteenStrided<true>(s, x, y, finish) : LastSixteenStrided<false>(s, x, y, finish);
     }
+}
+
+QOR_VECTOR_TARGET void LastEightPasses(int s, const Ipp64fc* x, Ipp64fc* y, double scale, bool inverse,
+                                       const Ipp64fc* times) {
+    LastTwoPasses(8, s, x, y, scale, inverse, times);
 }
 
 // The forward last passes with the product, for strides of whole registers.
