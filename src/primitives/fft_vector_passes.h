@@ -236,10 +236,9 @@ QOR_VECTOR_TARGET int TwiddleMultiplyWhole(const Ipp64fc* a, const Ipp64fc* w, I
 
 // d[i] = conj(a[i]) x w[i], which is w[i] x conj(a[i]).
 QOR_VECTOR_TARGET void ConjTimes(const Ipp64fc* a, const Ipp64fc* w, Ipp64fc* d, int length) {
+    const ConjWindowedInput product{a, w};
     int i = 0;
-    for (; i + Vec::kComplex <= length; i += Vec::kComplex) {
-        Vec::Store(d + i, TwiddleLoaded<true>(Vec::Load(w + i), Vec::Load(a + i)));
-    }
+    for (; i + Vec::kComplex <= length; i += Vec::kComplex) Vec::Store(d + i, product(i));
     if (i < length) ConjTimesGeneric(a + i, w + i, d + i, length - i);
 }
 

@@ -27,9 +27,14 @@ IppStatus Copy(const T* src, T* dst, int length) {
 }
 
 template <typename From, typename To>
+void WidenValues(const From* src, To* dst, int length, To factor) {
+    for (int i = 0; i < length; ++i) dst[i] = static_cast<To>(src[i]) * factor;
+}
+
+template <typename From, typename To>
 IppStatus Widen(const From* src, To* dst, int length, To factor) {
     if (IppStatus s = CheckVector(length, src, dst)) return s;
-    for (int i = 0; i < length; ++i) dst[i] = static_cast<To>(src[i]) * factor;
+    WidenValues(src, dst, length, factor);
     return ippStsNoErr;
 }
 
@@ -63,7 +68,7 @@ IppStatus ippsConvert_64f32f(const Ipp64f* src, Ipp32f* dst, int length) {
 namespace qor_prim {
 
 void Widen16sGeneric(const Ipp16s* src, Ipp64f* dst, int length, double factor) {
-    for (int i = 0; i < length; ++i) dst[i] = src[i] * factor;
+    WidenValues(src, dst, length, factor);
 }
 
 int CountInRange16sGeneric(const Ipp16s* src, int length, Ipp16s lower, Ipp16s upper) {
